@@ -1,0 +1,45 @@
+#include "sim_device.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace qssim {
+
+SimDevice::SimDevice(int id, int productId, unsigned serial)
+    : m_id(id), m_productId(productId), m_serial(serial) {}
+
+std::string SimDevice::SerialString() const {
+    char text[32];
+    std::snprintf(text, sizeof text, "%08u", m_serial);
+    return text;
+}
+
+void SimDevice::WriteOut(const uint8_t* data, int len) {
+    m_commands.emplace_back(data, data + len);
+}
+
+int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
+    *shortPacket = false;
+    auto& queue = m_inQueue[endpoint == kEndpointIn2 ? 1 : 0];
+    int copied = 0;
+    while (!queue.empty() && copied < len) {
+        auto& packet = queue.front();
+        const int n = std::min<int>(static_cast<int>(packet.size()), len - copied);
+        std::memcpy(dst + copied, packet.data(), n);
+        copied += n;
+        const bool wasShort = packet.size() < 32768;
+        queue.pop_front();
+        if (wasShort) {
+            *shortPacket = true;
+            break;
+        }
+    }
+    return copied;
+}
+
+void SimDevice::QueuePacket(int endpoint, std::vector<uint8_t> packet) {
+    m_inQueue[endpoint == kEndpointIn2 ? 1 : 0].push_back(std::move(packet));
+}
+
+}  // namespace qssim

@@ -1,0 +1,69 @@
+// A simulated analyser as the USB wire sees it: identity, plug state,
+// one command endpoint and two data endpoints. Knows nothing of libusb.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "sim_scene.h"
+
+namespace qssim {
+
+constexpr uint16_t kVendorId = 0x51C3;
+constexpr int kEndpointOut = 0x01;
+constexpr int kEndpointIn1 = 0x81;
+constexpr int kEndpointIn2 = 0x82;
+
+// One device. All calls are made with the world's lock held (sim_world.h).
+class SimDevice {
+public:
+    SimDevice(int id, int productId, unsigned serial);
+    virtual ~SimDevice() = default;
+
+    int Id() const { return m_id; }
+    int ProductId() const { return m_productId; }
+    unsigned Serial() const { return m_serial; }
+    // The USB serial string: the number with eight digits.
+    std::string SerialString() const;
+
+    bool Plugged() const { return m_plugged; }
+    void Unplug() { m_plugged = false; }
+    bool AccessDenied() const { return m_accessDenied; }
+    void SetAccessDenied(bool denied) { m_accessDenied = denied; }
+
+    // Interface 0 is claimed by at most one handle.
+    bool Claimed() const { return m_claimed; }
+    void SetClaimed(bool claimed) { m_claimed = claimed; }
+
+    Scene& GetScene() { return m_scene; }
+
+    // Bulk OUT on endpoint 0x01: one command block.
+    virtual void WriteOut(const uint8_t* data, int len);
+
+    // Bulk IN on 0x81 or 0x82: copies whole packets that are ready into dst,
+    // at most len bytes. Sets *shortPacket when the last one copied was short,
+    // which ends the transfer early as on a real bus. Returns the bytes copied.
+    virtual int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket);
+
+    // Every command block received, in order, for tests of the wire traffic.
+    const std::vector<std::vector<uint8_t>>& Commands() const { return m_commands; }
+
+protected:
+    // Queues one packet on a data endpoint; the firmware model's output.
+    void QueuePacket(int endpoint, std::vector<uint8_t> packet);
+
+private:
+    int m_id;
+    int m_productId;
+    unsigned m_serial;
+    bool m_plugged = true;
+    bool m_accessDenied = false;
+    bool m_claimed = false;
+    Scene m_scene;
+    std::vector<std::vector<uint8_t>> m_commands;
+    std::deque<std::vector<uint8_t>> m_inQueue[2];
+};
+
+}  // namespace qssim

@@ -1,0 +1,148 @@
+#include "sim_world.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <sstream>
+#include <string>
+
+#include "qs_sim.h"
+
+namespace qssim {
+namespace {
+
+World g_world;
+std::once_flag g_envOnce;
+bool g_controlled = false;
+
+int ProductIdFromName(const std::string& name) {
+    if (name == "larch") return QSSIM_PID_LARCH;
+    if (name == "maple" || name == "maple1") return QSSIM_PID_MAPLE_REV1;
+    if (name == "maple2") return QSSIM_PID_MAPLE_REV2;
+    if (name.rfind("pid", 0) == 0) return std::atoi(name.c_str() + 3);
+    return -1;
+}
+
+std::vector<std::string> Split(const std::string& text, char sep) {
+    std::vector<std::string> parts;
+    std::stringstream stream(text);
+    std::string part;
+    while (std::getline(stream, part, sep))
+        if (!part.empty()) parts.push_back(part);
+    return parts;
+}
+
+int AddDeviceLocked(int productId, unsigned serial) {
+    for (auto& dev : g_world.devices)
+        if (dev->Plugged() && dev->Serial() == serial) return -1;
+    const int id = static_cast<int>(g_world.devices.size());
+    g_world.devices.push_back(std::make_unique<SimDevice>(id, productId, serial));
+    return id;
+}
+
+// Called once, with the lock held, unless a control call came first.
+void LoadEnvironment() {
+    if (g_controlled) return;
+    const char* devices = std::getenv("QS_SIM_DEVICES");
+    const char* tones = std::getenv("QS_SIM_TONES");
+    if (!devices) return;
+    std::vector<Tone> scene;
+    if (tones) {
+        for (const auto& item : Split(tones, ',')) {
+            const auto colon = item.find(':');
+            if (colon == std::string::npos) continue;
+            scene.push_back({std::strtod(item.substr(0, colon).c_str(), nullptr),
+                             std::strtod(item.substr(colon + 1).c_str(), nullptr)});
+        }
+    }
+    for (const auto& item : Split(devices, ',')) {
+        const auto colon = item.find(':');
+        if (colon == std::string::npos) continue;
+        const int pid = ProductIdFromName(item.substr(0, colon));
+        if (pid < 0) continue;
+        const unsigned serial = std::strtoul(item.substr(colon + 1).c_str(), nullptr, 10);
+        const int id = AddDeviceLocked(pid, serial);
+        if (id >= 0) g_world.devices[id]->GetScene().tones = scene;
+    }
+}
+
+SimDevice* DeviceLocked(int id) {
+    if (id < 0 || id >= static_cast<int>(g_world.devices.size())) return nullptr;
+    return g_world.devices[id].get();
+}
+
+}  // namespace
+
+World& GetWorld() {
+    std::call_once(g_envOnce, [] {
+        std::lock_guard<std::mutex> hold(g_world.lock);
+        LoadEnvironment();
+    });
+    return g_world;
+}
+
+void TakeControl() {
+    std::lock_guard<std::mutex> hold(g_world.lock);
+    g_controlled = true;
+}
+
+}  // namespace qssim
+
+using namespace qssim;
+
+extern "C" {
+
+__attribute__((visibility("default"))) void qssim_reset(void) {
+    TakeControl();
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    // Devices are only marked unplugged: the library may still hold handles.
+    for (auto& dev : world.devices) dev->Unplug();
+    world.initFailure = false;
+    world.changed.notify_all();
+}
+
+__attribute__((visibility("default"))) int qssim_add_device(int productId, unsigned serial) {
+    TakeControl();
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    return AddDeviceLocked(productId, serial);
+}
+
+__attribute__((visibility("default"))) void qssim_remove_device(int id) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) dev->Unplug();
+    world.changed.notify_all();
+}
+
+__attribute__((visibility("default"))) void qssim_set_tone(int id, double freqHz, double levelDbm) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().tones.push_back({freqHz, levelDbm});
+}
+
+__attribute__((visibility("default"))) void qssim_clear_signals(int id) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().tones.clear();
+}
+
+__attribute__((visibility("default"))) void qssim_set_noise(int id, double dbmPerHz) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().noiseDbmPerHz = dbmPerHz;
+}
+
+__attribute__((visibility("default"))) void qssim_set_access_denied(int id, int denied) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) dev->SetAccessDenied(denied != 0);
+}
+
+__attribute__((visibility("default"))) void qssim_set_init_failure(int fail) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    world.initFailure = fail != 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,33 @@
+// The simulator's world: every plugged device, behind one lock.
+//
+// The lock is the simulator's own (it is test equipment, not the data path);
+// the condition variable wakes USB waiters whenever a device may have data,
+// a transfer was cancelled or a device was unplugged.
+#pragma once
+
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "sim_device.h"
+
+namespace qssim {
+
+struct World {
+    std::mutex lock;
+    std::condition_variable changed;
+    // Indexed by device id; unplugged devices stay, marked, so that handles
+    // to them keep failing as "no device".
+    std::vector<std::unique_ptr<SimDevice>> devices;
+    bool initFailure = false;
+};
+
+// The world, set up from QS_SIM_DEVICES and QS_SIM_TONES on first use unless
+// a control call came first. Take world.lock before touching it.
+World& GetWorld();
+
+// Marks that a control call has set the scene, so the environment is ignored.
+void TakeControl();
+
+}  // namespace qssim

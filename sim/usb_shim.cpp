@@ -1,0 +1,413 @@
+// libusb-1.0 on top of the simulated devices.
+//
+// Semantics follow libusb where the library can tell: a device list of the
+// plugged devices, descriptors and the serial string, one claim per
+// interface, synchronous bulk transfers with time-outs, and asynchronous
+// transfers that complete only inside the event-handling calls, on the thread
+// that calls them, one event handler at a time. Cancel ends a transfer as
+// cancelled, a second submit of a transfer in flight is busy, and an
+// unplugged device ends what is in flight as "no device".
+#include <libusb.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+
+#include "sim_world.h"
+
+#define QSSIM_EXPORT extern "C" __attribute__((visibility("default")))
+
+using qssim::GetWorld;
+using qssim::SimDevice;
+using qssim::World;
+using Clock = std::chrono::steady_clock;
+
+struct libusb_context {
+    int unused;
+};
+
+struct libusb_device {
+    int simId;
+    uint8_t busNumber;
+    uint8_t address;
+};
+
+struct libusb_device_handle {
+    libusb_device* dev;
+    bool claimed;
+};
+
+namespace {
+
+libusb_context g_defaultContext;
+
+// One libusb_device per simulated device, kept for the life of the process
+// (libusb would free it at the last unref; nothing here depends on that).
+std::map<int, std::unique_ptr<libusb_device>> g_usbDevices;
+
+struct InFlight {
+    libusb_transfer* xfr;
+    Clock::time_point deadline;  // time_point::max() for no time-out
+    bool cancelled;
+};
+std::list<InFlight> g_inFlight;
+
+// Only one thread handles events at a time, as libusb's event lock does.
+std::timed_mutex g_eventLock;
+
+SimDevice* DeviceOf(World& world, const libusb_device* dev) {
+    if (!dev || dev->simId < 0 || dev->simId >= static_cast<int>(world.devices.size()))
+        return nullptr;
+    return world.devices[dev->simId].get();
+}
+
+bool IsInFlight(const libusb_transfer* xfr) {
+    return std::any_of(g_inFlight.begin(), g_inFlight.end(),
+                       [xfr](const InFlight& f) { return f.xfr == xfr; });
+}
+
+Clock::time_point DeadlineAfter(unsigned timeoutMs) {
+    return timeoutMs == 0 ? Clock::time_point::max()
+                          : Clock::now() + std::chrono::milliseconds(timeoutMs);
+}
+
+// Moves data into a transfer; returns true when it is finished, with its
+// status set. Lock held.
+bool Progress(World& world, InFlight& f, Clock::time_point now) {
+    libusb_transfer* xfr = f.xfr;
+    SimDevice* dev = DeviceOf(world, xfr->dev_handle->dev);
+    if (f.cancelled) {
+        xfr->status = LIBUSB_TRANSFER_CANCELLED;
+        return true;
+    }
+    if (!dev || !dev->Plugged()) {
+        xfr->status = LIBUSB_TRANSFER_NO_DEVICE;
+        return true;
+    }
+    if (xfr->endpoint & LIBUSB_ENDPOINT_IN) {
+        bool shortPacket = false;
+        xfr->actual_length += dev->ReadIn(xfr->endpoint, xfr->buffer + xfr->actual_length,
+                                          xfr->length - xfr->actual_length, &shortPacket);
+        if (xfr->actual_length == xfr->length || shortPacket) {
+            xfr->status = LIBUSB_TRANSFER_COMPLETED;
+            return true;
+        }
+    } else {
+        dev->WriteOut(xfr->buffer, xfr->length);
+        xfr->actual_length = xfr->length;
+        xfr->status = LIBUSB_TRANSFER_COMPLETED;
+        return true;
+    }
+    if (now >= f.deadline) {
+        xfr->status = LIBUSB_TRANSFER_TIMED_OUT;
+        return true;
+    }
+    return false;
+}
+
+// One round of event handling: completes what can complete, running the
+// callbacks without the world's lock, and waits up to `until` if nothing
+// did. Returns when a transfer completed, *completed is set, or time is up.
+void HandleEvents(const timeval* tv, int* completed) {
+    const Clock::time_point until =
+        tv ? Clock::now() + std::chrono::seconds(tv->tv_sec) +
+                 std::chrono::microseconds(tv->tv_usec)
+           : Clock::now() + std::chrono::seconds(60);
+    std::unique_lock<std::timed_mutex> events(g_eventLock, std::defer_lock);
+    if (!events.try_lock_until(until)) return;
+
+    World& world = GetWorld();
+    std::unique_lock<std::mutex> hold(world.lock);
+    for (;;) {
+        if (completed && *completed) return;
+        const Clock::time_point now = Clock::now();
+        std::vector<libusb_transfer*> done;
+        Clock::time_point nextDeadline = until;
+        for (auto it = g_inFlight.begin(); it != g_inFlight.end();) {
+            if (Progress(world, *it, now)) {
+                done.push_back(it->xfr);
+                it = g_inFlight.erase(it);
+            } else {
+                nextDeadline = std::min(nextDeadline, it->deadline);
+                ++it;
+            }
+        }
+        if (!done.empty()) {
+            hold.unlock();
+            for (libusb_transfer* xfr : done)
+                if (xfr->callback) xfr->callback(xfr);
+            return;
+        }
+        if (now >= until) return;
+        // Data may also appear with time (a paced device), so wake at least
+        // every millisecond.
+        nextDeadline = std::min(nextDeadline, now + std::chrono::milliseconds(1));
+        world.changed.wait_until(hold, nextDeadline);
+    }
+}
+
+}  // namespace
+
+QSSIM_EXPORT int libusb_init(libusb_context** ctx) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (world.initFailure) return LIBUSB_ERROR_OTHER;
+    if (ctx) *ctx = &g_defaultContext;
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT void libusb_exit(libusb_context*) {}
+
+QSSIM_EXPORT const char* libusb_error_name(int code) {
+    switch (code) {
+        case LIBUSB_SUCCESS: return "LIBUSB_SUCCESS";
+        case LIBUSB_ERROR_IO: return "LIBUSB_ERROR_IO";
+        case LIBUSB_ERROR_INVALID_PARAM: return "LIBUSB_ERROR_INVALID_PARAM";
+        case LIBUSB_ERROR_ACCESS: return "LIBUSB_ERROR_ACCESS";
+        case LIBUSB_ERROR_NO_DEVICE: return "LIBUSB_ERROR_NO_DEVICE";
+        case LIBUSB_ERROR_NOT_FOUND: return "LIBUSB_ERROR_NOT_FOUND";
+        case LIBUSB_ERROR_BUSY: return "LIBUSB_ERROR_BUSY";
+        case LIBUSB_ERROR_TIMEOUT: return "LIBUSB_ERROR_TIMEOUT";
+        case LIBUSB_ERROR_OVERFLOW: return "LIBUSB_ERROR_OVERFLOW";
+        case LIBUSB_ERROR_PIPE: return "LIBUSB_ERROR_PIPE";
+        case LIBUSB_ERROR_INTERRUPTED: return "LIBUSB_ERROR_INTERRUPTED";
+        case LIBUSB_ERROR_NO_MEM: return "LIBUSB_ERROR_NO_MEM";
+        case LIBUSB_ERROR_NOT_SUPPORTED: return "LIBUSB_ERROR_NOT_SUPPORTED";
+        case LIBUSB_ERROR_OTHER: return "LIBUSB_ERROR_OTHER";
+        case LIBUSB_TRANSFER_ERROR: return "LIBUSB_TRANSFER_ERROR";
+        case LIBUSB_TRANSFER_TIMED_OUT: return "LIBUSB_TRANSFER_TIMED_OUT";
+        case LIBUSB_TRANSFER_CANCELLED: return "LIBUSB_TRANSFER_CANCELLED";
+        case LIBUSB_TRANSFER_STALL: return "LIBUSB_TRANSFER_STALL";
+        case LIBUSB_TRANSFER_NO_DEVICE: return "LIBUSB_TRANSFER_NO_DEVICE";
+        case LIBUSB_TRANSFER_OVERFLOW: return "LIBUSB_TRANSFER_OVERFLOW";
+        default: return "**UNKNOWN**";
+    }
+}
+
+QSSIM_EXPORT ssize_t libusb_get_device_list(libusb_context*, libusb_device*** list) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    std::vector<libusb_device*> found;
+    for (auto& dev : world.devices) {
+        if (!dev->Plugged()) continue;
+        auto& usb = g_usbDevices[dev->Id()];
+        if (!usb) {
+            usb = std::make_unique<libusb_device>();
+            usb->simId = dev->Id();
+            usb->busNumber = 1;
+            usb->address = static_cast<uint8_t>(dev->Id() % 127 + 1);
+        }
+        found.push_back(usb.get());
+    }
+    auto* out = static_cast<libusb_device**>(std::calloc(found.size() + 1, sizeof(libusb_device*)));
+    if (!out) return LIBUSB_ERROR_NO_MEM;
+    std::copy(found.begin(), found.end(), out);
+    *list = out;
+    return static_cast<ssize_t>(found.size());
+}
+
+QSSIM_EXPORT void libusb_free_device_list(libusb_device** list, int) { std::free(list); }
+
+QSSIM_EXPORT libusb_device* libusb_ref_device(libusb_device* dev) { return dev; }
+
+QSSIM_EXPORT void libusb_unref_device(libusb_device*) {}
+
+QSSIM_EXPORT int libusb_get_device_descriptor(libusb_device* dev,
+                                              struct libusb_device_descriptor* desc) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* sim = DeviceOf(world, dev);
+    if (!sim) return LIBUSB_ERROR_NO_DEVICE;
+    std::memset(desc, 0, sizeof *desc);
+    desc->bLength = LIBUSB_DT_DEVICE_SIZE;
+    desc->bDescriptorType = LIBUSB_DT_DEVICE;
+    desc->bcdUSB = 0x0200;
+    desc->bMaxPacketSize0 = 64;
+    desc->idVendor = qssim::kVendorId;
+    desc->idProduct = static_cast<uint16_t>(sim->ProductId());
+    desc->iManufacturer = 1;
+    desc->iProduct = 2;
+    desc->iSerialNumber = 3;
+    desc->bNumConfigurations = 1;
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT uint8_t libusb_get_bus_number(libusb_device* dev) { return dev->busNumber; }
+
+QSSIM_EXPORT uint8_t libusb_get_device_address(libusb_device* dev) { return dev->address; }
+
+QSSIM_EXPORT int libusb_open(libusb_device* dev, libusb_device_handle** handle) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* sim = DeviceOf(world, dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    if (sim->AccessDenied()) return LIBUSB_ERROR_ACCESS;
+    *handle = new libusb_device_handle{dev, false};
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT void libusb_close(libusb_device_handle* handle) {
+    if (!handle) return;
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    // Transfers still in flight on this handle are dropped silently.
+    g_inFlight.remove_if([handle](const InFlight& f) { return f.xfr->dev_handle == handle; });
+    if (handle->claimed)
+        if (SimDevice* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
+    delete handle;
+}
+
+QSSIM_EXPORT libusb_device* libusb_get_device(libusb_device_handle* handle) { return handle->dev; }
+
+QSSIM_EXPORT int libusb_get_string_descriptor_ascii(libusb_device_handle* handle, uint8_t index,
+                                                    unsigned char* data, int length) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* sim = DeviceOf(world, handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    std::string text;
+    switch (index) {
+        case 1: text = "Simulated Instruments"; break;
+        case 2: text = "Simulated RF analyser"; break;
+        case 3: text = sim->SerialString(); break;
+        default: return LIBUSB_ERROR_INVALID_PARAM;
+    }
+    if (length <= 0) return LIBUSB_ERROR_INVALID_PARAM;
+    // libusb leaves room for the terminating NUL.
+    const int n = std::min<int>(static_cast<int>(text.size()), length - 1);
+    std::memcpy(data, text.data(), n);
+    data[n] = 0;
+    return n;
+}
+
+QSSIM_EXPORT int libusb_kernel_driver_active(libusb_device_handle*, int) { return 0; }
+
+QSSIM_EXPORT int libusb_detach_kernel_driver(libusb_device_handle*, int) {
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+QSSIM_EXPORT int libusb_claim_interface(libusb_device_handle* handle, int iface) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* sim = DeviceOf(world, handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    if (iface != 0) return LIBUSB_ERROR_NOT_FOUND;
+    if (handle->claimed) return LIBUSB_SUCCESS;
+    if (sim->Claimed()) return LIBUSB_ERROR_BUSY;
+    sim->SetClaimed(true);
+    handle->claimed = true;
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_release_interface(libusb_device_handle* handle, int iface) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (iface != 0 || !handle->claimed) return LIBUSB_ERROR_NOT_FOUND;
+    handle->claimed = false;
+    if (SimDevice* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
+    SimDevice* sim = DeviceOf(world, handle->dev);
+    return sim && sim->Plugged() ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_DEVICE;
+}
+
+QSSIM_EXPORT int libusb_clear_halt(libusb_device_handle* handle, unsigned char) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* sim = DeviceOf(world, handle->dev);
+    return sim && sim->Plugged() ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_DEVICE;
+}
+
+QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned char endpoint,
+                                      unsigned char* data, int length, int* transferred,
+                                      unsigned int timeout) {
+    World& world = GetWorld();
+    std::unique_lock<std::mutex> hold(world.lock);
+    if (transferred) *transferred = 0;
+    const Clock::time_point deadline = DeadlineAfter(timeout);
+    int done = 0;
+    for (;;) {
+        SimDevice* sim = DeviceOf(world, handle->dev);
+        if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+        if (!(endpoint & LIBUSB_ENDPOINT_IN)) {
+            sim->WriteOut(data, length);
+            if (transferred) *transferred = length;
+            world.changed.notify_all();
+            return LIBUSB_SUCCESS;
+        }
+        bool shortPacket = false;
+        done += sim->ReadIn(endpoint, data + done, length - done, &shortPacket);
+        if (transferred) *transferred = done;
+        if (done == length || shortPacket) return LIBUSB_SUCCESS;
+        const Clock::time_point now = Clock::now();
+        if (now >= deadline) return LIBUSB_ERROR_TIMEOUT;
+        world.changed.wait_until(hold, std::min(deadline, now + std::chrono::milliseconds(1)));
+    }
+}
+
+QSSIM_EXPORT libusb_transfer* libusb_alloc_transfer(int isoPackets) {
+    const size_t size = sizeof(libusb_transfer) +
+                        sizeof(libusb_iso_packet_descriptor) * static_cast<size_t>(isoPackets);
+    return static_cast<libusb_transfer*>(std::calloc(1, size));
+}
+
+QSSIM_EXPORT void libusb_free_transfer(libusb_transfer* xfr) {
+    if (!xfr) return;
+    {
+        World& world = GetWorld();
+        std::lock_guard<std::mutex> hold(world.lock);
+        g_inFlight.remove_if([xfr](const InFlight& f) { return f.xfr == xfr; });
+    }
+    if (xfr->flags & LIBUSB_TRANSFER_FREE_BUFFER) std::free(xfr->buffer);
+    std::free(xfr);
+}
+
+QSSIM_EXPORT int libusb_submit_transfer(libusb_transfer* xfr) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (IsInFlight(xfr)) return LIBUSB_ERROR_BUSY;
+    SimDevice* sim = DeviceOf(world, xfr->dev_handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    if (xfr->type != LIBUSB_TRANSFER_TYPE_BULK) return LIBUSB_ERROR_NOT_SUPPORTED;
+    xfr->actual_length = 0;
+    xfr->status = LIBUSB_TRANSFER_COMPLETED;
+    g_inFlight.push_back({xfr, DeadlineAfter(xfr->timeout), false});
+    world.changed.notify_all();
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_cancel_transfer(libusb_transfer* xfr) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    for (auto& f : g_inFlight) {
+        if (f.xfr != xfr) continue;
+        if (f.cancelled) return LIBUSB_ERROR_NOT_FOUND;
+        f.cancelled = true;
+        world.changed.notify_all();
+        return LIBUSB_SUCCESS;
+    }
+    return LIBUSB_ERROR_NOT_FOUND;
+}
+
+QSSIM_EXPORT int libusb_handle_events_timeout_completed(libusb_context*, struct timeval* tv,
+                                                        int* completed) {
+    HandleEvents(tv, completed);
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_handle_events_timeout(libusb_context*, struct timeval* tv) {
+    HandleEvents(tv, nullptr);
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_handle_events_completed(libusb_context*, int* completed) {
+    HandleEvents(nullptr, completed);
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_handle_events(libusb_context*) {
+    HandleEvents(nullptr, nullptr);
+    return LIBUSB_SUCCESS;
+}

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "device/device.h"
+
+namespace qs {
+
+class DeviceLarch : public Device {
+public:
+    explicit DeviceLarch(CypressInterface* usb);
+    ~DeviceLarch() override;
+
+    qsStatus OpenDevice() override;
+};
+
+}  // namespace qs
