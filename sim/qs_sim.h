@@ -45,6 +45,12 @@ void qssim_set_access_denied(int id, int denied);
 /* Makes libusb_init fail while non-zero. */
 void qssim_set_init_failure(int fail);
 
+/* What the device received on its command endpoint: the number of 1024-byte
+ * command blocks so far, and a copy of block `index` (0 is the first) into
+ * out, which has room for 1024 bytes. Returns 0, or -1 for no such block. */
+int qssim_command_count(int id);
+int qssim_get_command(int id, int index, unsigned char* out);
+
 #ifdef __cplusplus
 }
 #endif

@@ -1,6 +1,7 @@
 #include "sim_world.h"
 
 #include <cstdlib>
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 #include <string>
@@ -143,6 +144,24 @@ __attribute__((visibility("default"))) void qssim_set_init_failure(int fail) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
     world.initFailure = fail != 0;
+}
+
+__attribute__((visibility("default"))) int qssim_command_count(int id) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    return dev ? static_cast<int>(dev->Commands().size()) : 0;
+}
+
+__attribute__((visibility("default"))) int qssim_get_command(int id, int index, unsigned char* out) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    if (!dev || !out || index < 0 || index >= static_cast<int>(dev->Commands().size())) return -1;
+    const auto& block = dev->Commands()[index];
+    std::memset(out, 0, 1024);
+    std::memcpy(out, block.data(), std::min<size_t>(block.size(), 1024));
+    return 0;
 }
 
 }  // extern "C"
