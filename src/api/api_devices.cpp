@@ -23,7 +23,7 @@ constexpr useconds_t kOpenRetryDelayUs = 3000000;
 qsStatus OpenAttempt(int* device, int serialNumber) {
     *device = -1;
     if (serialNumber < 0) {
-        int serials[QS_MAX_DEVICES];
+        int serials[QS_MAX_DEVICES] = {};
         int count = 0;
         const qsStatus status = GetSerialNumberList(serials, &count);
         if (status != qsNoError) return status;

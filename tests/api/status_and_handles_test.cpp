@@ -1,0 +1,112 @@
+// Status texts, version strings and the handle and pointer checks of the
+// calls that need no measurement.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+
+namespace {
+
+TEST(StatusText, EveryCodeHasItsText) {
+    const struct {
+        qsStatus code;
+        const char* text;
+    } table[] = {
+        {qsInvalidModeErr, "Invalid Operational Mode Specified"},
+        {qsReferenceLevelErr, "Reference Level Cannot be Above 20dBm"},
+        {qsInvalidVideoUnitsErr, "Invalid Video Processing Units Specified"},
+        {qsInvalidWindowErr, "Invalid Window Specified"},
+        {qsInvalidBandwidthTypeErr, "Invalid Bandwidth Type"},
+        {qsInvalidSweepTimeErr, "Invalid Sweep Time"},
+        {qsBandwidthErr, "Bandwidth Error"},
+        {qsInvalidGainErr, "Invalid Gain"},
+        {qsAttenuationErr, "Invalid Attenuation"},
+        {qsFrequencyRangeErr, "Frequency Range out of Bounds"},
+        {qsInvalidSpanErr, "Invalid Span"},
+        {qsInvalidScaleErr, "Invalid Scale Parameter"},
+        {qsInvalidDetectorErr, "Invalid Detector Type"},
+        {qsLibusbError, "Unable to initialize libusb"},
+        {qsNotSupportedErr, "The operation requested is not supported"},
+        {qsTrackingGeneratorNotFound, "Tracking generator not found"},
+        {qsUSBTimeoutErr, "USB Timeout Error"},
+        {qsDeviceConnectionErr, "Device Connection Issues Detected"},
+        {qsPacketFramingErr, "Device Packet Framing issues"},
+        {qsGPSErr, "GPS Receiver not Found or not Configured Properly"},
+        {qsGainNotSetErr, "Gain Cannot be AUTO"},
+        {qsDeviceNotIdleErr, "Device is not Idle"},
+        {qsDeviceInvalidErr, "Invalid Device"},
+        {qsBufferTooSmallErr, "Buffer Provided too Small"},
+        {qsNullPtrErr, "Null Parameter Passed"},
+        {qsAllocationLimitErr, "Allocation Limit Reached"},
+        {qsDeviceAlreadyStreamingErr, "Device is Already Streaming"},
+        {qsInvalidParameterErr, "Invalid Configuration Parameter"},
+        {qsDeviceNotConfiguredErr, "Device not Configured"},
+        {qsDeviceNotStreamingErr, "Device not Streaming"},
+        {qsDeviceNotOpenErr, "Device not Open"},
+        {qsNoError, "No Error"},
+        {qsAdjustedParameter, "Adjusted Parameter"},
+        {qsADCOverflow, "ADC Overflow"},
+        {qsNoTriggerFound, "No Trigger Found"},
+        {qsClampedToUpperLimit, "Value Clamped to Upper Limit"},
+        {qsClampedToLowerLimit, "Value Clamped to Lower Limit"},
+        {qsUncalibratedDevice, "Device is Uncalibrated"},
+        {qsDataBreak, "Break in data"},
+        {qsUncalSweep, "Sweep uncalibrated. Data invalid or incomplete."},
+    };
+    for (const auto& row : table)
+        EXPECT_STREQ(qsGetErrorString(row.code), row.text) << "code " << row.code;
+}
+
+TEST(StatusText, CodesOutsideTheTableAreUnrecognised) {
+    for (int code : {9, -19, -99, -113, 100, -1000, 0x7fffffff})
+        EXPECT_STREQ(qsGetErrorString(static_cast<qsStatus>(code)), "Unrecognized Status Code")
+            << "code " << code;
+}
+
+TEST(Versions, NeedNoDevice) {
+    EXPECT_STREQ(qsGetAPIVersion(), "4.3.0");
+    EXPECT_STREQ(qsGetProductID(), "7716-3405");
+}
+
+// Every device call built so far refuses a handle outside 0..7 or an empty
+// slot before it looks at its other arguments.
+TEST(HandleCheck, BadHandlesAreRefusedBeforeAnythingElse) {
+    qssim_reset();
+    int type = 0, rev = 0, version = 0;
+    unsigned sid = 0;
+    for (int h : {-1, 0, 7, 8, 1 << 30}) {
+        EXPECT_EQ(qsCloseDevice(h), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsPreset(h), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsGetDeviceType(h, &type), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsGetDeviceType(h, nullptr), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsGetSerialNumber(h, &sid), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsGetFirmwareVersion(h, &version), qsDeviceNotOpenErr) << h;
+        EXPECT_EQ(qsGetMapleRev(h, &rev), qsDeviceNotOpenErr) << h;
+        int handle = h;
+        EXPECT_EQ(qsPresetFull(&handle), qsDeviceNotOpenErr) << h;
+    }
+}
+
+TEST(HandleCheck, NullPointersAreRefused) {
+    qssim_reset();
+    int count = 0, serials[QS_MAX_DEVICES];
+    EXPECT_EQ(qsOpenDevice(nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsOpenDeviceBySerialNumber(nullptr, 1), qsNullPtrErr);
+    EXPECT_EQ(qsGetSerialNumberList(nullptr, &count), qsNullPtrErr);
+    EXPECT_EQ(qsGetSerialNumberList(serials, nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsPresetFull(nullptr), qsNullPtrErr);
+
+    qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
+    int h = -1;
+    ASSERT_EQ(qsOpenDevice(&h), qsNoError);
+    EXPECT_EQ(qsGetDeviceType(h, nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsGetSerialNumber(h, nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsGetFirmwareVersion(h, nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsGetMapleRev(h, nullptr), qsNullPtrErr);
+    EXPECT_EQ(qsCloseDevice(h), qsNoError);
+    qssim_reset();
+}
+
+}  // namespace
