@@ -1,0 +1,35 @@
+// Table of the hot element-wise kernels, one instance per instruction-set
+// variant. The variants are built from one source (ipps_kernels_body.h)
+// compiled for different targets, so the generic build is the reference
+// that tests hold the others against.
+#pragma once
+
+#include "ippcore.h"
+
+namespace ippk {
+
+// Rows of a FIR run: y[i] = sum over j < L of hr[j] * x[i + j], i < n.
+// hr holds the taps reversed. The complex form reads x as interleaved
+// floats and xs as the same samples turned by +90 degrees (-im, re), so that
+// the complex product is two real multiply-adds per float.
+struct KernelTable {
+    const char* name;
+    void (*cvt16s32f)(const Ipp16s* src, Ipp32f* dst, int len, float scale);
+    void (*add32f)(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len);
+    void (*mul32f)(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len);
+    void (*mulc32f)(const Ipp32f* a, float c, Ipp32f* d, int len);
+    void (*add32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
+    void (*mul32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
+    void (*power32fc)(const Ipp32fc* a, Ipp32f* d, int len);
+    void (*fir32f)(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n);
+    void (*fir64f)(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n);
+    void (*fir32fc)(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n);
+};
+
+extern const KernelTable kGeneric;
+extern const KernelTable kAVX2;
+
+// The table chosen by ippInit (generic until then).
+const KernelTable& kernels();
+
+}  // namespace ippk

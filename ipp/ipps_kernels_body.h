@@ -1,0 +1,104 @@
+// Bodies of the hot kernels, included once per instruction-set variant
+// inside a variant namespace. Plain loops: the compiler vectorises them for
+// the target of the including file. Locals are loaded before any store so
+// that dst may equal a source.
+// No include guard: included once per variant.
+
+static void cvt16s32f(const Ipp16s* src, Ipp32f* dst, int len, float scale) {
+    for (int i = 0; i < len; ++i) dst[i] = float(src[i]) * scale;
+}
+
+static void add32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] + b[i];
+}
+
+static void mul32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * b[i];
+}
+
+static void mulc32f(const Ipp32f* a, float c, Ipp32f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * c;
+}
+
+// Complex arrays as floats: the same loop shape as the real ones.
+static void add32fc(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len) {
+    const float* af = &a->re;
+    const float* bf = &b->re;
+    float* df = &d->re;
+    for (int i = 0; i < 2 * len; ++i) df[i] = af[i] + bf[i];
+}
+
+static void mul32fc(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len) {
+    const float* af = &a->re;
+    const float* bf = &b->re;
+    float* df = &d->re;
+    for (int i = 0; i < len; ++i) {
+        const float ar = af[2 * i], ai = af[2 * i + 1];
+        const float br = bf[2 * i], bi = bf[2 * i + 1];
+        df[2 * i] = ar * br - ai * bi;
+        df[2 * i + 1] = ar * bi + ai * br;
+    }
+}
+
+static void power32fc(const Ipp32fc* a, Ipp32f* d, int len) {
+    const float* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const float re = af[2 * i], im = af[2 * i + 1];
+        d[i] = re * re + im * im;
+    }
+}
+
+// Output rows in register-sized groups; the tap loop runs inside so that
+// the group's sums stay in registers.
+template <typename T, int B>
+static inline void fir_rows(const T* hr, int L, const T* x, T* y, int n) {
+    int i = 0;
+    for (; i + B <= n; i += B) {
+        T acc[B] = {};
+        for (int j = 0; j < L; ++j) {
+            const T h = hr[j];
+            const T* xp = x + i + j;
+            for (int b = 0; b < B; ++b) acc[b] += h * xp[b];
+        }
+        for (int b = 0; b < B; ++b) y[i + b] = acc[b];
+    }
+    for (; i < n; ++i) {
+        T acc = 0;
+        for (int j = 0; j < L; ++j) acc += hr[j] * x[i + j];
+        y[i] = acc;
+    }
+}
+
+static void fir32f(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n) {
+    fir_rows<float, 16>(hr, L, x, y, n);
+}
+
+static void fir64f(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n) {
+    fir_rows<double, 8>(hr, L, x, y, n);
+}
+
+// Floats 2i, 2i+1 of y are output i; x and xs advance by two floats a tap.
+static void fir32fc(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n) {
+    constexpr int B = 16;  // floats, 8 complex outputs
+    const int nf = 2 * n;
+    int i = 0;
+    for (; i + B <= nf; i += B) {
+        float acc[B] = {};
+        for (int j = 0; j < L; ++j) {
+            const float hre = hr[j].re, him = hr[j].im;
+            const float* xp = x + i + 2 * j;
+            const float* sp = xs + i + 2 * j;
+            for (int b = 0; b < B; ++b) acc[b] += hre * xp[b] + him * sp[b];
+        }
+        for (int b = 0; b < B; ++b) y[i + b] = acc[b];
+    }
+    for (; i < nf; ++i) {
+        float acc = 0;
+        for (int j = 0; j < L; ++j) acc += hr[j].re * x[i + 2 * j] + hr[j].im * xs[i + 2 * j];
+        y[i] = acc;
+    }
+}
+
+static constexpr ippk::KernelTable table = {
+    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, fir32f, fir64f, fir32fc,
+};
