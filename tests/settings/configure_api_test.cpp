@@ -101,32 +101,23 @@ TEST_F(Configure, SweepCouplingLimitsAndTestOrder) {
     EXPECT_EQ(Staged(maple).SweepTime(), 1.0);
 }
 
-TEST_F(Configure, CenterAndLevelFollowTheModel) {
+TEST_F(Configure, EachSlotValidatesByItsModel) {
     ExpectRefused(qsFrequencyRangeErr, [] { return qsConfigureIQCenter(maple, 9000.0); });
     EXPECT_EQ(qsConfigureIQCenter(maple, 9010.0), qsNoError);
     EXPECT_EQ(Staged(maple).Span(), 20.0);
     EXPECT_EQ(Staged(maple).Start(), 9000.0);
-    EXPECT_EQ(qsConfigureCenterSpan(larch, 1e9, 1e6), qsNoError);
-    EXPECT_EQ(Staged(larch).Stop(), 1e9 + 5e5);
 
     EXPECT_EQ(qsConfigureLevel(larch, 51.0, 0.0), qsReferenceLevelErr);
     EXPECT_EQ(Staged(larch).Ref(), 0.0);
     EXPECT_EQ(qsConfigureLevel(maple, 51.0, 0.0), qsAdjustedParameter);
     EXPECT_EQ(Staged(maple).Ref(), 50.0);
-}
-
-TEST_F(Configure, WarningsStoreTheClampedValue) {
-    EXPECT_EQ(qsConfigureRealTime(maple, 5.0, 40), qsAdjustedParameter);
-    EXPECT_EQ(Staged(maple).RealTimeFrameScale(), 10.0);
-    EXPECT_EQ(Staged(maple).RealTimeFrameRate(), 30);
-    EXPECT_EQ(qsConfigureRealTimeOverlap(maple, 11.0), qsAdjustedParameter);
-    EXPECT_EQ(Staged(maple).RealTimeAdvanceRate(), 10.0);
-    EXPECT_EQ(qsConfigureIQ(maple, 1, 1.0), qsClampedToLowerLimit);
-    EXPECT_EQ(Staged(maple).iqFirstPassBandwidth, 100.0);
     EXPECT_EQ(qsConfigureIQ(larch, 1, 2.5e7), qsClampedToUpperLimit);
     EXPECT_EQ(Staged(larch).iqFirstPassBandwidth, 2e7);
     EXPECT_EQ(qsConfigureIQ(maple, 1, 2.5e7), qsNoError);
-    ExpectRefused(qsInvalidParameterErr, [] { return qsConfigureIQ(maple, 8192 * 2, 1e3); });
+    EXPECT_EQ(qsConfigureRealTime(maple, 5.0, 40), qsAdjustedParameter);
+    EXPECT_EQ(Staged(maple).RealTimeFrameScale(), 10.0);
+    EXPECT_EQ(qsConfigureRealTimeOverlap(maple, 11.0), qsAdjustedParameter);
+    EXPECT_EQ(Staged(maple).RealTimeAdvanceRate(), 10.0);
 }
 
 TEST_F(Configure, SmallCallsStoreOrRefuse) {
@@ -134,13 +125,7 @@ TEST_F(Configure, SmallCallsStoreOrRefuse) {
     EXPECT_EQ(Staged(maple).iqDataType, qsDataType16sc);
     ExpectRefused(qsInvalidParameterErr, [] { return qsConfigureIQDataType(maple, static_cast<qsDataType>(2)); });
     ExpectRefused(qsInvalidParameterErr, [] { return qsConfigureIQDataType(maple, static_cast<qsDataType>(-1)); });
-    ExpectRefused(qsInvalidGainErr, [] { return qsConfigureGain(maple, 4); });
-    ExpectRefused(qsInvalidWindowErr, [] { return qsConfigureWindow(maple, 4); });
-    ExpectRefused(qsInvalidVideoUnitsErr, [] { return qsConfigureProcUnits(maple, 4); });
     ExpectRefused(qsInvalidDetectorErr, [] { return qsConfigureAcquisition(maple, 2, 4); });
-    EXPECT_EQ(qsConfigureAcquisition(maple, 1, 3), qsNoError);
-    EXPECT_EQ(Staged(maple).Detector(), 1);
-    EXPECT_FALSE(Staged(maple).LogScale());
 
     // The size is clamped silently; the high-range pass needs a passive DUT.
     EXPECT_EQ(qsConfigTgSweep(maple, 9, true, true), qsNoError);

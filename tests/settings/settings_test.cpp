@@ -2,6 +2,7 @@
 // the model differences, the complete copy and the preparation states.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 
 #include "settings_fields.h"
@@ -73,38 +74,23 @@ TEST(SettingsDefaults, EachModelStartsFromItsOwnSweep) {
     // The models differ in the sweep window and RBW only.
     EXPECT_EQ(DiffFields(larch, maple),
               (std::vector<std::string>{"m_start", "m_stop", "m_center", "m_span", "m_rbw", "m_vbw"}));
-    EXPECT_EQ(larch.Start(), 8.9e8);
-    EXPECT_EQ(larch.Stop(), 9.1e8);
-    EXPECT_EQ(larch.Center(), 9e8);
-    EXPECT_EQ(larch.Span(), 2e7);
-    EXPECT_EQ(larch.RBW(), 10000.0);
-    EXPECT_EQ(larch.VBW(), 10000.0);
-    EXPECT_EQ(maple.Start(), 2e9);
-    EXPECT_EQ(maple.Stop(), 4e9);
-    EXPECT_EQ(maple.Center(), 3e9);
-    EXPECT_EQ(maple.Span(), 2e9);
-    EXPECT_EQ(maple.RBW(), 30000.0);
-    EXPECT_EQ(maple.VBW(), 30000.0);
-
-    EXPECT_EQ(maple.m_audio.modulation, QS_DEMOD_FM);
-    EXPECT_EQ(maple.m_audio.freq, 9.71e7);
-    EXPECT_EQ(maple.m_audio.if_bw, 160000.0);
-    EXPECT_EQ(maple.m_audio.high_pass_freq, 8000.0);
-    EXPECT_EQ(maple.m_audio.low_pass_freq, 500.0);
-    EXPECT_EQ(maple.m_audio.deemphasis, 500.0);
-    EXPECT_EQ(maple.m_tgSweepSize, 250);
-    EXPECT_TRUE(maple.m_tgHighDynamicRange && maple.m_tgPassiveDevice);
-    EXPECT_EQ(maple.iqFinalBandwidth, 2e7);
-    EXPECT_EQ(maple.iqDataType, qsDataType32fc);
-    EXPECT_EQ(maple.Atten(), QS_ATTEN_AUTO);
-    EXPECT_EQ(maple.Gain(), QS_GAIN_AUTO);
-    EXPECT_EQ(maple.SweepTime(), 0.001);
-    EXPECT_EQ(maple.VideoUnits(), QS_VIDEO_POWER);
-    EXPECT_TRUE(maple.LogScale());
-    EXPECT_FALSE(maple.FullScale());
-    EXPECT_EQ(maple.RealTimeFrameScale(), 100.0);
-    EXPECT_EQ(maple.RealTimeFrameRate(), 30);
-    EXPECT_EQ(maple.RealTimeAdvanceRate(), 0.5);
+    using Six = std::array<double, 6>;
+    EXPECT_EQ((Six{larch.Start(), larch.Stop(), larch.Center(), larch.Span(), larch.RBW(), larch.VBW()}),
+              (Six{8.9e8, 9.1e8, 9e8, 2e7, 10000.0, 10000.0}));
+    EXPECT_EQ((Six{maple.Start(), maple.Stop(), maple.Center(), maple.Span(), maple.RBW(), maple.VBW()}),
+              (Six{2e9, 4e9, 3e9, 2e9, 30000.0, 30000.0}));
+    const AudioConfig& a = maple.m_audio;
+    EXPECT_EQ(a.modulation, QS_DEMOD_FM);
+    EXPECT_EQ((Six{a.freq, a.if_bw, a.high_pass_freq, a.low_pass_freq, a.deemphasis, maple.iqFinalBandwidth}),
+              (Six{9.71e7, 160000.0, 8000.0, 500.0, 500.0, 2e7}));
+    EXPECT_EQ((Six{maple.Atten(), maple.SweepTime(), maple.RealTimeFrameScale(), maple.RealTimeAdvanceRate(),
+                   maple.iqFirstPassBandwidth, maple.WindowFC()}),
+              (Six{QS_ATTEN_AUTO, 0.001, 100.0, 0.5, 0.0, 0.0}));
+    EXPECT_EQ((std::array<int, 5>{maple.m_tgSweepSize, maple.Gain(), maple.VideoUnits(),
+                                  maple.RealTimeFrameRate(), maple.iqDataType}),
+              (std::array<int, 5>{250, QS_GAIN_AUTO, QS_VIDEO_POWER, 30, qsDataType32fc}));
+    EXPECT_TRUE(maple.m_tgHighDynamicRange && maple.m_tgPassiveDevice && maple.LogScale());
+    EXPECT_FALSE(maple.FullScale() || maple.iqSecondPass || maple.ImageReject());
 }
 
 TEST(SettingsDefaults, LoadDefaultKeepsAudioAndIQDataType) {
