@@ -1,15 +1,44 @@
 #include "device/device.h"
 
+#include <unistd.h>
+
+#include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <new>
 
+#include "dsp/qs_lib.h"
 #include "settings/settings.h"
 
 namespace qs {
 
+namespace {
+
+constexpr int kPacketPairSamples = 2 * QS_SAMPLES_PER_PACKET;  // 37376
+
+const stateHeader_t& Header(const uint8_t* channel, int packet) {
+    return *reinterpret_cast<const stateHeader_t*>(channel + packet * QS_PACKET_BYTES);
+}
+
+const stateTrailer_t& Trailer(const uint8_t* channel, int packet) {
+    return *reinterpret_cast<const stateTrailer_t*>(channel + packet * QS_PACKET_BYTES +
+                                                    QS_TRAILER_OFFSET);
+}
+
+}  // namespace
+
+void Diagnostics::Clear() {
+    celcius = 0.0f;
+    voltage1_8 = 0.0f;
+    voltage1_2 = 0.0f;
+    voltageUSB = 0.0f;
+    currentUSB = 0.0f;
+}
+
 Device::Device(CypressInterface* usb) : m_usb(usb) {
     m_cmd.Clear();
     m_secCmd.Clear();
+    m_sweepInfo.patchInfo.Clear();
     m_usb->SetDevice(this);
     void* raw = nullptr;
     if (posix_memalign(&raw, 64, QS_BLOCK_SAMPLES * sizeof(int16_t)) != 0) throw std::bad_alloc();
@@ -17,6 +46,8 @@ Device::Device(CypressInterface* usb) : m_usb(usb) {
 }
 
 Device::~Device() {
+    // The models have aborted by now; the transport goes before anything
+    // its thread might still touch.
     delete m_settings;
     std::free(m_rawUnpacked);
     delete m_usb;
@@ -24,24 +55,292 @@ Device::~Device() {
 
 void Device::InitDevice() {
     m_validDevice = true;
+    m_fftReady = false;
+    m_fpgaid = 0;
     m_sid = 0;
-    m_firmware_version = 0;
     m_mode = QS_MODE_IDLE;
-    m_sweepInfo = SweepInfo();
+    m_sweepInfo.LoadDefaults();
     m_cmd.Clear();
-    m_streaming = false;
+    m_portMask = 0;
+    m_readings.Clear();
+    DeleteAndNullifyFFTEngines();
+    m_overflow = false;
+    m_gpifError = false;
+    m_overflowCount = -1;
+    m_gpifCount = -1;
+    m_triggerDelay = 0;
+    m_triggerPosition = -1;
+    m_lastTriggerCount = -1;
+    std::memset(m_triggerBuf, 0, sizeof m_triggerBuf);
+    m_triggerBufCnt = 0;
+    m_timeStamp = false;
+    m_avgSamplesBetweenPPS = 8e7;
+    m_secondsFromCPU = 0;
+    m_partialSecond = 0.0;
+    m_clockOffset = 0.0;
+    m_oscRatio = 1.0;
+    m_trlrSynced = true;
+}
+
+int Device::AddCommand() {
+    m_usb->AddCommand(m_cmd);
+    return 0;
+}
+
+int Device::AddSecondCommand() {
+    m_usb->AddCommand(m_secCmd);
+    return 0;
+}
+
+qsStatus Device::Initiate(const Settings* s, unsigned mode, unsigned flag) {
+    Abort();
+    *m_settings = *s;
+    qsStatus status;
+    switch (mode) {
+        case QS_MODE_SWEEP: status = ConfigureSweepMode(flag); break;
+        case QS_MODE_REAL_TIME: status = ConfigureRealTime(flag); break;
+        case QS_MODE_STREAMING: status = ConfigureIQ(flag); break;
+        case QS_MODE_AUDIO: status = ConfigureAudioDemod(); break;
+        case QS_MODE_TG_SWEEP: status = ConfigureTgMode(flag); break;
+        default: return qsInvalidModeErr;
+    }
+    if (status < 0) {
+        m_fftReady = false;
+        return status;
+    }
+    m_fftReady = true;
+    return status;
+}
+
+qsStatus Device::Abort() {
+    m_sweepInfo.patchInfo.Clear();
+    if (m_mode.load() == QS_MODE_IDLE) return qsDeviceNotConfiguredErr;
+    m_fftReady = false;
+    if (IsStreaming()) StopStreaming();
+    m_mode = QS_MODE_IDLE;
+    m_secondsFromCPU = 0;
+    m_partialSecond = 0.0;
+    DeleteAndNullifyFFTEngines();
+    return qsNoError;
+}
+
+void Device::DeleteAndNullifyFFTEngines() {
+    // Each mode's engine joins here as it is built.
+    m_fftReady = false;
+}
+
+bool Device::IsStreaming() const {
+    const int mode = m_mode.load();
+    return mode == QS_MODE_REAL_TIME || mode == QS_MODE_STREAMING || mode == QS_MODE_AUDIO;
+}
+
+bool Device::StopStreaming() {
+    m_cmd.subBandArray[0].settings[0] |= 0x1;
+    m_cmd.commandType = QS_CFG_STREAM;
+    m_cmd.headerType = QS_CMD_CONFIGURE;
+    AddCommand();
+    // Once the mailbox is empty the stop went out on the thread's own path,
+    // and StoreData will not run again for this stream.
+    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_sweepInfo.secondLOOffset = 0.0;
+    return true;
 }
 
 qsStatus Device::Preset() {
     m_cmd.commandType = 2;
     m_cmd.headerType = QS_CMD_PRESET;
-    AddCommand(m_cmd);
+    AddCommand();
     return qsNoError;
 }
 
-int Device::StoreData(uint8_t*, uint8_t*, int, int index) {
-    // No engine takes blocks yet; the counted run still passes through.
-    return index;
+bool Device::ReadFlash(unsigned page, unsigned char* get) {
+    if (page >= static_cast<unsigned>(QS_FLASH_READ_PAGES)) return false;
+    m_cmd.commandType = static_cast<uint16_t>(page);
+    m_cmd.headerType = QS_CMD_READ_FLASH;
+    AddCommand();
+    // By then the interface thread has taken the command; idle again means
+    // the page is in its buffer.
+    usleep(100000);
+    while (!m_usb->IsIdle()) usleep(1000);
+    std::memcpy(get, m_usb->FlashBuf(), QS_FLASH_PAGE_BYTES);
+    return true;
+}
+
+bool Device::WriteFlash(unsigned page, const unsigned char* put) {
+    m_cmd.commandType = static_cast<uint16_t>(page);
+    m_cmd.headerType = QS_CMD_WRITE_FLASH;
+    m_cmd.subBandCount = QS_FLASH_UNLOCK;
+    std::memcpy(m_cmd.subBandBuffer, put, QS_FLASH_WRITE_BYTES);
+    AddCommand();
+    usleep(25000);
+    return true;
+}
+
+bool Device::ClearFlash() {
+    m_cmd.commandType = QS_FLASH_UNLOCK;
+    m_cmd.subBandCount = QS_FLASH_UNLOCK;
+    m_cmd.headerType = QS_CMD_CLEAR_FLASH;
+    AddCommand();
+    usleep(1000000);
+    return true;
+}
+
+qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
+    const unsigned mask = p1 | p2;
+    if (mask == m_portMask && !force) return qsNoError;
+    while (m_usb->CommandsQueued() >= 1) usleep(1000);
+    m_oscRatio = (p1 & QS_PORT1_EXT_REF) ? 1.0 : CalibratedOscRatio();
+    m_portMask = mask;
+    m_cmd.headerType = QS_CMD_SET_PORTS;
+    m_cmd.subBandBuffer[0] = static_cast<uint8_t>(mask);
+    std::memset(m_cmd.subBandBuffer + 1, 0, 15);
+    usleep(10000);
+    AddCommand();
+    usleep(10000);
+    return qsNoError;
+}
+
+void Device::SetTimebaseCorrection(double ratio) {
+    m_oscRatio = ratio;
+    m_calOscRatio = ratio;
+}
+
+qsStatus Device::GetIQCorrection(float& correction) const {
+    if (m_mode.load() != QS_MODE_STREAMING) return qsDeviceNotConfiguredErr;
+    correction = static_cast<float>(std::sqrt(std::pow(10.0, (m_settings->Ref() + 10.0) / 10.0)));
+    return qsNoError;
+}
+
+qsStatus Device::FinalStatus(qsStatus engineStatus) {
+    const qsStatus usb = m_usb->TransferStatus();
+    if (usb != qsNoError) return usb;
+    if (!m_trlrSynced.load()) return qsPacketFramingErr;
+    if (m_gpifError.load()) {
+        m_overflow = false;
+        m_gpifError = false;
+        return qsUncalSweep;
+    }
+    if (m_overflow.exchange(false)) return qsADCOverflow;
+    return engineStatus;
+}
+
+// ------------------------------------------------------------ Ingest
+
+int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int /*ppf*/, int /*index*/) {
+    if (!m_fftReady.load()) return 0;
+    for (int i = 0; i < QS_PACKETS_PER_CHANNEL; ++i) {
+        int16_t* pair = m_rawUnpacked + kPacketPairSamples * i;
+        unpack_to_short(ch1 + QS_PACKET_BYTES * i + QS_PAYLOAD_OFFSET, pair);
+        unpack_to_short(ch2 + QS_PACKET_BYTES * i + QS_PAYLOAD_OFFSET,
+                        pair + QS_SAMPLES_PER_PACKET);
+    }
+    ParseHeader(ch1, ch2);
+    ParseTrailer(ch1, ch2);
+    m_triggerBufCnt = 0;
+    if (m_mode.load() == QS_MODE_STREAMING) {
+        CheckForExternalTrigger(ch1, ch2);
+        UpdateTimestamp();
+    }
+    // The engines of each mode take the block here as they are built.
+    return 0;
+}
+
+int Device::ParseHeader(const uint8_t* ch1, const uint8_t* ch2) {
+    const stateHeader_t& h1 = Header(ch1, 0);
+    const stateHeader_t& h2 = Header(ch2, 0);
+    if (h1.ADCValue != h2.ADCValue || h1.ADCIndex != h2.ADCIndex || h1.ADCIndex > 6) return -1;
+    const uint16_t v = h1.ADCValue;
+    const float f = static_cast<float>(v);
+    switch (h1.ADCIndex) {
+        case 0: m_readings.voltage1_8 = f * 0.001f; break;
+        case 1: m_readings.voltageUSB = f * 0.003f; break;
+        case 2: m_readings.voltage1_2 = f * 0.001f; break;
+        case 3: m_readings.currentUSB = f; break;
+        case 4:
+            m_readings.celcius =
+                static_cast<float>(static_cast<int16_t>(v) * 8) * 0.0078125f;
+            break;
+        default: break;
+    }
+    if (m_readings.celcius.load() > 256.0f) m_readings.celcius = m_readings.celcius.load() - 512.0f;
+    return 1;
+}
+
+int Device::ParseTrailer(const uint8_t* ch1, const uint8_t* ch2) {
+    const stateTrailer_t& first2 = Trailer(ch2, 0);
+    m_fpgaid = first2.S3DNA;
+    m_trlrSynced = static_cast<int32_t>(first2.TotalPktCount) -
+                       static_cast<int32_t>(Trailer(ch1, 0).TotalPktCount) ==
+                   1;
+    const int gpif = Trailer(ch2, QS_PACKETS_PER_CHANNEL - 1).GPIFOverflowCount;
+    if (m_gpifCount == -1) {
+        m_gpifCount = gpif;
+    } else if (gpif != m_gpifCount) {
+        m_gpifCount = gpif;
+        m_gpifError = true;
+    }
+    const int adc = first2.ADCOverflowCount;
+    if (m_overflowCount == -1) {
+        m_overflowCount = adc;
+    } else if (adc != m_overflowCount) {
+        m_overflowCount = adc;
+        m_overflow = true;
+    }
+    return 1;
+}
+
+int Device::CheckForExternalTrigger(const uint8_t* ch1, const uint8_t* ch2) {
+    if (m_lastTriggerCount == -1) {
+        m_lastTriggerCount = Trailer(ch1, 0).NumberOfEvents;
+        return -1;
+    }
+    std::memset(m_triggerBuf, 0, sizeof m_triggerBuf);
+    m_triggerBufCnt = 0;
+    if (!(m_portMask & QS_PORT_TRIGGER_IN)) return -1;
+
+    int first;
+    if (m_triggerPosition < -1) {
+        first = -QS_BLOCK_SAMPLES - m_triggerPosition;
+        m_triggerPosition = first;
+        m_triggerBuf[m_triggerBufCnt++] = first;
+    } else {
+        m_triggerPosition = -1;
+        first = -1;
+    }
+    auto note = [&](int position) {
+        if (first < 0) first = m_triggerPosition = position;
+        m_triggerBuf[m_triggerBufCnt++] = position;
+    };
+    // An EventCounter of 0 to 6 stands for a position one packet further on.
+    auto offset = [](int e) { return e <= 6 ? e + QS_SAMPLES_PER_PACKET : e; };
+    for (int p = 0; p < QS_PACKETS_PER_CHANNEL; ++p) {
+        const int base = kPacketPairSamples * p;
+        const stateTrailer_t& t1 = Trailer(ch1, p);
+        const stateTrailer_t& t2 = Trailer(ch2, p);
+        const int c1 = t1.NumberOfEvents;
+        if (c1 != m_lastTriggerCount) {
+            m_lastTriggerCount = c1;
+            note(m_triggerDelay + base + offset(t1.EventCounter));
+        }
+        const int c2 = t2.NumberOfEvents;
+        if (c2 != c1) {
+            m_lastTriggerCount = c2;
+            note(m_triggerDelay + base + QS_SAMPLES_PER_PACKET + offset(t2.EventCounter));
+        }
+    }
+    if (first >= QS_BLOCK_SAMPLES) {
+        // It lies in the next block: carried there, and not listed here.
+        m_triggerPosition = -first;
+        --m_triggerBufCnt;
+    }
+    if (m_triggerBufCnt <= 16) m_triggerBuf[m_triggerBufCnt] = 0;
+    return first;
+}
+
+void Device::UpdateTimestamp() {
+    // No pulse-per-second measurement on this platform.
+    m_secondsFromCPU = 0;
+    m_partialSecond = 0.0;
 }
 
 }  // namespace qs

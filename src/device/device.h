@@ -1,10 +1,15 @@
-// The device core: owns the transport, the active settings and the plan,
-// and is where the transport and the processing meet.
+// The device core: owns the transport, the active settings, the plan and
+// (later) the calibration and the engine of the current mode. The public
+// calls go through it; the interface thread hands it every block.
 //
-// So far it carries the open-time life cycle only; measurements, ingest and
-// the calibration come with the planning and the engines.
+// Threads: everything runs on the caller's thread but StoreData and what it
+// calls (ParseHeader, ParseTrailer, CheckForExternalTrigger), which run on
+// the interface thread. The fields they share are atomic: the ready flag and
+// the mode (read there), the overflow flags (set there, cleared by a fetch),
+// the framing flag, the readings and the FPGA id (written there).
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "qs_api.h"
@@ -16,51 +21,128 @@ namespace qs {
 
 class Settings;
 
+// Monitor values as last reported by the device.
+struct Diagnostics {
+    std::atomic<float> celcius{0.0f};
+    std::atomic<float> voltage1_8{0.0f};
+    std::atomic<float> voltage1_2{0.0f};
+    std::atomic<float> voltageUSB{0.0f};
+    std::atomic<float> currentUSB{0.0f};
+
+    void Clear();
+};
+
 class Device {
 public:
+    static constexpr int TRIGGER_BUF_SZ = 17;
+
     // Takes ownership of the transport and registers as its data sink.
     explicit Device(CypressInterface* usb);
     virtual ~Device();
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
-    // The model's open sequence; negative status fails the open.
+    // The model's open sequence; a negative status fails the open.
     virtual qsStatus OpenDevice() = 0;
+    // Mode set-ups, by the model. Each sets m_mode at its end.
+    virtual qsStatus ConfigureSweepMode(unsigned flag) = 0;
+    virtual qsStatus ConfigureRealTime(unsigned flag) = 0;
+    virtual qsStatus ConfigureIQ(unsigned flag) = 0;
+    virtual qsStatus ConfigureAudioDemod() = 0;
+    virtual qsStatus ConfigureTgMode(unsigned flag) = 0;
+    // Changes the port mask; sends it when it changed or when forced.
+    virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
+    // Ends what runs, copies the staging settings over the active ones and
+    // lets the model set the mode up.
+    qsStatus Initiate(const Settings* s, unsigned mode, unsigned flag);
+    // Ends any measurement; qsDeviceNotConfiguredErr when nothing ran.
+    qsStatus Abort();
     // Sends the device preset command. Only the device is told.
     qsStatus Preset();
+    // Sends the stop command of a stream and waits until it went out.
+    bool StopStreaming();
+
+    // Flash service. Page numbers of reads are 0..48; writes go to 256-byte
+    // write blocks, with no bound check.
+    bool ReadFlash(unsigned page, unsigned char* get);
+    bool WriteFlash(unsigned page, const unsigned char* put);
+    bool ClearFlash();
 
     int GetDeviceType() const { return m_usb->GetDeviceType(); }
     int MapleRev() const { return m_usb->MapleRev(); }
     bool IsValid() const { return m_validDevice; }
+    int GetMode() const { return m_mode.load(); }
+    unsigned GetFPGAID() const { return m_fpgaid.load(); }
     unsigned GetSerialNumber() const { return m_sid; }
     int GetFirmwareVersion() const { return m_firmware_version; }
-    int GetMode() const { return m_mode; }
-    const SweepInfo& GetSweepInfo() const { return m_sweepInfo; }
     Settings* GetSettings() const { return m_settings; }
-    CypressInterface* Transport() const { return m_usb; }
+    const SweepInfo& GetSweepInfo() const { return m_sweepInfo; }
+    SweepInfo& GetSweepInfo() { return m_sweepInfo; }
+    const Diagnostics& GetReadings() const { return m_readings; }
+    double GetTimebaseCorrection() const { return m_oscRatio; }
+    void SetTimebaseCorrection(double ratio);
+    qsStatus GetIQCorrection(float& correction) const;
+    bool IsStreaming() const;
 
-    // Interface thread: one block of both channels; returns the chunk
-    // index to hand back with the next block of the same sweep.
+    // Interface thread: one block of both channels. Sweep-like modes return
+    // the chunk index to hand back with the next block of the same pass.
     int StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index);
-    bool IsStreaming() const { return m_streaming; }
+    // Interface thread: the monitor value of the block; 1 if taken, else -1.
+    int ParseHeader(const uint8_t* ch1, const uint8_t* ch2);
+    // Interface thread: FPGA id, framing and the overflow counters.
+    int ParseTrailer(const uint8_t* ch1, const uint8_t* ch2);
+    // Interface thread: the block's external triggers into m_triggerBuf.
+    int CheckForExternalTrigger(const uint8_t* ch1, const uint8_t* ch2);
+    void UpdateTimestamp();
+
+    // The trigger positions of the block in hand, ending with a 0 entry.
+    const int* TriggerBuf() const { return m_triggerBuf; }
+    int TriggerBufCount() const { return m_triggerBufCnt; }
 
 protected:
     // Brings the fields to their open-time values.
     void InitDevice();
-    void AddCommand(const DeviceCommand& command) { m_usb->AddCommand(command); }
+    int AddCommand();
+    int AddSecondCommand();
+    void DeleteAndNullifyFFTEngines();
+    // The status every fetch ends with, after its engine delivered.
+    qsStatus FinalStatus(qsStatus engineStatus);
+    // The calibrated ratio of true to nominal time base.
+    virtual double CalibratedOscRatio() const { return m_calOscRatio; }
 
+    std::atomic<bool> m_fftReady{false};
     bool m_validDevice = true;
+    std::atomic<unsigned> m_fpgaid{0};
     unsigned m_sid = 0;
     int m_firmware_version = 0;
-    int m_mode = QS_MODE_IDLE;
+    std::atomic<int> m_mode{QS_MODE_IDLE};
     CypressInterface* m_usb;
     Settings* m_settings = nullptr;
     SweepInfo m_sweepInfo;
+    Diagnostics m_readings;
     DeviceCommand m_cmd;
     DeviceCommand m_secCmd;
+    unsigned m_portMask = 0;
     int16_t* m_rawUnpacked = nullptr;
-    bool m_streaming = false;
+    std::atomic<bool> m_overflow{false};
+    int m_overflowCount = -1;
+    std::atomic<bool> m_gpifError{false};
+    int m_gpifCount = -1;
+    int m_triggerDelay = 0;
+    int m_triggerPosition = -1;
+    int m_lastTriggerCount = -1;
+    int m_triggerBuf[TRIGGER_BUF_SZ] = {};
+    int m_triggerBufCnt = 0;
+    bool m_timeStamp = false;
+    double m_avgSamplesBetweenPPS = 8e7;
+    unsigned m_secondsFromCPU = 0;
+    double m_partialSecond = 0.0;
+    double m_clockOffset = 0.0;
+    double m_oscRatio = 1.0;
+    // Stands in for the calibration's ratio until the image is read.
+    double m_calOscRatio = 1.0;
+    std::atomic<bool> m_trlrSynced{true};
 };
 
 }  // namespace qs

@@ -8,15 +8,25 @@ DeviceLarch::DeviceLarch(CypressInterface* usb) : Device(usb) {
     m_settings = new SettingsLarch();
 }
 
-DeviceLarch::~DeviceLarch() = default;
+DeviceLarch::~DeviceLarch() { Abort(); }
 
 qsStatus DeviceLarch::OpenDevice() {
     InitDevice();
     // Until the calibration image is read, the USB serial string stands in
-    // for the serial number of its header.
+    // for the serial number of its header. The IF self-calibration around
+    // the calibration read joins here.
     m_sid = static_cast<unsigned>(m_usb->SerialNumber());
-    // The IF self-calibration and the calibration read join here.
+    ConfigurePortIO(0, 0, true);
+    m_oscRatio = CalibratedOscRatio();
     return qsNoError;
 }
+
+// The planning of each mode comes with its engine; until then a set-up
+// refuses clearly instead of starting a measurement that cannot deliver.
+qsStatus DeviceLarch::ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceLarch::ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceLarch::ConfigureIQ(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceLarch::ConfigureAudioDemod() { return qsNotSupportedErr; }
+qsStatus DeviceLarch::ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
 
 }  // namespace qs

@@ -10,6 +10,11 @@ public:
     ~DeviceLarch() override;
 
     qsStatus OpenDevice() override;
+    qsStatus ConfigureSweepMode(unsigned flag) override;
+    qsStatus ConfigureRealTime(unsigned flag) override;
+    qsStatus ConfigureIQ(unsigned flag) override;
+    qsStatus ConfigureAudioDemod() override;
+    qsStatus ConfigureTgMode(unsigned flag) override;
 };
 
 }  // namespace qs

@@ -8,15 +8,25 @@ DeviceMaple::DeviceMaple(CypressInterface* usb) : Device(usb) {
     m_settings = new SettingsMaple();
 }
 
-DeviceMaple::~DeviceMaple() = default;
+DeviceMaple::~DeviceMaple() { Abort(); }
 
 qsStatus DeviceMaple::OpenDevice() {
     InitDevice();
     // Until the calibration image is read, the USB serial string stands in
-    // for the serial number of its header.
+    // for the serial number of its header. The start-up sweep and the
+    // calibration read join here.
     m_sid = static_cast<unsigned>(m_usb->SerialNumber());
-    // The start-up sweep and the calibration read join here.
+    m_oscRatio = CalibratedOscRatio();
+    ConfigurePortIO(0, 0, true);
     return qsNoError;
 }
+
+// The planning of each mode comes with its engine; until then a set-up
+// refuses clearly instead of starting a measurement that cannot deliver.
+qsStatus DeviceMaple::ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceMaple::ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceMaple::ConfigureIQ(unsigned) { return qsNotSupportedErr; }
+qsStatus DeviceMaple::ConfigureAudioDemod() { return qsNotSupportedErr; }
+qsStatus DeviceMaple::ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
 
 }  // namespace qs

@@ -1,11 +1,71 @@
-// The plan of a measurement. Only what the transport reads stands here so
-// far; the planning fills the rest.
+// The plan of a measurement: FFT size, LO steps, packets per step, the
+// trace's length and start, and the frequency map of the steps.
+//
+// Filled once by a mode set-up on the caller's thread, then read by the
+// engines for their whole life; it stays at one address inside its device
+// and is not rewritten while an engine runs.
 #pragma once
+
+#include <cstddef>
+#include <vector>
 
 namespace qs {
 
+// One LO step. Every producer sets all six fields.
+struct Patch {
+    int length;          // bins this step adds to the trace
+    int band;            // row of the model's LO table
+    int if_offset;       // shift of the kept slice from the pass band's centre, bins
+    double center_freq;  // nominal RF centre, Hz (Maple row 0: the IF centre, 2e7)
+    double if_center;    // 0, or 1e7 on a Larch step moved for a residual spur
+    bool flip_spectrum;  // the step's mixing inverts the spectrum
+};
+
+// The patches of a plan in step order; appended to, never replaced.
+class PatchInfo {
+public:
+    const std::vector<Patch>& Patches() const { return patches; }
+    const Patch& operator[](int i) const { return patches[static_cast<std::size_t>(i)]; }
+    void Append(const Patch& patch) { patches.push_back(patch); }
+    int NumPatches() const { return static_cast<int>(patches.size()); }
+    void Clear() { patches.clear(); }
+
+private:
+    std::vector<Patch> patches;
+};
+
 struct SweepInfo {
-    int ppf = 0;  // packets per LO step
+    int traceLen = 0;
+    int fftSize = 16384;
+    int zeroPadAmount = 0;
+    int chunkSize = 18688;
+    int ppf = 0;
+    int stepCount = 32;
+    double binSize = 4882.8125;  // true frequency
+    double actualStart = 0.0;    // true frequency
+    int dsRatio = 0;
+    double initialCenter = 0.0;
+    double bandZeroNarrowCenter = 0.0;
+    int initialBand = 0;
+    int activeBandCnt = 0;
+    int firstPatchSkipCnt = 0;
+    int lastPatchSkipCnt = 0;  // meaningful in tracking-generator mode only
+    int step100kSize = 0;
+    double IFOffsetFraction = 0.0;
+    int IFOffset = 0;
+    double manualIFOffsetFractionVal = 0.0;
+    bool manualIFOffset = false;
+    double secondLOOffset = 0.0;
+    double idealIFOffset = 0.0;
+    int narrow_center[2] = {0, 0};  // kHz; narrow sweeps only
+    PatchInfo patchInfo;
+    double if_offset_hz = 0.0;  // streaming only
+    int tgInitialCount = 0;     // tracking-generator mode only
+    bool mapleBandZeroIQ = false;
+
+    // The open-time values of every field that has one; leaves the patch
+    // list and the mode-only fields alone.
+    void LoadDefaults();
 };
 
 }  // namespace qs

@@ -1,0 +1,53 @@
+// Start, stop and the calls that act on the device at once.
+#include "api/device_table.h"
+#include "device/device.h"
+
+using namespace qs;
+using qs::api::Lookup;
+
+extern "C" {
+
+qsStatus qsInitiate(int device, unsigned int mode, unsigned int flag) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    if (!dev->IsValid()) return qsDeviceInvalidErr;
+    return dev->Initiate(api::settings[device], mode, flag);
+}
+
+qsStatus qsAbort(int device) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    return dev->Abort();
+}
+
+qsStatus qsConfigureIO(int device, unsigned int port1, unsigned int port2) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
+    if (port1 > 255 || port2 > 255) return qsInvalidParameterErr;
+    return dev->ConfigurePortIO(port1, port2, false);
+}
+
+qsStatus qsGetDeviceDiagnostics(int device, float* temperature, float* usbVoltage,
+                                float* usbCurrent) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    const Diagnostics& readings = dev->GetReadings();
+    if (temperature) *temperature = readings.celcius;
+    if (usbVoltage) *usbVoltage = readings.voltageUSB;
+    if (usbCurrent) {
+        // The Maple reports half its supply current.
+        const float current = readings.currentUSB;
+        *usbCurrent = dev->GetDeviceType() == QS_DEVICE_TYPE_MAPLE ? 2.0f * current : current;
+    }
+    return qsNoError;
+}
+
+qsStatus qsGetIQCorrection(int device, float* correction) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    if (!correction) return qsNullPtrErr;
+    return dev->GetIQCorrection(*correction);
+}
+
+}  // extern "C"

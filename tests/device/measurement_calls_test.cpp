@@ -1,0 +1,83 @@
+// The measurement and service calls that work without a running mode.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+
+namespace {
+
+class IdleDevice : public ::testing::Test {
+protected:
+    void SetUp() override {
+        qssim_reset();
+        sim = qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
+        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
+    }
+    void TearDown() override {
+        qsCloseDevice(h);
+        qssim_reset();
+    }
+    int sim = -1;
+    int h = -1;
+};
+
+TEST_F(IdleDevice, InitiateRefusesWhatIsNotAModeAndLeavesTheDeviceIdle) {
+    for (unsigned mode : {2u, 3u, 5u, 6u, 9u, 0xFFFFFFFFu})
+        EXPECT_EQ(qsInitiate(h, mode, 0), qsInvalidModeErr) << mode;
+    EXPECT_EQ(qsAbort(h), qsDeviceNotConfiguredErr);
+    // Still usable afterwards.
+    EXPECT_EQ(qsConfigureIO(h, 0, 0), qsNoError);
+}
+
+TEST_F(IdleDevice, ConfigureIOChecksItsPortsAndSendsOnlyChanges) {
+    EXPECT_EQ(qsConfigureIO(h, 256, 0), qsInvalidParameterErr);
+    EXPECT_EQ(qsConfigureIO(h, 0, 256), qsInvalidParameterErr);
+    const int before = qssim_command_count(sim);
+    EXPECT_EQ(qsConfigureIO(h, 0, 0), qsNoError);  // the mask sent at open
+    EXPECT_EQ(qssim_command_count(sim), before);
+    EXPECT_EQ(qsConfigureIO(h, 0x40, 0x02), qsNoError);
+    ASSERT_EQ(qssim_command_count(sim), before + 1);
+    unsigned char block[1024];
+    ASSERT_EQ(qssim_get_command(sim, before, block), 0);
+    EXPECT_EQ(block[0], 0x15);
+    EXPECT_EQ(block[16], 0x42);
+    for (int i = 17; i < 32; ++i) EXPECT_EQ(block[i], 0) << i;
+}
+
+TEST_F(IdleDevice, TheExternalReferenceBitSetsTheRatioToOne) {
+    ASSERT_EQ(qsSetTimebaseCorrection(h, 1.000002), qsNoError);
+    double ratio = 0.0;
+    ASSERT_EQ(qsGetTimebaseCorrection(h, &ratio), qsNoError);
+    EXPECT_DOUBLE_EQ(ratio, 1.000002);
+    ASSERT_EQ(qsConfigureIO(h, QS_PORT1_EXT_REF, 0), qsNoError);
+    ASSERT_EQ(qsGetTimebaseCorrection(h, &ratio), qsNoError);
+    EXPECT_DOUBLE_EQ(ratio, 1.0);
+    ASSERT_EQ(qsConfigureIO(h, 0, 0), qsNoError);
+    ASSERT_EQ(qsGetTimebaseCorrection(h, &ratio), qsNoError);
+    EXPECT_DOUBLE_EQ(ratio, 1.000002);
+}
+
+TEST_F(IdleDevice, QueriesOfAModeThatDoesNotRunAreRefused) {
+    float correction = 0.0f;
+    EXPECT_EQ(qsGetIQCorrection(h, &correction), qsDeviceNotConfiguredErr);
+    EXPECT_EQ(qsGetIQCorrection(h, nullptr), qsNullPtrErr);
+    float t = -1, v = -1, c = -1;
+    EXPECT_EQ(qsGetDeviceDiagnostics(h, &t, &v, &c), qsNoError);
+    EXPECT_EQ(t, 0.0f);  // no block has arrived yet
+    EXPECT_EQ(qsGetDeviceDiagnostics(h, nullptr, nullptr, nullptr), qsNoError);
+    unsigned id = 1;
+    EXPECT_EQ(qsGetFPGAid(h, &id), qsNoError);
+    EXPECT_EQ(id, 0u);
+}
+
+TEST_F(IdleDevice, AFlashPageBeyondTheLastLeavesTheBufferAlone) {
+    std::vector<unsigned char> data(65536, 0xA5);
+    EXPECT_EQ(qsReadFlash(h, 49, data.data()), qsNoError);
+    for (unsigned char byte : data) ASSERT_EQ(byte, 0xA5);
+    EXPECT_EQ(qsReadFlash(h, 0, nullptr), qsNullPtrErr);
+}
+
+}  // namespace
