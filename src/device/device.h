@@ -44,12 +44,14 @@ public:
 
     // The model's open sequence; a negative status fails the open.
     virtual qsStatus OpenDevice() = 0;
-    // Mode set-ups, by the model. Each sets m_mode at its end.
-    virtual qsStatus ConfigureSweepMode(unsigned flag) = 0;
-    virtual qsStatus ConfigureRealTime(unsigned flag) = 0;
-    virtual qsStatus ConfigureIQ(unsigned flag) = 0;
-    virtual qsStatus ConfigureAudioDemod() = 0;
-    virtual qsStatus ConfigureTgMode(unsigned flag) = 0;
+    // Mode set-ups, by the model. Each sets m_mode at its end. A mode whose
+    // planning and engine a model does not have yet refuses clearly with
+    // qsNotSupportedErr instead of starting a measurement that cannot deliver.
+    virtual qsStatus ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
+    virtual qsStatus ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
+    virtual qsStatus ConfigureIQ(unsigned) { return qsNotSupportedErr; }
+    virtual qsStatus ConfigureAudioDemod() { return qsNotSupportedErr; }
+    virtual qsStatus ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
     // Changes the port mask; sends it when it changed or when forced.
     virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 

@@ -21,12 +21,4 @@ qsStatus DeviceLarch::OpenDevice() {
     return qsNoError;
 }
 
-// The planning of each mode comes with its engine; until then a set-up
-// refuses clearly instead of starting a measurement that cannot deliver.
-qsStatus DeviceLarch::ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceLarch::ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceLarch::ConfigureIQ(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceLarch::ConfigureAudioDemod() { return qsNotSupportedErr; }
-qsStatus DeviceLarch::ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
-
 }  // namespace qs

@@ -21,12 +21,4 @@ qsStatus DeviceMaple::OpenDevice() {
     return qsNoError;
 }
 
-// The planning of each mode comes with its engine; until then a set-up
-// refuses clearly instead of starting a measurement that cannot deliver.
-qsStatus DeviceMaple::ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceMaple::ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceMaple::ConfigureIQ(unsigned) { return qsNotSupportedErr; }
-qsStatus DeviceMaple::ConfigureAudioDemod() { return qsNotSupportedErr; }
-qsStatus DeviceMaple::ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
-
 }  // namespace qs

@@ -10,11 +10,6 @@ public:
     ~DeviceMaple() override;
 
     qsStatus OpenDevice() override;
-    qsStatus ConfigureSweepMode(unsigned flag) override;
-    qsStatus ConfigureRealTime(unsigned flag) override;
-    qsStatus ConfigureIQ(unsigned flag) override;
-    qsStatus ConfigureAudioDemod() override;
-    qsStatus ConfigureTgMode(unsigned flag) override;
 };
 
 }  // namespace qs

@@ -24,11 +24,6 @@ public:
     }
     ~BareDevice() override { Abort(); }
     qsStatus OpenDevice() override { return qsNoError; }
-    qsStatus ConfigureSweepMode(unsigned) override { return qsNotSupportedErr; }
-    qsStatus ConfigureRealTime(unsigned) override { return qsNotSupportedErr; }
-    qsStatus ConfigureIQ(unsigned) override { return qsNotSupportedErr; }
-    qsStatus ConfigureAudioDemod() override { return qsNotSupportedErr; }
-    qsStatus ConfigureTgMode(unsigned) override { return qsNotSupportedErr; }
 
     void SetTriggerDelay(int samples) { m_triggerDelay = samples; }
     qsStatus Final(qsStatus engine) { return FinalStatus(engine); }
