@@ -3,8 +3,10 @@
 // configuring touches neither the hardware nor the active settings.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cmath>
 #include <functional>
+#include <thread>
 
 #include "api/device_table.h"
 #include "device/device.h"
@@ -51,6 +53,21 @@ protected:
         const SettingsMaple before(static_cast<SettingsMaple&>(Staged(maple)));
         EXPECT_EQ(call(), want);
         EXPECT_EQ(DiffFields(before, Staged(maple)), std::vector<std::string>{});
+    }
+
+    // The number of commands the Maple has received, once it has held
+    // still for 100 ms: the transport's mailbox hands a queued command on
+    // within a few milliseconds. -1 if it never settles.
+    static int SettledCommandCount() {
+        int count = qssim_command_count(mapleId);
+        for (int quiet = 0, waited = 0; quiet < 100; ++waited) {
+            if (waited > 2000) return -1;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            const int now = qssim_command_count(mapleId);
+            quiet = now == count ? quiet + 1 : 0;
+            count = now;
+        }
+        return count;
     }
 
     static inline int maple = -1, larch = -1, mapleId = -1;
@@ -154,7 +171,7 @@ TEST_F(Configure, DemodStagesCwAsLowerSideBandAndChecksNothing) {
 TEST_F(Configure, ConfiguringSendsNothingAndLeavesTheActiveCopy) {
     const Settings& active = *api::Lookup(maple)->GetSettings();
     const SettingsMaple activeBefore(static_cast<const SettingsMaple&>(active));
-    const int commandsBefore = qssim_command_count(mapleId);
+    const int commandsBefore = SettledCommandCount();
     ASSERT_GE(commandsBefore, 0);
 
     EXPECT_EQ(qsConfigureAcquisition(maple, 1, 2), qsNoError);
@@ -171,11 +188,15 @@ TEST_F(Configure, ConfiguringSendsNothingAndLeavesTheActiveCopy) {
     EXPECT_EQ(qsConfigureDemod(maple, QS_DEMOD_AM, 1e8, 1e4f, 5e3f, 50.0f, 0.0f), qsNoError);
     EXPECT_EQ(qsConfigTgSweep(maple, 100, false, true), qsNoError);
 
-    EXPECT_EQ(qssim_command_count(mapleId), commandsBefore);
     EXPECT_EQ(DiffFields(activeBefore, active), std::vector<std::string>{});
     // ...while the staging object took all of it.
     EXPECT_EQ(Staged(maple).Center(), 1e9);
     EXPECT_EQ(Staged(maple).m_tgSweepSize, 100);
+
+    EXPECT_EQ(SettledCommandCount(), commandsBefore);
+    // The count does see traffic: a preset is one command.
+    ASSERT_EQ(qsPreset(maple), qsNoError);
+    EXPECT_EQ(SettledCommandCount(), commandsBefore + 1);
 }
 
 }  // namespace
