@@ -253,7 +253,8 @@ inline void UnpackGroup(const uint8_t* src, T* dst, Conv conv) {
 
 constexpr int kGroupBytes = UNPACK_GROUP_WORDS * 2;
 
-inline short AsShort(int16_t v) { return v; }
+// A lambda, not a function pointer, so that it inlines into the group.
+constexpr auto AsShort = [](int16_t v) -> short { return v; };
 
 }  // namespace
 
