@@ -3,6 +3,7 @@
 // goes on unchanged until the next qsInitiate. (qsConfigureIO, which acts
 // on the device at once, lives with the device calls.)
 #include "api/device_table.h"
+#include "device/device.h"
 #include "settings/settings.h"
 
 using namespace qs;
@@ -122,10 +123,9 @@ qsStatus qsConfigureDemod(int device, int modulationType, double freq, float IFB
     }
     // Not range-checked: the audio engine clamps at its start.
     s->m_audio = audio;
-    // TODO(device): hand the set to a running audio engine here, through
-    // Device::UpdateAudioSettings(audio), dropping its result (it refuses
-    // when no audio engine runs). Until the device has that call this only
-    // stages, which is also the whole effect whenever audio is not running.
+    // A running audio engine takes the new set at once; with none running
+    // the device refuses, and the call has only staged.
+    qs::api::Lookup(device)->UpdateAudioSettings(audio);
     return qsNoError;
 }
 

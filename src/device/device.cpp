@@ -211,6 +211,11 @@ qsStatus Device::GetIQCorrection(float& correction) const {
     return qsNoError;
 }
 
+qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
+    // The audio engine joins here; until then no audio ever runs.
+    return qsDeviceNotStreamingErr;
+}
+
 qsStatus Device::FinalStatus(qsStatus engineStatus) {
     const qsStatus usb = m_usb->TransferStatus();
     if (usb != qsNoError) return usb;

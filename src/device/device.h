@@ -20,6 +20,7 @@
 namespace qs {
 
 class Settings;
+struct AudioConfig;
 
 // Monitor values as last reported by the device.
 struct Diagnostics {
@@ -85,6 +86,9 @@ public:
     double GetTimebaseCorrection() const { return m_oscRatio; }
     void SetTimebaseCorrection(double ratio);
     qsStatus GetIQCorrection(float& correction) const;
+    // Hands a new demodulation set to the running audio engine;
+    // qsDeviceNotStreamingErr when none runs.
+    qsStatus UpdateAudioSettings(const AudioConfig& audio);
     bool IsStreaming() const;
 
     // Interface thread: one block of both channels. Sweep-like modes return
