@@ -146,10 +146,12 @@ IppStatus iir_gen(bool high, double f, double ripple, int order, double* taps, I
     // Gain at the middle of the pass band: z = 1 for low-pass, -1 for
     // high-pass. An even-order Chebyshev filter sits at the bottom of its
     // ripple there.
+    // The sums use A as it will be stored in double, so that the stored
+    // taps have the pass-band gain exactly.
     long double nb = 0, na = 0, sgn = 1;
     for (int i = 0; i <= order; ++i) {
         nb += b[i] * sgn;
-        na += a[i] * sgn;
+        na += (long double)double(a[i]) * sgn;
         if (high) sgn = -sgn;
     }
     long double target = 1.0L;
