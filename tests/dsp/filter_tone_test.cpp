@@ -80,7 +80,7 @@ TEST(Tuner, BlocksJoinIntoOneTone) {
     tuner.Tune(ones.data(), b.data());
     for (int i = 0; i < 2 * n; ++i) {
         const Ipp32fc v = i < n ? a[size_t(i)] : b[size_t(i - n)];
-        const long double ph = 2.0L * M_PIl * 0.8L * i;
+        const long double ph = 2.0L * M_PIl * (long double)0.8f * i;  // the tone runs at float(f)
         ASSERT_NEAR(v.re, double(std::cos(ph)), 3e-6) << i;
         ASSERT_NEAR(v.im, double(std::sin(ph)), 3e-6) << i;
     }
