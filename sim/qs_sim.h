@@ -51,6 +51,51 @@ void qssim_set_init_failure(int fail);
 int qssim_command_count(int id);
 int qssim_get_command(int id, int index, unsigned char* out);
 
+/* The firmware. Each device answers its commands as the instrument does:
+ * counted blocks for a sweep or capture, blocks without end for a stream
+ * until the stop command and then one last block whose headers echo the stop,
+ * one packet per channel for a flash page. Sample payloads are a
+ * deterministic low-noise pattern of the run's sample position. */
+
+/* Real-time pacing (non-zero): one block per 3.7376 ms from the command on,
+ * and a host that falls more than four blocks behind loses whole blocks, which
+ * steps GPIFOverflowCount. Off (the default): blocks are ready at once. */
+void qssim_set_pacing(int id, int realtime);
+
+/* The next transfer on a data endpoint (0x81 or 0x82) gets no data and ends
+ * by its time-out; the data it would have had stays in the device. */
+void qssim_stall_transfer(int id, int endpoint);
+
+/* The next flash page read delivers only `bytes` bytes on endpoint 0x82. */
+void qssim_short_flash_page(int id, int bytes);
+
+/* From the next block on, channel 2 loses one packet: the channels are out
+ * of step (TotalPktCount 3 apart) until the next command. */
+void qssim_slip_channel2(int id);
+
+/* From the next block on, GPIFOverflowCount (a device buffer overrun) or
+ * ADCOverflowCount (a converter overflow) is one higher. */
+void qssim_step_gpif_overflow(int id);
+void qssim_step_adc_overflow(int id);
+
+/* An external trigger event at a sample position, counted in the time order
+ * of the samples from the first sample of the data run in progress, or of
+ * the next one if none is (positions of 7 and above). A run spends the
+ * events it passed. Returns 0, or -1 if refused. */
+int qssim_add_trigger(int id, long long samplePosition);
+
+/* The internal temperature that the monitor readings report. */
+void qssim_set_temperature(int id, double celsius);
+
+/* Sample packets the firmware has sent on a data endpoint since plug-in. */
+long long qssim_packets_served(int id, int endpoint);
+
+/* Direct access to the device's flash (49 pages of 65536 bytes, erased to
+ * 0xFF), for loading an image or checking a write. Returns 0, or -1 when
+ * the range does not fit. */
+int qssim_flash_read(int id, unsigned offset, unsigned char* out, unsigned len);
+int qssim_flash_write(int id, unsigned offset, const unsigned char* data, unsigned len);
+
 #ifdef __cplusplus
 }
 #endif

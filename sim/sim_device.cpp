@@ -7,7 +7,10 @@
 namespace qssim {
 
 SimDevice::SimDevice(int id, int productId, unsigned serial)
-    : m_id(id), m_productId(productId), m_serial(serial) {}
+    : m_id(id),
+      m_productId(productId),
+      m_serial(serial),
+      m_firmware(productId, serial, &m_scene) {}
 
 std::string SimDevice::SerialString() const {
     char text[32];
@@ -17,11 +20,17 @@ std::string SimDevice::SerialString() const {
 
 void SimDevice::WriteOut(const uint8_t* data, int len) {
     m_commands.emplace_back(data, data + len);
+    m_firmware.OnCommand(data, len, Clock::now());
+}
+
+void SimDevice::ReadTimedOut(int endpoint) {
+    m_firmware.OnReadTimedOut(endpoint == kEndpointIn2 ? 1 : 0);
 }
 
 int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
     *shortPacket = false;
-    auto& queue = m_inQueue[endpoint == kEndpointIn2 ? 1 : 0];
+    const int channel = endpoint == kEndpointIn2 ? 1 : 0;
+    auto& queue = m_inQueue[channel];
     int copied = 0;
     while (!queue.empty() && copied < len) {
         auto& packet = queue.front();
@@ -32,9 +41,11 @@ int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
         queue.pop_front();
         if (wasShort) {
             *shortPacket = true;
-            break;
+            return copied;
         }
     }
+    if (queue.empty() && copied < len)
+        copied += m_firmware.Read(channel, dst + copied, len - copied, shortPacket, Clock::now());
     return copied;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "sim_firmware.h"
 #include "sim_scene.h"
 
 namespace qssim {
@@ -16,7 +17,8 @@ constexpr int kEndpointOut = 0x01;
 constexpr int kEndpointIn1 = 0x81;
 constexpr int kEndpointIn2 = 0x82;
 
-// One device. All calls are made with the world's lock held (sim_world.h).
+// One device: its identity and plug state on the bus, and its firmware,
+// which answers the commands. All calls are made with the world's lock held (sim_world.h).
 class SimDevice {
 public:
     SimDevice(int id, int productId, unsigned serial);
@@ -39,19 +41,25 @@ public:
 
     Scene& GetScene() { return m_scene; }
 
-    // Bulk OUT on endpoint 0x01: one command block.
+    // Bulk OUT on endpoint 0x01: one command block, for the firmware.
     virtual void WriteOut(const uint8_t* data, int len);
 
     // Bulk IN on 0x81 or 0x82: copies whole packets that are ready into dst,
-    // at most len bytes. Sets *shortPacket when the last one copied was short,
-    // which ends the transfer early as on a real bus. Returns the bytes copied.
+    // at most len bytes: first any queued by QueuePacket, then the firmware's.
+    // Sets *shortPacket when the last one copied was short, which ends the
+    // transfer early as on a real bus. Returns the bytes copied.
     virtual int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket);
+
+    // A read on 0x81 or 0x82 ended by its time-out.
+    void ReadTimedOut(int endpoint);
+
+    Firmware& GetFirmware() { return m_firmware; }
 
     // Every command block received, in order, for tests of the wire traffic.
     const std::vector<std::vector<uint8_t>>& Commands() const { return m_commands; }
 
 protected:
-    // Queues one packet on a data endpoint; the firmware model's output.
+    // Queues one packet on a data endpoint, served before the firmware's.
     void QueuePacket(int endpoint, std::vector<uint8_t> packet);
 
 private:
@@ -62,6 +70,7 @@ private:
     bool m_accessDenied = false;
     bool m_claimed = false;
     Scene m_scene;
+    Firmware m_firmware;
     std::vector<std::vector<uint8_t>> m_commands;
     std::deque<std::vector<uint8_t>> m_inQueue[2];
 };

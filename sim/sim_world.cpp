@@ -71,6 +71,15 @@ SimDevice* DeviceLocked(int id) {
     return g_world.devices[id].get();
 }
 
+// Runs fn on a device's firmware with the lock held; nothing for no device.
+template <typename Fn>
+void WithFirmware(int id, Fn fn) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (SimDevice* dev = DeviceLocked(id)) fn(dev->GetFirmware());
+    world.changed.notify_all();
+}
+
 }  // namespace
 
 World& GetWorld() {
@@ -162,6 +171,69 @@ __attribute__((visibility("default"))) int qssim_get_command(int id, int index, 
     std::memset(out, 0, 1024);
     std::memcpy(out, block.data(), std::min<size_t>(block.size(), 1024));
     return 0;
+}
+
+__attribute__((visibility("default"))) void qssim_set_pacing(int id, int realtime) {
+    WithFirmware(id, [&](Firmware& fw) { fw.SetPacing(realtime != 0); });
+}
+
+__attribute__((visibility("default"))) void qssim_stall_transfer(int id, int endpoint) {
+    WithFirmware(id, [&](Firmware& fw) { fw.StallNextTransfer(endpoint == kEndpointIn2 ? 1 : 0); });
+}
+
+__attribute__((visibility("default"))) void qssim_short_flash_page(int id, int bytes) {
+    WithFirmware(id, [&](Firmware& fw) { fw.ShortenNextFlashPage(bytes < 0 ? 0 : bytes); });
+}
+
+__attribute__((visibility("default"))) void qssim_slip_channel2(int id) {
+    WithFirmware(id, [](Firmware& fw) { fw.SlipChannel2(); });
+}
+
+__attribute__((visibility("default"))) void qssim_step_gpif_overflow(int id) {
+    WithFirmware(id, [](Firmware& fw) { fw.StepGpifOverflow(); });
+}
+
+__attribute__((visibility("default"))) void qssim_step_adc_overflow(int id) {
+    WithFirmware(id, [](Firmware& fw) { fw.StepAdcOverflow(); });
+}
+
+__attribute__((visibility("default"))) int qssim_add_trigger(int id, long long samplePosition) {
+    int result = -1;
+    WithFirmware(id, [&](Firmware& fw) { result = fw.AddTrigger(samplePosition) ? 0 : -1; });
+    return result;
+}
+
+__attribute__((visibility("default"))) void qssim_set_temperature(int id, double celsius) {
+    WithFirmware(id, [&](Firmware& fw) { fw.SetTemperature(celsius); });
+}
+
+__attribute__((visibility("default"))) long long qssim_packets_served(int id, int endpoint) {
+    long long served = 0;
+    WithFirmware(id, [&](Firmware& fw) { served = fw.PacketsServed(endpoint == kEndpointIn2 ? 1 : 0); });
+    return served;
+}
+
+__attribute__((visibility("default"))) int qssim_flash_read(int id, unsigned offset,
+                                                            unsigned char* out, unsigned len) {
+    int result = -1;
+    WithFirmware(id, [&](Firmware& fw) {
+        if (!out || offset > unsigned(kFlashBytes) || len > unsigned(kFlashBytes) - offset) return;
+        std::memcpy(out, fw.Flash() + offset, len);
+        result = 0;
+    });
+    return result;
+}
+
+__attribute__((visibility("default"))) int qssim_flash_write(int id, unsigned offset,
+                                                             const unsigned char* data,
+                                                             unsigned len) {
+    int result = -1;
+    WithFirmware(id, [&](Firmware& fw) {
+        if (!data || offset > unsigned(kFlashBytes) || len > unsigned(kFlashBytes) - offset) return;
+        std::memcpy(fw.Flash() + offset, data, len);
+        result = 0;
+    });
+    return result;
 }
 
 }  // extern "C"

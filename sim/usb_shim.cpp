@@ -104,6 +104,7 @@ bool Progress(World& world, InFlight& f, Clock::time_point now) {
     }
     if (now >= f.deadline) {
         xfr->status = LIBUSB_TRANSFER_TIMED_OUT;
+        dev->ReadTimedOut(xfr->endpoint);
         return true;
     }
     return false;
@@ -342,7 +343,10 @@ QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned cha
         if (transferred) *transferred = done;
         if (done == length || shortPacket) return LIBUSB_SUCCESS;
         const Clock::time_point now = Clock::now();
-        if (now >= deadline) return LIBUSB_ERROR_TIMEOUT;
+        if (now >= deadline) {
+            sim->ReadTimedOut(endpoint);
+            return LIBUSB_ERROR_TIMEOUT;
+        }
         world.changed.wait_until(hold, std::min(deadline, now + std::chrono::milliseconds(1)));
     }
 }

@@ -7,6 +7,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "device/device.h"
 
@@ -121,6 +122,22 @@ void Transfer::StartTransfer(int results[2]) {
     completed[0] = completed[1] = 0;
     results[0] = libusb_submit_transfer(xfr[0]);
     results[1] = libusb_submit_transfer(xfr[1]);
+    submitted[0] = results[0] == 0;
+    submitted[1] = results[1] == 0;
+}
+
+void Transfer::Retire() {
+    // A busy resubmit leaves the earlier submit in flight; either way libusb
+    // must give the transfer back before it is freed.
+    for (int i = 0; i < 2; ++i)
+        if (submitted[i] && !completed[i]) libusb_cancel_transfer(xfr[i]);
+    for (int pass = 0; pass < 40; ++pass) {
+        const bool pending0 = submitted[0] && !completed[0];
+        const bool pending1 = submitted[1] && !completed[1];
+        if (!pending0 && !pending1) break;
+        libusb_handle_events_timeout_completed(nullptr, &tv, pending0 ? &completed[0] : &completed[1]);
+    }
+    started = false;
 }
 
 void Transfer::CancelTransfer() {
@@ -166,7 +183,15 @@ void CypressInterface::InterfaceThread() {
         state = USB_CLOSED;
         return;
     }
-    Init();
+    try {
+        Init();
+    } catch (const std::bad_alloc&) {
+        // Nothing can be read without the buffers: give the device back.
+        openDeviceList.erase(deviceIndex);
+        CleanUp();
+        state = USB_CLOSED;
+        return;
+    }
     state = USB_OPEN;
     Idle();
     CleanUp();
@@ -230,6 +255,8 @@ void CypressInterface::Init() {
 
 void CypressInterface::CleanUp() {
     if (state.load() == USB_OPEN) openDeviceList.erase(deviceIndex);
+    for (auto& xfer : xfers)
+        if (xfer) xfer->Retire();
     for (auto& xfer : xfers) {
         delete xfer;
         xfer = nullptr;
@@ -260,14 +287,15 @@ void CypressInterface::Idle() {
         const uint8_t headerType = cmd.headerType;
         const uint16_t commandType = cmd.commandType;
         const uint8_t settings0 = cmd.subBandArray[0].settings[0];
+        const int blocks = CountedBlocks(cmd);
         SendCommand();
         if (headerType == QS_CMD_CAPTURE) {
-            GetSweep();
+            GetSweep(blocks);
         } else if (headerType == QS_CMD_READ_FLASH) {
             ReadFlashPage();
         } else if (headerType == QS_CMD_CONFIGURE) {
             if (commandType == QS_CFG_SWEEP || commandType == QS_CFG_TG_SWEEP) {
-                GetSweep();
+                GetSweep(blocks);
             } else if ((commandType == QS_CFG_STREAM && (settings0 & 0x3) == 0) ||
                        commandType == QS_CFG_STREAM_FORCE) {
                 dmaState.dataToStart = -1;
@@ -330,11 +358,7 @@ void CypressInterface::WaitAndJudge(Transfer& xfer, bool judge) {
         transfer_status = qsUSBTimeoutErr;
 }
 
-void CypressInterface::GetSweep() {
-    int packets = 0;
-    for (int i = 0; i < cmd.subBandCount && i < QS_MAX_SUBBANDS; ++i)
-        packets += cmd.subBandArray[i].packetsPerFreq * cmd.subBandArray[i].stepCount;
-    const int blocks = packets >> 4;
+void CypressInterface::GetSweep(int blocks) {
     if (dmaState.dataToStart > 0)
         dmaState.dataToStart += blocks;
     else
@@ -365,7 +389,8 @@ void CypressInterface::Streaming() {
         ++dmaState.dataFinishedAccum;
 
         if (dmaState.commandsToStart.load(std::memory_order_acquire) <= 0) continue;
-        if (!device || !device->IsStreaming()) continue;
+        // With no device core attached nothing can say otherwise.
+        if (device && !device->IsStreaming()) continue;
         // A waiting command that is not a stop is left for Idle to send; the
         // blocks in flight are finished by whatever read comes next.
         if ((cmd.subBandArray[0].settings[0] & 0x1) == 0) return;
@@ -383,11 +408,9 @@ void CypressInterface::FlushBuffers() {
         WaitAndJudge(xfer, false);
         ++dmaState.dataFinishedAccum;
         if (xfer.Status(0) != 0 || xfer.Status(1) != 0 || cancel) continue;
-        // The first byte of pathGainAttenSettings in the eighth packet's
-        // header: bit 0 set means the device has left stream mode.
-        constexpr int kEighthHeaderSettings = 7 * QS_PACKET_BYTES + 8;
-        if ((xfer.DMA1()[kEighthHeaderSettings] & 1) || (xfer.DMA2()[kEighthHeaderSettings] & 1))
-            cancel = true;
+        // After the block that echoes the stop the device sends nothing:
+        // what is still in flight would only run into its time-out.
+        if (BlockEndsStream(xfer.DMA1(), xfer.DMA2())) cancel = true;
     }
 }
 

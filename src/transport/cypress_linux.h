@@ -54,6 +54,9 @@ public:
     // Submits both; returns the two libusb results.
     void StartTransfer(int results[2]);
     void CancelTransfer();
+    // Cancels what is in flight, also a half whose partner failed to submit,
+    // and waits until libusb has given both back; for the end of the thread.
+    void Retire();
     // Handles USB events until both halves have completed; libusb ends each
     // by its time-out, so this is bounded.
     void WaitForTransfer();
@@ -64,6 +67,7 @@ public:
     libusb_transfer* xfr[2] = {nullptr, nullptr};
     bool started = false;
     int completed[2] = {0, 0};
+    bool submitted[2] = {false, false};  // the last submit of each half succeeded
     timeval tv{};
 
 private:
@@ -93,8 +97,9 @@ public:
     // The data sink; the Device constructor registers itself. Not owned.
     void SetDevice(Device* dev) { device = dev; }
 
-    // Caller's thread: waits until the mailbox is free, then leaves the
-    // command in it. Returns once it is queued, not when it was sent.
+    // Caller's thread: waits (10 ms polls, no time-out) until the mailbox is
+    // free, that is until the previous command was sent, then leaves the
+    // command in it and returns; it does not wait for this one's data.
     void AddCommand(const DeviceCommand& command);
 
 private:
@@ -105,7 +110,7 @@ private:
     void Idle();
     void SendCommand();
     void ReadFlashPage();
-    void GetSweep();
+    void GetSweep(int blocks);
     void Streaming();
     void FlushBuffers();
     // Submits the block of slot dataStartedAccum % 8 and judges the submit.

@@ -141,6 +141,37 @@ struct DMAState {
     int32_t dataFinishedAccum = 0;
 };
 
+// Blocks that answer a sweep or capture: the packets of the valid
+// sub-bands (at most 32), 16 to a block, the remainder dropped.
+inline int CountedBlocks(const DeviceCommand& command) {
+    int64_t packets = 0;
+    const int valid = command.subBandCount < QS_MAX_SUBBANDS ? command.subBandCount : QS_MAX_SUBBANDS;
+    for (int i = 0; i < valid; ++i)
+        packets += int64_t{command.subBandArray[i].packetsPerFreq} * command.subBandArray[i].stepCount;
+    return static_cast<int>(packets >> 4);
+}
+
+// The header and trailer of packet `packet` (0 to 7) of one channel's half
+// of a block. Copied out, as the buffers carry no alignment promise.
+inline stateHeader_t PacketHeader(const uint8_t* half, int packet) {
+    stateHeader_t header;
+    std::memcpy(&header, half + packet * QS_PACKET_BYTES, sizeof header);
+    return header;
+}
+
+inline stateTrailer_t PacketTrailer(const uint8_t* half, int packet) {
+    stateTrailer_t trailer;
+    std::memcpy(&trailer, half + packet * QS_PACKET_BYTES + QS_TRAILER_OFFSET, sizeof trailer);
+    return trailer;
+}
+
+// True when the eighth packet of either channel echoes control bytes with
+// bit 0 set: the device has left stream mode and sends nothing after it.
+inline bool BlockEndsStream(const uint8_t* ch1, const uint8_t* ch2) {
+    return ((PacketHeader(ch1, QS_PACKETS_PER_CHANNEL - 1).pathGainAttenSettings[0] |
+             PacketHeader(ch2, QS_PACKETS_PER_CHANNEL - 1).pathGainAttenSettings[0]) & 0x1) != 0;
+}
+
 static_assert(sizeof(subBand_t) == 16, "subBand_t is 16 bytes on the wire");
 static_assert(sizeof(DeviceCommand) == QS_COMMAND_BYTES, "a command is 1024 bytes");
 static_assert(std::is_trivially_copyable_v<DeviceCommand>);
@@ -159,6 +190,8 @@ static_assert(offsetof(subBand_t, stepCount) == 12);
 static_assert(sizeof(stateHeader_t) == 16);
 static_assert(offsetof(stateHeader_t, pathGainAttenSettings) == 8);
 static_assert(offsetof(stateHeader_t, ADCIndex) == 12);
+static_assert(7 * QS_PACKET_BYTES + offsetof(stateHeader_t, pathGainAttenSettings) == 0x38008,
+              "the stop echo is read from the eighth packet's header");
 static_assert(offsetof(stateHeader_t, ADCValue) == 14);
 static_assert(sizeof(stateTrailer_t) == 16);
 static_assert(offsetof(stateTrailer_t, GPIFOverflowCount) == 4);

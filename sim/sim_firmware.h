@@ -1,0 +1,211 @@
+// The firmware of a simulated analyser: decodes the 1024-byte command
+// blocks, answers them on the two data endpoints as the instrument does, and
+// keeps the device's own counters and its flash.
+//
+// Output is made lazily, one 32768-byte packet at a time, when the host reads,
+// so an endless stream costs nothing while nobody reads it. By default a
+// packet is ready as soon as it is asked for; with pacing on, packet pair k of
+// a run is ready (k + 1) x 467.2 us after the run's command, one block per
+// 3.7376 ms as on the wire, and a host that falls more than kFifoBlocks
+// behind loses whole blocks and sees GPIFOverflowCount step.
+//
+// Threads: every call is made with the world's lock held (sim_world.h) and
+// none blocks.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "sim_scene.h"
+
+namespace qssim {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kCommandBytes = 1024;
+constexpr int kPacketBytes = 32768;
+constexpr int kSamplesPerPacket = 18688;
+constexpr int kPayloadOffset = 32;
+constexpr int kTrailerOffset = 32736;
+constexpr int kPacketsPerChannel = 8;  // in one block
+constexpr int kBlockSamples = 2 * kPacketsPerChannel * kSamplesPerPacket;
+constexpr int kMaxSubBands = 32;
+constexpr int kFlashPages = 49;
+constexpr int kFlashPageBytes = 65536;
+constexpr int kFlashWriteBytes = 256;
+constexpr int kFlashBytes = kFlashPages * kFlashPageBytes;
+constexpr uint16_t kFlashUnlock = 0x5AC3;
+// A packet pair of 2 x 18688 samples at 8e7 samples a second.
+constexpr std::chrono::nanoseconds kPairPeriod{467200};
+// What the device buffers before it overruns, in blocks.
+constexpr int kFifoBlocks = 4;
+
+enum : uint8_t {
+    kCmdConfigure = 0,
+    kCmdCapture = 5,
+    kCmdReadFlash = 0x11,
+    kCmdWriteFlash = 0x12,
+    kCmdClearFlash = 0x13,
+    kCmdPreset = 0x14,
+    kCmdSetPorts = 0x15,
+};
+
+enum : uint16_t {
+    kCfgSweep = 1,
+    kCfgStream = 2,
+    kCfgStreamForce = 3,
+    kCfgTgSweep = 6,
+};
+
+struct SubBand {
+    uint8_t settings[4];
+    uint16_t LO2Freq;
+    uint16_t LO1startFreq;
+    int16_t LO1stepFreq;
+    uint16_t packetsPerFreq;
+    uint16_t stepCount;
+};
+
+// A command block as the firmware reads it.
+struct Command {
+    uint8_t headerType = 0;
+    uint16_t commandType = 0;
+    uint16_t subBandCount = 0;
+    uint16_t TGstartingIndex = 0;
+    uint16_t TGCountPerPatch = 0;
+    SubBand subBands[kMaxSubBands] = {};
+    uint8_t data[kFlashWriteBytes] = {};  // bytes 16 to 271: flash data, port mask
+};
+
+// Decodes a command block; false when it is not exactly 1024 bytes.
+bool DecodeCommand(const uint8_t* bytes, int len, Command* out);
+
+// Sub-bands the firmware honours: subBandCount, at most 32.
+int ValidSubBands(const Command& command);
+
+// Blocks a sweep or capture answers with: the packets of the valid
+// sub-bands, 16 to a block, the remainder dropped.
+int64_t CountedBlocks(const Command& command);
+
+// Where one packet of sample data stands in what the device was told to do.
+struct PacketContext {
+    const Command* command;  // the sweep, capture or stream in force
+    int subBand;             // its sub-band
+    int step;                // LO step within the sub-band
+    int64_t runSample;       // first sample, in the run's time order of samples
+    int channel;             // 0 for endpoint 0x81, 1 for 0x82
+};
+
+// The seam between the firmware and the receiver: fills the samples of one
+// packet. Called with the world's lock held; must not block.
+class SampleSource {
+public:
+    virtual ~SampleSource() = default;
+    virtual void FillPacket(const PacketContext& ctx, const Scene& scene, int16_t* out,
+                            int count) = 0;
+};
+
+// Deterministic low noise, about +-32 LSB of 14 bits, a function of the run's
+// sample position only, so that tests can predict every sample.
+class TestPatternSource : public SampleSource {
+public:
+    void FillPacket(const PacketContext& ctx, const Scene& scene, int16_t* out,
+                    int count) override;
+};
+int16_t TestPatternSample(int64_t runSample);
+
+class Firmware {
+public:
+    Firmware(int productId, unsigned serial, const Scene* scene);
+
+    // Endpoint 0x01: one command block.
+    void OnCommand(const uint8_t* data, int len, Clock::time_point now);
+
+    // Endpoint 0x81 (channel 0) or 0x82 (channel 1): writes the whole packets
+    // that are ready, at most len bytes; sets *shortPacket when the last one
+    // was short. Returns the bytes written.
+    int Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now);
+
+    // A transfer on the channel ended by its time-out.
+    void OnReadTimedOut(int channel);
+
+    // Faults and controls.
+    void SetPacing(bool realtime) { m_paced = realtime; }
+    void StallNextTransfer(int channel) { ++m_stalls[channel]; }
+    void ShortenNextFlashPage(int bytes) { m_shortFlashBytes = bytes; }
+    void SlipChannel2() { AddEvent(kSlip); }
+    void StepGpifOverflow() { AddEvent(kGpif); }
+    void StepAdcOverflow() { AddEvent(kAdc); }
+    bool AddTrigger(int64_t runSample);
+    void SetTemperature(double celsius) { m_temperature = celsius; }
+    void SetSampleSource(std::unique_ptr<SampleSource> source) { m_source = std::move(source); }
+
+    uint8_t* Flash() { return m_flash.data(); }
+    uint8_t PortMask() const { return m_portMask; }
+    int64_t PacketsServed(int channel) const { return m_packetsServed[channel]; }
+
+private:
+    enum Mode { kIdle, kCounted, kStream, kDraining, kFlash };
+    enum EventKind { kOverrun, kGpif, kAdc, kSlip };
+    // Something that happens to the output at a packet pair of the run.
+    struct Event {
+        int64_t atPair;
+        int64_t skip;  // pairs lost on the channels it touches
+        EventKind kind;
+    };
+
+    void StartRun(Mode mode, const Command& command, int64_t pairLimit, Clock::time_point now);
+    void EndRun();
+    void BeginDrain(const Command& stop, Clock::time_point now);
+    void AddEvent(EventKind kind);
+    void ApplyEvents(int channel);
+    int64_t FurthestPair() const;
+    int64_t ProducedPairs(Clock::time_point now) const;
+    void CheckOverrun(int channel, Clock::time_point now);
+    void MakePacket(int channel, int64_t pair, uint8_t* dst);
+    void Locate(int64_t packet, int* subBand, int* step, int* pktInStep) const;
+    uint16_t MonitorValue(int index, int64_t block) const;
+    int64_t TriggersBefore(int64_t packet) const;  // reported in packets before this one
+
+    int m_productId;
+    const Scene* m_scene;
+    std::unique_ptr<SampleSource> m_source;
+    std::vector<uint8_t> m_flash;
+    std::vector<int16_t> m_samples;  // one packet, reused
+
+    Mode m_mode = kIdle;
+    Command m_run;                 // the command whose output is being sent
+    uint8_t m_stopSettings[4] = {};
+    int64_t m_markerPair = INT64_MAX;  // the stop's echo starts here
+    int64_t m_pairLimit = 0;
+    Clock::time_point m_runStart{};
+    int64_t m_next[2] = {0, 0};     // next pair of the run on each channel
+    int64_t m_runBasePair = 0;      // device-lifetime pairs before this run
+    std::vector<Event> m_events;
+    size_t m_applied[2] = {0, 0};
+    int m_gpifSeen[2] = {0, 0};
+    int m_adcSeen[2] = {0, 0};
+    bool m_overrunPending[2] = {false, false};
+
+    int m_flashPage = 0;
+    bool m_flashPending[2] = {false, false};
+    int m_shortFlashBytes = -1;
+
+    uint16_t m_gpifBase = 0;
+    uint16_t m_adcBase = 0;
+    uint16_t m_eventBase = 0;
+    std::vector<int64_t> m_triggers;  // run sample positions, sorted
+    bool m_triggersUsed = false;
+
+    bool m_slipNextRun = false;
+    bool m_paced = false;
+    int m_stalls[2] = {0, 0};
+    uint8_t m_portMask = 0;
+    double m_temperature = 38.0;
+    uint32_t m_dna;
+    int64_t m_packetsServed[2] = {0, 0};
+};
+
+}  // namespace qssim
