@@ -111,7 +111,9 @@ class FirVariants : public ::testing::TestWithParam<IppKernelVariant> {};
 
 TEST_P(FirVariants, PrimitiveMatchesDirectConvolution) {
     VariantScope scope(GetParam());
-    const int cases[][2] = {{1, 5}, {2, 17}, {7, 1}, {7, 1023}, {64, 3001}, {255, 2049}};
+    // Tap counts on both sides of the complex filters' switch to
+    // overlap-save, and blocks shorter and longer than its transform.
+    const int cases[][2] = {{1, 5}, {2, 17}, {7, 1}, {7, 1023}, {63, 500}, {64, 3001}, {127, 300}, {128, 3}, {255, 2049}, {1500, 7000}};
     for (const auto& c : cases) {
         for (int off : {0, 1}) {
             check_primitive<float>(c[0], c[1], off);
@@ -138,6 +140,21 @@ TEST_P(FirVariants, BlockWiseEqualsOneLongRun) {
     }
     ASSERT_EQ(pos, n);
     EXPECT_EQ(one, split);
+
+    // Long filters run by blocks of their own; a split call changes only
+    // rounding there (tolerance 2^-20 of the sum of |h|).
+    const int LL = 1024;
+    auto hl = rand_vec<cf>(LL, 44);
+    FIR_32fc lwhole(reinterpret_cast<const Ipp32fc*>(hl.data()), LL), lparts(reinterpret_cast<const Ipp32fc*>(hl.data()), LL);
+    split = x;
+    lwhole.Filter(reinterpret_cast<Ipp32fc*>(x.data()), reinterpret_cast<Ipp32fc*>(one.data()), n);
+    pos = 0;
+    for (int step : {3, 100, 1024, 1, 2500, 1372}) {
+        lparts.Filter_I(reinterpret_cast<Ipp32fc*>(split.data()) + pos, step);
+        pos += step;
+    }
+    const double tol = tol_for(hl);
+    for (int i = 0; i < n; ++i) ASSERT_LE(std::abs(one[size_t(i)] - split[size_t(i)]), tol) << i;
 
     auto hr = rand_vec<float>(33, 42);
     auto xr = rand_vec<float>(999, 43);

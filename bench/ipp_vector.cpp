@@ -1,0 +1,156 @@
+// Element-wise kernels per variant, at a streaming block size (L1/L2
+// resident) and at a full block (memory bound). Arg 0 is the variant.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "dsp/ipps_states.h"
+#include "ipp.h"
+
+namespace {
+
+bool use_variant(benchmark::State& state) {
+    if (ippSetKernelVariant(IppKernelVariant(state.range(0))) != ippStsNoErr) {
+        state.SkipWithError("variant not supported here");
+        return false;
+    }
+    state.SetLabel(state.range(0) ? "avx2" : "generic");
+    return true;
+}
+
+template <typename T>
+struct Arrays {
+    explicit Arrays(int n) : a(static_cast<size_t>(n)), b(static_cast<size_t>(n)), d(static_cast<size_t>(n)) {
+        for (int i = 0; i < n; ++i) {
+            a.ptr[i] = T{};
+            b.ptr[i] = T{};
+        }
+    }
+    struct Block {
+        explicit Block(size_t n) { ptr = static_cast<T*>(ippMalloc(int(n * sizeof(T)))); }
+        ~Block() { ippFree(ptr); }
+        T* ptr;
+    } a, b, d;
+};
+
+void Convert16s32f(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    std::vector<Ipp16s> s(size_t(n), 1234);
+    Arrays<float> x(n);
+    for (auto _ : state) {
+        ippsConvert_16s32f_Sfs(s.data(), x.d.ptr, n, 15);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Mul32f(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    Arrays<float> x(n);
+    for (auto _ : state) {
+        ippsMul_32f(x.a.ptr, x.b.ptr, x.d.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Mul32fc(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    Arrays<Ipp32fc> x(n);
+    for (auto _ : state) {
+        ippsMul_32fc(x.a.ptr, x.b.ptr, x.d.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Mul32fcInPlace(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    Arrays<Ipp32fc> x(n);
+    for (auto _ : state) {
+        ippsMul_32fc(x.a.ptr, x.b.ptr, x.a.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Add32fc(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    Arrays<Ipp32fc> x(n);
+    for (auto _ : state) {
+        ippsAdd_32fc(x.a.ptr, x.b.ptr, x.d.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void PowerSpectr32fc(benchmark::State& state) {
+    if (!use_variant(state)) return;
+    const int n = int(state.range(1));
+    Arrays<Ipp32fc> x(n);
+    std::vector<float> p(static_cast<size_t>(n));
+    for (auto _ : state) {
+        ippsPowerSpectr_32fc(x.a.ptr, p.data(), n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Copy32f(benchmark::State& state) {
+    const int n = int(state.range(1));
+    Arrays<float> x(n);
+    for (auto _ : state) {
+        ippsCopy_32f(x.a.ptr, x.d.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+// FIR filters at the audio chain's sizes: taps x samples per call.
+template <typename Filter, typename T>
+void RunFir(benchmark::State& state, int taps, int n) {
+    Filter f;
+    std::vector<T> h(size_t(taps), T{}), x(size_t(n), T{});
+    h[0] = T{};
+    f.SetTaps(h.data(), taps);
+    for (auto _ : state) {
+        f.Filter(x.data(), x.data(), n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+void Fir32f256(benchmark::State& state) {
+    if (use_variant(state)) RunFir<FIR_32f, Ipp32f>(state, 256, 40000);
+}
+void Fir64f2047(benchmark::State& state) {
+    if (use_variant(state)) RunFir<FIR_64f, Ipp64f>(state, 2047, 40000);
+}
+void Fir32fc(benchmark::State& state) {
+    if (use_variant(state)) RunFir<FIR_32fc, Ipp32fc>(state, int(state.range(1)), 24576);
+}
+
+void Sizes(benchmark::internal::Benchmark* b) {
+    for (int v : {0, 1})
+        for (int n : {4096, 393216}) b->Args({v, n});
+}
+
+}  // namespace
+
+BENCHMARK(Convert16s32f)->Apply(Sizes);
+BENCHMARK(Mul32f)->Apply(Sizes);
+BENCHMARK(Mul32fc)->Apply(Sizes);
+BENCHMARK(Mul32fcInPlace)->Apply(Sizes);
+BENCHMARK(Add32fc)->Apply(Sizes);
+BENCHMARK(PowerSpectr32fc)->Apply(Sizes);
+BENCHMARK(Copy32f)->Args({0, 4096})->Args({0, 393216});
+BENCHMARK(Fir32f256)->Args({0, 0})->Args({1, 0});
+BENCHMARK(Fir64f2047)->Args({0, 0})->Args({1, 0});
+BENCHMARK(Fir32fc)->ArgsProduct({{0, 1}, {32, 64, 127, 128, 1024, 8192}});
+
+BENCHMARK_MAIN();
