@@ -1,0 +1,60 @@
+// Transforms at a streaming size (2^14) and a sweep size (2^21): set-up
+// (sizes, memory, plans, release) and one forward transform. Arg is the
+// order.
+#include <benchmark/benchmark.h>
+
+#include <vector>
+
+#include "dsp/ipps_states.h"
+
+namespace {
+
+template <typename Fft>
+void Plan(benchmark::State& state) {
+    const int order = int(state.range(0));
+    for (auto _ : state) {
+        Fft f(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast);
+        benchmark::DoNotOptimize(f.fftSpec);
+    }
+}
+
+// Four transforms of one size alive at once, as a sweep with four workers
+// builds them.
+template <typename Fft>
+void Plan4(benchmark::State& state) {
+    const int order = int(state.range(0));
+    for (auto _ : state) {
+        Fft a(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast), b(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast);
+        Fft c(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast), d(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast);
+        benchmark::DoNotOptimize(d.fftSpec);
+    }
+}
+
+template <typename Fft, typename In, typename Out>
+void Exec(benchmark::State& state) {
+    const int order = int(state.range(0));
+    const int n = 1 << order;
+    Fft f(order, IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast);
+    smart_ptr<In> src(n);
+    smart_ptr<Out> dst(n);
+    for (int i = 0; i < n; ++i) src[i] = In{};
+    for (auto _ : state) {
+        f.FwdFFT(src.ptr, dst.ptr);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
+}  // namespace
+
+BENCHMARK(Plan<fft_R_32f>)->Arg(14)->Arg(21)->Unit(benchmark::kMillisecond);
+BENCHMARK(Plan<fft_R_64f>)->Arg(14)->Arg(21)->Unit(benchmark::kMillisecond);
+BENCHMARK(Plan<fft_C_32fc>)->Arg(14)->Arg(21)->Unit(benchmark::kMillisecond);
+BENCHMARK(Plan<fft_C_64fc>)->Arg(14)->Arg(21)->Unit(benchmark::kMillisecond);
+BENCHMARK(Plan4<fft_R_64f>)->Arg(21)->Unit(benchmark::kMillisecond);
+BENCHMARK(Exec<fft_R_32f, Ipp32f, Ipp32f>)->Arg(12)->Arg(14)->Arg(21)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Exec<fft_R_64f, Ipp64f, Ipp64f>)->Arg(14)->Arg(21)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Exec<fft_C_32fc, Ipp32fc, Ipp32fc>)->Arg(11)->Arg(14)->Arg(21)->Unit(benchmark::kMicrosecond);
+BENCHMARK(Exec<fft_C_64fc, Ipp64fc, Ipp64fc>)->Arg(14)->Arg(21)->Unit(benchmark::kMicrosecond);
+
+BENCHMARK_MAIN();
