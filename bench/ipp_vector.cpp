@@ -45,6 +45,17 @@ void Convert16s32f(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
+void Convert32f16s(benchmark::State& state) {
+    const int n = int(state.range(1));
+    Arrays<float> x(n);
+    std::vector<Ipp16s> d(static_cast<size_t>(n));
+    for (auto _ : state) {
+        ippsConvert_32f16s_Sfs(x.a.ptr, d.data(), n, ippRndNear, -15);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
 void Mul32f(benchmark::State& state) {
     if (!use_variant(state)) return;
     const int n = int(state.range(1));
@@ -143,6 +154,7 @@ void Sizes(benchmark::internal::Benchmark* b) {
 }  // namespace
 
 BENCHMARK(Convert16s32f)->Apply(Sizes);
+BENCHMARK(Convert32f16s)->Args({0, 4096})->Args({0, 393216});
 BENCHMARK(Mul32f)->Apply(Sizes);
 BENCHMARK(Mul32fc)->Apply(Sizes);
 BENCHMARK(Mul32fcInPlace)->Apply(Sizes);

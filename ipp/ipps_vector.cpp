@@ -116,21 +116,29 @@ IppStatus ippsConvert_16s64f_Sfs(const Ipp16s* src, Ipp64f* dst, int len, int sc
 IppStatus ippsConvert_32f16s_Sfs(const Ipp32f* src, Ipp16s* dst, int len, IppRoundMode rndMode, int scaleFactor) {
     IPP_CHECK(len, src, dst);
     if (rndMode != ippRndNear && rndMode != ippRndZero) return ippStsRoundModeNotSupportedErr;
-    const double s = scale_of(scaleFactor);
-    const bool nearest = rndMode == ippRndNear;
-    for (int i = 0; i < len; ++i) {
-        // Scaled in double: a power of two is exact there, and the clip
-        // below happens before the narrowing conversion can overflow.
-        double v = double(src[i]) * s;
-        v = nearest ? std::nearbyint(v) : std::trunc(v);
-        if (v >= 32767.0) {
-            dst[i] = 32767;
-        } else if (v <= -32768.0) {
-            dst[i] = -32768;
-        } else if (v == v) {
-            dst[i] = Ipp16s(v);
-        } else {
-            dst[i] = 0;
+    // A power of two scales exactly in float (or saturates to infinity,
+    // which the clip handles). The clip comes first, so the conversion
+    // never overflows; a NaN fails both compares and is caught after.
+    const float s = float(scale_of(scaleFactor));
+    if (rndMode == ippRndNear) {
+        // Adding and taking away 1.5 * 2^23 rounds to nearest, ties to
+        // even, for every value inside the clip: a branch-free loop that
+        // vectorises, on the data path of the I/Q buffer.
+        const float magic = 12582912.0f;
+        for (int i = 0; i < len; ++i) {
+            float v = src[i] * s;
+            v = v > 32767.0f ? 32767.0f : v;
+            v = v < -32768.0f ? -32768.0f : v;
+            v = (v == v) ? v : 0.0f;
+            dst[i] = Ipp16s(int((v + magic) - magic));
+        }
+    } else {
+        for (int i = 0; i < len; ++i) {
+            float v = src[i] * s;
+            v = v > 32767.0f ? 32767.0f : v;
+            v = v < -32768.0f ? -32768.0f : v;
+            v = (v == v) ? v : 0.0f;
+            dst[i] = Ipp16s(int(v));
         }
     }
     return ippStsNoErr;
@@ -178,7 +186,7 @@ IppStatus ippsSub_32s_Sfs(const Ipp32s* src1, const Ipp32s* src2, Ipp32s* dst, i
         if (scaleFactor > 0) {
             // Round half to even on the shifted-out bits.
             const int64_t q = v >> scaleFactor;
-            const int64_t r = v - (q << scaleFactor);
+            const int64_t r = v - q * (int64_t(1) << scaleFactor);
             const int64_t half = int64_t(1) << (scaleFactor - 1);
             v = q + ((r > half || (r == half && (q & 1))) ? 1 : 0);
         } else if (scaleFactor < 0) {

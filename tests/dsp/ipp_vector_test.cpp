@@ -2,6 +2,7 @@
 // variant of this processor, over odd lengths and unaligned pointers.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <cmath>
 #include <cstring>
@@ -106,6 +107,25 @@ TEST(IppConvert, FloatTo16BitRoundsToEvenAndSaturates) {
     EXPECT_EQ(out[1], -2);
     EXPECT_EQ(out[2], 32767);
     EXPECT_EQ(out[3], -32768);
+}
+
+// The branch-free rounding against nearbyint/trunc in double, over an odd
+// length with exact ties, unaligned: tolerance 0.
+TEST(IppConvert, FloatTo16BitMatchesPlainReference) {
+    const int n = 1001;
+    auto v = randf(n, 99, -1.2f, 1.2f);
+    for (int i = 0; i < n; i += 7) v[size_t(i)] = float(i - 500 + 0.5) / 32768.0f;
+    Buf<float> src(n, 1);
+    Buf<Ipp16s> dst(n, 1);
+    std::copy(v.begin(), v.end(), src.get());
+    for (IppRoundMode mode : {ippRndNear, ippRndZero}) {
+        ASSERT_EQ(ippsConvert_32f16s_Sfs(src.get(), dst.get(), n, mode, -15), ippStsNoErr);
+        for (int i = 0; i < n; ++i) {
+            const double x = double(v[size_t(i)]) * 32768.0;
+            const double r = std::clamp(mode == ippRndNear ? std::nearbyint(x) : std::trunc(x), -32768.0, 32767.0);
+            ASSERT_EQ(dst[i], Ipp16s(r)) << "mode " << mode << " i " << i;
+        }
+    }
 }
 
 TEST(IppConvert, SixteenBitToFloatAndDoubleByScale) {
