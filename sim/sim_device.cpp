@@ -28,6 +28,11 @@ void SimDevice::ReadTimedOut(int endpoint) {
 }
 
 int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
+    return ReadIn(endpoint, dst, len, shortPacket, Clock::now());
+}
+
+int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket,
+                      Clock::time_point now) {
     *shortPacket = false;
     const int channel = endpoint == kEndpointIn2 ? 1 : 0;
     auto& queue = m_inQueue[channel];
@@ -45,7 +50,7 @@ int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
         }
     }
     if (queue.empty() && copied < len)
-        copied += m_firmware.Read(channel, dst + copied, len - copied, shortPacket, Clock::now());
+        copied += m_firmware.Read(channel, dst + copied, len - copied, shortPacket, now);
     return copied;
 }
 

@@ -49,6 +49,9 @@ public:
     // Sets *shortPacket when the last one copied was short, which ends the
     // transfer early as on a real bus. Returns the bytes copied.
     virtual int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket);
+    // The same at a given instant: one pass over several transfers uses one
+    // instant, so a paced packet cannot land in a later transfer first.
+    int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now);
 
     // A read on 0x81 or 0x82 ended by its time-out.
     void ReadTimedOut(int endpoint);

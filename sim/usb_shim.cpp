@@ -91,7 +91,7 @@ bool Progress(World& world, InFlight& f, Clock::time_point now) {
     if (xfr->endpoint & LIBUSB_ENDPOINT_IN) {
         bool shortPacket = false;
         xfr->actual_length += dev->ReadIn(xfr->endpoint, xfr->buffer + xfr->actual_length,
-                                          xfr->length - xfr->actual_length, &shortPacket);
+                                          xfr->length - xfr->actual_length, &shortPacket, now);
         if (xfr->actual_length == xfr->length || shortPacket) {
             xfr->status = LIBUSB_TRANSFER_COMPLETED;
             return true;
