@@ -72,6 +72,9 @@ void normalizeWindow(float* window, int len) { normalize(window, len); }
 void build_window(int rbwType, double* window, int windowType, int n, double fc, int zeroPad) {
     if (n < 1) return;
     if (rbwType == QS_RBW_SHAPE_LOWPASS) {
+        // Zeroed first: a cut-off the design refuses leaves zeros, not
+        // whatever the array held.
+        ippsZero_64f(window, n);
         ippsFIRGenLowpass_64f(fc / n, window, n, ippWinBlackman, ippFalse, nullptr);
     } else if (rbwType == QS_RBW_SHAPE_GAUSSIAN) {
         ippsZero_64f(window, n);
