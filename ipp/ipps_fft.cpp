@@ -15,6 +15,10 @@
 // plans those in 0.1-2 ms and a 2^21 transform in 2-20 ms, where a measured
 // plan takes seconds. Set-up time counts more here (a measurement is
 // rebuilt on every settings change), so every plan uses FFTW_ESTIMATE.
+// Through this layer (bench_ipp_fft) a whole 2^21 set-up takes 19 ms real
+// single, 26 ms real double, 0.4 ms complex; four specs of one size alive
+// together cost about as much as one, since FFTW shares twiddle tables
+// between live plans, so the layer keeps no plan cache of its own.
 //
 // The FFTW planner is not thread-safe: plan creation and destruction hold
 // g_planner_mutex. That is set-up time only; execution takes no lock.
