@@ -268,6 +268,31 @@ TEST(IppFft, OneSpecServesThreadsWithTheirOwnBuffers) {
     EXPECT_EQ(ippsFFTFwd_RToPerm_32f(x.data(), want.data(), s, w0), ippStsBadArgErr);  // freed spec
 }
 
+// Workers build their own transforms on their own threads: the planner
+// must be safe to enter from several at once. Each thread plans sizes of
+// its own, so the planner's tables change under the others.
+TEST(IppFft, TransformsMayBeBuiltOnSeveralThreadsAtOnce) {
+    std::vector<int> bad(4, 0);
+    auto run = [&](int t) {
+        for (int rep = 0; rep < 60; ++rep) {
+            const int order = 3 + (rep * 4 + t) % 13, n = 1 << order;
+            std::vector<float> x(static_cast<size_t>(n), 0.0f), y(static_cast<size_t>(n));
+            x[1] = 1.0f;  // bin k of a unit impulse at 1 is exp(-j 2 pi k / n)
+            fft_R_32f f(order, IPP_FFT_NODIV_BY_ANY, ippAlgHintFast);
+            fft_C_64fc c(order, IPP_FFT_NODIV_BY_ANY, ippAlgHintFast);
+            f.FwdFFT(x.data(), y.data());
+            const int k = n / 8;
+            if (std::fabs(y[2 * size_t(k)] - std::cos(2 * M_PI * k / n)) > 1e-6 ||
+                std::fabs(y[2 * size_t(k) + 1] + std::sin(2 * M_PI * k / n)) > 1e-6)
+                ++bad[size_t(t)];
+        }
+    };
+    std::vector<std::thread> th;
+    for (int t = 0; t < 4; ++t) th.emplace_back(run, t);
+    for (auto& t : th) t.join();
+    EXPECT_EQ(bad, std::vector<int>(4, 0));
+}
+
 TEST(IppFft, RefusedOrdersAndFlags) {
     int a, b, c;
     EXPECT_EQ(ippsFFTGetSize_R_32f(0, IPP_FFT_NODIV_BY_ANY, ippAlgHintFast, &a, &b, &c), ippStsFftOrderErr);
