@@ -56,6 +56,17 @@ void Convert32f16s(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
+void Ln32fA11(benchmark::State& state) {
+    const int n = int(state.range(1));
+    Arrays<float> x(n);
+    for (int i = 0; i < n; ++i) x.a.ptr[i] = 1e-6f + float(i);
+    for (auto _ : state) {
+        ippsLn_32f_A11(x.a.ptr, x.d.ptr, n);
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+}
+
 void Mul32f(benchmark::State& state) {
     if (!use_variant(state)) return;
     const int n = int(state.range(1));
@@ -155,6 +166,7 @@ void Sizes(benchmark::internal::Benchmark* b) {
 
 BENCHMARK(Convert16s32f)->Apply(Sizes);
 BENCHMARK(Convert32f16s)->Args({0, 4096})->Args({0, 393216});
+BENCHMARK(Ln32fA11)->Args({0, 4096});
 BENCHMARK(Mul32f)->Apply(Sizes);
 BENCHMARK(Mul32fc)->Apply(Sizes);
 BENCHMARK(Mul32fcInPlace)->Apply(Sizes);
