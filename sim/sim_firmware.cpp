@@ -278,7 +278,8 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
     while (len - copied >= kPacketBytes) {
         ApplyEvents(channel);
         if (m_paced) {
-            CheckOverrun(channel, now);
+            // Once stopped the device makes no more data, so it cannot overrun.
+            if (m_mode != kDraining) CheckOverrun(channel, now);
             ApplyEvents(channel);
             if (m_next[channel] >= ProducedPairs(now)) break;
         }

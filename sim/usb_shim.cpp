@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <list>
 #include <map>
@@ -57,7 +58,34 @@ struct InFlight {
 std::list<InFlight> g_inFlight;
 
 // Only one thread handles events at a time, as libusb's event lock does.
-std::timed_mutex g_eventLock;
+// A flag under a plain mutex rather than a timed mutex: the thread
+// sanitizer does not follow timed locks.
+class EventLock {
+public:
+    bool LockUntil(Clock::time_point until) {
+        std::unique_lock<std::mutex> hold(m_mutex);
+        if (!m_cv.wait_until(hold, until, [this] { return !m_held; })) return false;
+        m_held = true;
+        return true;
+    }
+    void Unlock() {
+        {
+            std::lock_guard<std::mutex> hold(m_mutex);
+            m_held = false;
+        }
+        m_cv.notify_one();
+    }
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_cv;
+    bool m_held = false;
+};
+EventLock g_eventLock;
+
+struct EventLockHolder {
+    ~EventLockHolder() { g_eventLock.Unlock(); }
+};
 
 SimDevice* DeviceOf(World& world, const libusb_device* dev) {
     if (!dev || dev->simId < 0 || dev->simId >= static_cast<int>(world.devices.size()))
@@ -118,8 +146,8 @@ void HandleEvents(const timeval* tv, int* completed) {
         tv ? Clock::now() + std::chrono::seconds(tv->tv_sec) +
                  std::chrono::microseconds(tv->tv_usec)
            : Clock::now() + std::chrono::seconds(60);
-    std::unique_lock<std::timed_mutex> events(g_eventLock, std::defer_lock);
-    if (!events.try_lock_until(until)) return;
+    if (!g_eventLock.LockUntil(until)) return;
+    EventLockHolder events;
 
     World& world = GetWorld();
     std::unique_lock<std::mutex> hold(world.lock);

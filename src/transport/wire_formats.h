@@ -2,6 +2,7 @@
 // All multi-byte fields are little-endian, as is the host.
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -142,13 +143,14 @@ struct DMAState {
 };
 
 // Blocks that answer a sweep or capture: the packets of the valid
-// sub-bands (at most 32), 16 to a block, the remainder dropped.
+// sub-bands (at most 32), 16 to a block, the remainder dropped. A block can
+// ask for more than an int counts; such a count stops at INT32_MAX.
 inline int CountedBlocks(const DeviceCommand& command) {
     int64_t packets = 0;
     const int valid = command.subBandCount < QS_MAX_SUBBANDS ? command.subBandCount : QS_MAX_SUBBANDS;
     for (int i = 0; i < valid; ++i)
         packets += int64_t{command.subBandArray[i].packetsPerFreq} * command.subBandArray[i].stepCount;
-    return static_cast<int>(packets >> 4);
+    return static_cast<int>(std::min<int64_t>(packets >> 4, INT32_MAX));
 }
 
 // The header and trailer of packet `packet` (0 to 7) of one channel's half

@@ -285,6 +285,21 @@ TEST_F(FirmwareTest, PacedHostThatFallsBehindLosesBlocks) {
     EXPECT_GT(late.TotalPktCount(6) - late.TotalPktCount(5), 2);  // data lost
 }
 
+TEST_F(FirmwareTest, PacedStopStillEndsWithTheEchoWhenTheHostIsLate) {
+    fw.SetPacing(true);
+    Send(ConfigureCommand(qssim::kCfgStream, 0, 16, 4096), t0);
+    Block ch1(64);
+    const auto at = t0 + std::chrono::milliseconds(10);  // two blocks and a bit made
+    ASSERT_EQ(Read(0, ch1, 8, at), 8);
+    Send(ConfigureCommand(qssim::kCfgStream, 0x01, 16, 4096), at);
+    // Read long after: the held data and the echo block, nothing lost.
+    const int got = Read(0, ch1, 64, at + std::chrono::seconds(1));
+    ASSERT_EQ(got, 8 + 8 + 8);
+    EXPECT_EQ(ch1.Settings0(15), 0x00);
+    EXPECT_EQ(ch1.Settings0(16), 0x01);
+    EXPECT_EQ(ch1.Gpif(23), ch1.Gpif(0));
+}
+
 TEST_F(FirmwareTest, StalledChannelWaitsForATimeOut) {
     Send(ConfigureCommand(qssim::kCfgSweep, 0, 16, 1));
     fw.StallNextTransfer(1);

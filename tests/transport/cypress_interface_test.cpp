@@ -113,10 +113,11 @@ TEST_F(InterfaceTest, CountedSweepsReadExactlyTheirBlocks) {
 TEST_F(InterfaceTest, StreamRunsUntilTheStopAndThenDrains) {
     qssim_set_pacing(id, 1);
     usb->AddCommand(Stream(0x00));
-    usleep(60000);
+    // Let the ring go round more than once (one block per 3.7 ms).
+    const auto until = Clock::now() + std::chrono::seconds(2);
+    while (qssim_packets_served(id, 0x82) < 8 * 12 && Clock::now() < until) usleep(2000);
+    EXPECT_GE(qssim_packets_served(id, 0x82), 8 * 12);
     EXPECT_FALSE(usb->IsIdle());
-    const int finishedBefore = qssim_packets_served(id, 0x81) / 8;
-    EXPECT_GE(finishedBefore, 8);  // about 16 blocks in 60 ms
 
     const auto stopAt = Clock::now();
     usb->AddCommand(Stream(0x01));
@@ -153,7 +154,7 @@ TEST_F(InterfaceTest, StreamThatIsNotStartedReadsNothing) {
     usb->AddCommand(Stream(0x03));
     ASSERT_TRUE(WaitDone());
     EXPECT_EQ(Started(), Finished());
-    EXPECT_GT(Finished(), 8);
+    EXPECT_GE(Finished(), 8);
 }
 
 TEST_F(InterfaceTest, FlashPagesRoundTripThroughRawCommands) {
