@@ -191,25 +191,21 @@ TEST(IppOrder, FlipAndMoveHandleOverlap) {
     EXPECT_EQ(c[6].im, -5.0f);
 }
 
-TEST(IppMath, OneValueFunctions) {
+// The edges the callers rely on: ln(0) is minus infinity without a trap,
+// the _A11 class holds 11 bits, the phase spans -pi to pi, and the minimum's
+// index is its first occurrence.
+TEST(IppMath, OneValueFunctionEdges) {
     const float x[] = {0.0f, 1.0f, 2.0f, 1e-30f};
     float y[4];
     ippsLn_32f_A11(x, y, 4);
     EXPECT_TRUE(std::isinf(y[0]) && y[0] < 0);
     for (int i = 1; i < 4; ++i) EXPECT_NEAR(y[i], std::log(double(x[i])), std::fabs(std::log(double(x[i]))) * 0x1p-11 + 1e-7);
-    ippsSqrt_32f_A11(x, y, 4);
-    EXPECT_NEAR(y[2], std::sqrt(2.0), 0x1p-11);
 
-    const Ipp32fc c[] = {{3, -4}, {-1, 0}, {0, -2}};
-    float m[3], ph[3];
-    Ipp32fc cj[3];
-    ippsMagnitude_32fc(c, m, 3);
-    ippsPhase_32fc(c, ph, 3);
-    ippsConj_32fc(c, cj, 3);
-    EXPECT_EQ(m[0], 5.0f);
-    EXPECT_NEAR(ph[1], M_PI, 1e-6);
-    EXPECT_NEAR(ph[2], -M_PI / 2, 1e-6);
-    EXPECT_EQ(cj[0].im, 4.0f);
+    const Ipp32fc c[] = {{-1, 0}, {0, -2}};
+    float ph[2];
+    ippsPhase_32fc(c, ph, 2);
+    EXPECT_NEAR(ph[0], M_PI, 1e-6);
+    EXPECT_NEAR(ph[1], -M_PI / 2, 1e-6);
 
     const float v[] = {3, -1, 2, -1};
     float mn;
@@ -217,12 +213,6 @@ TEST(IppMath, OneValueFunctions) {
     ippsMinIndx_32f(v, 4, &mn, &idx);
     EXPECT_EQ(mn, -1.0f);
     EXPECT_EQ(idx, 1);
-    float lo[4], hi[4];
-    ippsMinEvery_32f(v, x, lo, 4);
-    ippsMaxEvery_32f(v, x, hi, 4);
-    EXPECT_EQ(lo[0], 0.0f);
-    EXPECT_EQ(hi[0], 3.0f);
-    EXPECT_EQ(lo[1], -1.0f);
 }
 
 TEST(IppArguments, BadLengthsAndNullPointersAreRefused) {
