@@ -85,6 +85,8 @@ public:
     const Diagnostics& GetReadings() const { return m_readings; }
     double GetTimebaseCorrection() const { return m_oscRatio; }
     void SetTimebaseCorrection(double ratio);
+    // Offset of a GPS receiver's clock; carried, read by nothing here.
+    void SetClockOffset(double seconds) { m_clockOffset = seconds; }
     qsStatus GetIQCorrection(float& correction) const;
     // Hands a new demodulation set to the running audio engine;
     // qsDeviceNotStreamingErr when none runs.
