@@ -326,6 +326,20 @@ void CypressInterface::ReadFlashPage() {
     std::memcpy(flash_buf + QS_PACKET_BYTES, dma2, QS_PACKET_BYTES);
 }
 
+int CypressInterface::ReadTransfer() {
+    int result = 0;
+    for (int i = 0; i < QS_PACKETS_PER_CHANNEL; ++i) {
+        int got = 0;
+        const int r1 = libusb_bulk_transfer(usb_device.handle, QS_EP_CHANNEL1, dma1 + i * QS_PACKET_BYTES,
+                                            QS_PACKET_BYTES, &got, QS_USB_TIMEOUT_MS);
+        if (r1 != 0) result = r1;
+        const int r2 = libusb_bulk_transfer(usb_device.handle, QS_EP_CHANNEL2, dma2 + i * QS_PACKET_BYTES,
+                                            QS_PACKET_BYTES, &got, QS_USB_TIMEOUT_MS);
+        if (r2 != 0) result = r2;
+    }
+    return result;
+}
+
 void CypressInterface::SubmitNext(bool streaming) {
     Transfer& xfer = *xfers[dmaState.dataStartedAccum % XFER_COUNT];
     int results[2];

@@ -113,6 +113,12 @@ private:
     void GetSweep(int blocks);
     void Streaming();
     void FlushBuffers();
+    // Kept for the firmware's synchronous protocol; the sweep and stream
+    // paths use the asynchronous ring instead.
+    bool SyncBuffers() { return true; }
+    // One block read synchronously into dma1 and dma2, eight packets from
+    // each endpoint in turn; the last non-zero libusb result, or 0.
+    int ReadTransfer();
     // Submits the block of slot dataStartedAccum % 8 and judges the submit.
     void SubmitNext(bool streaming);
     // Waits for a slot's block and notes a failed transfer.

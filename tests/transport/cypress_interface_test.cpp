@@ -228,6 +228,18 @@ TEST_F(InterfaceTest, UnplugMidSweepEndsTheSweepWithAConnectionError) {
     EXPECT_EQ(Finished(), 203);
 }
 
+TEST_F(InterfaceTest, UnplugMidStreamKeepsTheStatusUntilTheStop) {
+    usb->AddCommand(Stream(0x00));
+    usleep(20000);
+    qssim_remove_device(id);
+    usleep(20000);
+    EXPECT_EQ(usb->TransferStatus(), qsDeviceConnectionErr);
+    EXPECT_FALSE(usb->IsIdle());
+    usb->AddCommand(Stream(0x01));
+    ASSERT_TRUE(WaitDone(2000));
+    EXPECT_EQ(Started(), Finished());
+}
+
 TEST_F(InterfaceTest, TimedOutTransferIsReported) {
     qssim_stall_transfer(id, 0x82);
     usb->AddCommand(Sweep({{16, 2}}));
