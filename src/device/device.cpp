@@ -211,6 +211,28 @@ qsStatus Device::GetIQCorrection(float& correction) const {
     return qsNoError;
 }
 
+// The engines of the sweep, real-time, streaming and audio modes are wired
+// in here as they are built; until then no such mode can be entered, and
+// these refuse like a fetch of a mode that does not run.
+template <typename T>
+qsStatus Device::GetSweep(T*, T*) {
+    return qsDeviceNotConfiguredErr;
+}
+template qsStatus Device::GetSweep<float>(float*, float*);
+template qsStatus Device::GetSweep<double>(double*, double*);
+
+qsStatus Device::GetRealTimeFrame(float*, float*, float*, float*) {
+    return qsDeviceNotConfiguredErr;
+}
+
+qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
+
+qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
+
+qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
+
+qsStatus Device::GetRealTimePoi(double&) const { return qsDeviceNotConfiguredErr; }
+
 qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
     // The audio engine joins here; until then no audio ever runs.
     return qsDeviceNotStreamingErr;

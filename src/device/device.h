@@ -88,6 +88,18 @@ public:
     // Offset of a GPS receiver's clock; carried, read by nothing here.
     void SetClockOffset(double seconds) { m_clockOffset = seconds; }
     qsStatus GetIQCorrection(float& correction) const;
+    // Fetches, each ending in the common final status; they block until the
+    // engine of the running mode has delivered. qsDeviceNotConfiguredErr
+    // when no engine of that kind runs.
+    template <typename T>
+    qsStatus GetSweep(T* min, T* max);
+    qsStatus GetRealTimeFrame(float* minSweep, float* maxSweep, float* colorFrame,
+                              float* alphaFrame);
+    qsStatus GetIQ(float* buffer, int* triggers);
+    qsStatus GetIQ(qsIQPacket* pkt);
+    qsStatus GetAudio(float* buffer);
+    qsStatus GetRealTimePoi(double& poi) const;
+
     // Hands a new demodulation set to the running audio engine;
     // qsDeviceNotStreamingErr when none runs.
     qsStatus UpdateAudioSettings(const AudioConfig& audio);
