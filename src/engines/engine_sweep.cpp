@@ -1,0 +1,220 @@
+#include "engines/engine_sweep.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <exception>
+
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+
+namespace qs {
+
+namespace {
+
+// Samples of a ring of count x each, or an exception the set-up turns into
+// qsAllocationLimitErr when that would not fit smart_ptr's int byte count.
+int ring_len(int count, int each) {
+    const int64_t n = int64_t(count) * int64_t(each);
+    if (count < 1 || each < 1 || n > int64_t(INT32_MAX) / int64_t(sizeof(double)))
+        throw qs_exception("Smart Pointer Malloc Error");
+    return int(n);
+}
+
+}  // namespace
+
+SweepEngine::SweepEngine(const SweepInfo* info, const Settings* settings, int maxThreads)
+    : m_settings(settings), m_sweepInfo(info) {
+    m_fftSize = info->fftSize;
+    m_fftDiv4 = m_fftSize / 4;
+    m_fftDiv8 = m_fftSize / 8;
+    m_chunkSize = info->chunkSize;
+    m_chunkCount = info->stepCount;
+    m_threadCount = std::max(1, std::min({m_chunkCount, maxThreads, MAX_THREADS}));
+
+    m_inputData.malloc(ring_len(m_chunkCount, m_chunkSize));
+    m_outputDataMax.malloc(ring_len(m_chunkCount, m_fftDiv4));
+    m_outputDataMin.malloc(ring_len(m_chunkCount, m_fftDiv4));
+
+    m_chunkStorePos = 0;
+    m_chunkProcessPos = 0;
+    m_rawReady.reset(new semaphore[size_t(m_chunkCount)]);
+    m_processedReady.reset(new semaphore[size_t(m_chunkCount)]);
+
+    m_engineRunning = true;
+    m_criticalWorkerIndex = 0;
+
+    for (int i = 0; i < m_threadCount; ++i) video_processors.emplace_back(new VideoIIR(settings, info));
+    try {
+        for (int i = 0; i < m_threadCount; ++i) m_threads[i] = std::thread(&SweepEngine::ProcessThread, this, i);
+    } catch (...) {
+        // A thread that could not start: end the ones that did before the
+        // members go.
+        StopWorkers();
+        throw;
+    }
+}
+
+SweepEngine::~SweepEngine() { StopWorkers(); }
+
+void SweepEngine::StopWorkers() {
+    m_engineRunning = false;
+    for (int c = 0; c < m_chunkCount; ++c) {
+        m_rawReady[c].notify();
+        m_processedReady[c].notify();
+    }
+    for (int i = 0; i < MAX_THREADS; ++i)
+        if (m_threads[i].joinable()) m_threads[i].join();
+}
+
+int SweepEngine::Store(Ipp16s* raw, int ppf, int index) {
+    for (int p = 0; p < BLOCK_PACKETS; ++p) {
+        Ipp64f* dst = m_inputData.ptr + size_t(m_chunkStorePos) * size_t(m_chunkSize) +
+                      size_t(index) * size_t(PACKET_SAMPLES);
+        ippsConvert_16s64f_Sfs(raw + size_t(p) * PACKET_SAMPLES, dst, PACKET_SAMPLES, 15);
+        if (++index == ppf) {
+            m_rawReady[m_chunkStorePos].notify();
+            if (++m_chunkStorePos == m_chunkCount) m_chunkStorePos = 0;
+            index = 0;
+        }
+    }
+    return index;
+}
+
+int SweepEngine::ProcessThread(int thread_num) {
+    VideoIIR& video = *video_processors[size_t(thread_num)];
+    while (m_engineRunning) {
+        int c;
+        {
+            std::lock_guard<std::mutex> lock(m_position_mutex);
+            c = m_criticalWorkerIndex;
+            if (++m_criticalWorkerIndex == m_chunkCount) m_criticalWorkerIndex = 0;
+        }
+        m_rawReady[c].wait();
+        if (!m_engineRunning) {
+            // Pass the stop on: with as many workers as chunks, a second
+            // worker may wait on the same chunk, and one notify frees one.
+            m_rawReady[c].notify();
+            return 0;
+        }
+        const Patch& patch = m_sweepInfo->patchInfo[c];
+        const size_t out = size_t(c) * size_t(m_fftDiv4);
+        video.Process(m_inputData.ptr + size_t(c) * size_t(m_chunkSize), m_outputDataMin.ptr + out,
+                      m_outputDataMax.ptr + out, patch.if_offset, m_settings->VideoUnits(), m_settings->Detector(),
+                      m_settings->LogScale() ? QS_OUT_DBM : QS_OUT_MV, patch.flip_spectrum);
+        m_processedReady[c].notify();
+    }
+    return 0;
+}
+
+void SweepEngine::FinishSweep(const VecDouble& corr) {
+    if (m_settings->ImageReject())
+        FinishNoiseRejectSweep(corr);
+    else
+        FinishStandardSweep(corr);
+}
+
+void SweepEngine::CorrectChunk(int i, const VecDouble& corr) {
+    m_processedReady[i].wait();
+    const size_t at = size_t(i) * size_t(m_fftDiv4);
+    const double* c = corr.data() + at;
+    if (m_settings->LogScale()) {
+        ippsAdd_64f(c, m_outputDataMax.ptr + at, m_outputDataMax.ptr + at, m_fftDiv4);
+        ippsAdd_64f(c, m_outputDataMin.ptr + at, m_outputDataMin.ptr + at, m_fftDiv4);
+    } else {
+        ippsMul_64f(c, m_outputDataMax.ptr + at, m_outputDataMax.ptr + at, m_fftDiv4);
+        ippsMul_64f(c, m_outputDataMin.ptr + at, m_outputDataMin.ptr + at, m_fftDiv4);
+    }
+}
+
+void SweepEngine::Deliver(float* min, float* max, int start) {
+    ippsConvert_64f32f(m_outputDataMin.ptr + start, min, m_sweepInfo->traceLen);
+    ippsConvert_64f32f(m_outputDataMax.ptr + start, max, m_sweepInfo->traceLen);
+}
+
+void SweepEngine::Deliver(double* min, double* max, int start) {
+    ippsCopy_64f(m_outputDataMin.ptr + start, min, m_sweepInfo->traceLen);
+    ippsCopy_64f(m_outputDataMax.ptr + start, max, m_sweepInfo->traceLen);
+}
+
+// ---- Maple ------------------------------------------------------------------
+
+qsStatus SweepEngine_Maple::GetSweep(float* min, float* max, const VecDouble& corr) {
+    FinishSweep(corr);
+    Deliver(min, max, m_sweepInfo->firstPatchSkipCnt);
+    return qsNoError;
+}
+
+qsStatus SweepEngine_Maple::GetSweep(double* min, double* max, const VecDouble& corr) {
+    FinishSweep(corr);
+    Deliver(min, max, m_sweepInfo->firstPatchSkipCnt);
+    return qsNoError;
+}
+
+void SweepEngine_Maple::FinishStandardSweep(const VecDouble& corr) {
+    for (int i = 0; i < m_chunkCount; ++i) {
+        CorrectChunk(i, corr);
+        if (m_sweepInfo->patchInfo[i].band == 0) {
+            // The low band is sampled directly and only its lower half is
+            // clean: it stands for the whole patch.
+            const size_t at = size_t(i) * size_t(m_fftDiv4);
+            ippsCopy_64f(m_outputDataMin.ptr + at, m_outputDataMin.ptr + at + m_fftDiv8, m_fftDiv8);
+            ippsCopy_64f(m_outputDataMax.ptr + at, m_outputDataMax.ptr + at + m_fftDiv8, m_fftDiv8);
+        }
+    }
+}
+
+void SweepEngine_Maple::FinishNoiseRejectSweep(const VecDouble& corr) {
+    for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
+    const int steps = m_sweepInfo->stepCount;
+    if (steps < 2) return;
+    const int f4 = m_fftDiv4, f8 = m_fftDiv8;
+    // Each half-patch was seen by two neighbouring chunks with the images in
+    // different places; the minimum keeps what both saw. The pairs compact
+    // in place from 0, writes always behind the reads.
+    for (int i = 1; i < steps; ++i) {
+        double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
+        for (double* out : arrays) {
+            if (m_sweepInfo->initialBand == 0 && i == 1)
+                ippsCopy_64f(out + f4, out, f8);  // the low band takes no part
+            else
+                ippsMinEvery_64f(out + size_t(i) * f4 - f8, out + size_t(i) * f4, out + size_t(i - 1) * f8, f8);
+        }
+    }
+}
+
+// ---- Maple low band only ------------------------------------------------------
+
+qsStatus BandZeroCalEngine_Maple::GetSweep(double* min, double* max, const VecDouble&) {
+    m_processedReady[0].wait();
+    try {
+        VideoIIR video(m_settings, m_sweepInfo);
+        const int units = m_settings->VideoUnits(), detector = m_settings->Detector();
+        // Bins 0 .. fftSize/4 - 1, then fftSize/4 .. fftSize/2 - 1.
+        video.Process(m_inputData, min, max, -m_fftDiv8, units, detector, QS_OUT_DBM, false);
+        video.Process(m_inputData, min + m_fftDiv4, max + m_fftDiv4, m_fftDiv8, units, detector, QS_OUT_DBM,
+                      false);
+    } catch (const std::exception&) {
+        return qsAllocationLimitErr;
+    }
+    return qsNoError;
+}
+
+qsStatus BandZeroCalEngine_Maple::GetSweep(float* min, float* max, const VecDouble& corr) {
+    std::vector<double> dmin, dmax;
+    try {
+        dmin.resize(size_t(2 * m_fftDiv4));
+        dmax.resize(size_t(2 * m_fftDiv4));
+    } catch (const std::exception&) {
+        m_processedReady[0].wait();
+        return qsAllocationLimitErr;
+    }
+    const qsStatus st = GetSweep(dmin.data(), dmax.data(), corr);
+    if (st == qsNoError) {
+        ippsConvert_64f32f(dmin.data(), min, 2 * m_fftDiv4);
+        ippsConvert_64f32f(dmax.data(), max, 2 * m_fftDiv4);
+    }
+    return st;
+}
+
+}  // namespace qs

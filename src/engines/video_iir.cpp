@@ -1,0 +1,161 @@
+#include "engines/video_iir.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "dsp/qs_lib.h"
+#include "dsp/windows.h"
+#include "qs_api.h"
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+
+namespace qs {
+namespace video {
+
+void FilterCoefficients(double x, double& iir_fc, double& a0, double& b1) {
+    if (x > 1.0) {
+        iir_fc = 1.0;
+        a0 = 1.0;
+        b1 = 0.0;
+    } else {
+        iir_fc = x;
+        a0 = x;
+        b1 = 1.0 - x;
+    }
+}
+
+void Accumulate(Ipp64f* amp, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, int len, int detector,
+                double a0, double b1, DetectState& st) {
+    if (detector != QS_DETECTOR_MIN_MAX) {
+        ippsAdd_64f(amp, outMin, outMin, len);
+        return;
+    }
+    if (st.c > a0) {
+        // Running mean of the first transforms, so the filter starts settled;
+        // nothing is delivered while it ramps.
+        ippsMulC_64f(filtered, 1.0 - st.c, filtered, len);
+        ippsMulC_64f(amp, st.c, amp, len);
+        ippsAdd_64f(amp, filtered, filtered, len);
+        st.c = 1.0 / st.n;
+        ++st.n;
+        return;
+    }
+    ippsMulC_64f(filtered, b1, filtered, len);
+    ippsMulC_64f(amp, a0, amp, len);
+    ippsAdd_64f(amp, filtered, filtered, len);
+    if (st.first) {
+        ippsCopy_64f(filtered, outMin, len);
+        ippsCopy_64f(filtered, outMax, len);
+        st.first = false;
+    } else {
+        ippsMinEvery_64f(filtered, outMin, outMin, len);
+        ippsMaxEvery_64f(filtered, outMax, outMax, len);
+    }
+}
+
+void ToOutputUnits(Ipp64f* v, int len, int videoUnits, int outUnits) {
+    // The short constants are used as they stand: 223.6 is sqrt(50000) (the
+    // step from sqrt(mW) to mV in 50 ohm), 46.9897 the same in dB, and
+    // 0.115129255 is ln(10) / 20.
+    if (videoUnits == QS_VIDEO_LOG) {
+        if (outUnits == QS_OUT_MV) {
+            ippsAddC_64f(v, 46.9897, v, len);
+            ippsMulC_64f(v, 0.115129255, v, len);
+            ippsExp_64f(v, v, len);
+        } else if (outUnits == QS_OUT_MW) {
+            for (int i = 0; i < len; ++i) v[i] = std::pow(10.0, 0.1 * v[i]);
+        }
+    } else if (videoUnits == QS_VIDEO_VOLTAGE) {
+        if (outUnits == QS_OUT_DBM) {
+            ippsSqr_64f(v, v, len);
+            ippsLn_64f(v, v, len);
+            ippsMulC_64f(v, DB_PER_LN, v, len);
+        } else if (outUnits == QS_OUT_MV) {
+            ippsMulC_64f(v, 223.6, v, len);
+        } else if (outUnits == QS_OUT_MW) {
+            ippsSqr_64f(v, v, len);
+        }
+    } else {
+        if (outUnits == QS_OUT_DBM) {
+            ippsLn_64f(v, v, len);
+            ippsMulC_64f(v, DB_PER_LN, v, len);
+        } else if (outUnits == QS_OUT_MV) {
+            ippsSqrt_64f(v, v, len);
+            ippsMulC_64f(v, 223.6, v, len);
+        }
+    }
+}
+
+}  // namespace video
+
+VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
+    fftSize = sweep_info->fftSize;
+    fftDiv4 = fftSize / 4;
+    fftDiv8 = fftSize / 8;
+    bufSize = sweep_info->chunkSize;
+    const int zeroPad = sweep_info->zeroPadAmount;
+    // Zero padding shortens the hop in proportion to the window's true length.
+    stepSize = int((fftSize - zeroPad) * 0.25);
+    steps = std::max((bufSize - fftSize) / stepSize + 1, 1);
+    // Four times the 80 MHz rate: x is the VBW in units of the transform
+    // rate at a hop of fftSize / 4.
+    video::FilterCoefficients(fftSize / 320000000.0 * settings->VBW(), iir_fc, a0, b1);
+
+    window.malloc(fftSize);
+    windowedBuf.malloc(fftSize);
+    complexBuf.malloc(fftSize);
+    filtered.malloc(fftDiv4);
+    ampBuf.malloc(fftDiv4 + 128);
+    fftSpec.reset(new fft_R_64f(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
+    build_window(settings->RBWShape(), window, settings->Window(), fftSize, settings->WindowFC(), zeroPad);
+}
+
+VideoIIR::~VideoIIR() = default;
+
+void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
+                       int outUnits, bool flip) {
+    if (flip) offset = -offset;
+    ippsZero_64f(outMin, fftDiv4);
+    ippsZero_64f(outMax, fftDiv4);
+    ippsZero_64f(filtered, fftDiv4);
+    // complexBuf holds the Perm result as pairs: pair k is bin k (pair 0
+    // packs the two purely real end bins).
+    const Ipp64fc* kept = complexBuf.ptr + (fftDiv8 + offset);
+
+    if (videoUnits == QS_VIDEO_SAMPLE) {
+        ippsMul_64f(in, window, windowedBuf, fftSize);
+        fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
+        ippsPowerSpectr_64fc(kept, outMin, fftDiv4);
+        ippsCopy_64f(outMin, outMax, fftDiv4);
+        videoUnits = QS_VIDEO_POWER;
+    } else {
+        video::DetectState st;
+        for (int i = 0; i < steps; ++i) {
+            ippsMul_64f(in + size_t(i) * size_t(stepSize), window, windowedBuf, fftSize);
+            fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
+            if (videoUnits == QS_VIDEO_LOG) {
+                ippsPowerSpectr_64fc(kept, ampBuf, fftDiv4);
+                ippsLn_64f(ampBuf, ampBuf, fftDiv4);
+                ippsMulC_64f(ampBuf, video::DB_PER_LN, ampBuf, fftDiv4);
+            } else if (videoUnits == QS_VIDEO_VOLTAGE) {
+                ippsMagnitude_64fc(kept, ampBuf, fftDiv4);
+            } else {
+                ippsPowerSpectr_64fc(kept, ampBuf, fftDiv4);
+            }
+            video::Accumulate(ampBuf, filtered, outMin, outMax, fftDiv4, detector, a0, b1, st);
+        }
+        if (detector == QS_DETECTOR_AVERAGE) {
+            ippsMulC_64f(outMin, 1.0 / steps, outMin, fftDiv4);
+            ippsCopy_64f(outMin, outMax, fftDiv4);
+        }
+    }
+
+    video::ToOutputUnits(outMin, fftDiv4, videoUnits, outUnits);
+    video::ToOutputUnits(outMax, fftDiv4, videoUnits, outUnits);
+    if (flip) {
+        ippsFlip_64f_I(outMin, fftDiv4);
+        ippsFlip_64f_I(outMax, fftDiv4);
+    }
+}
+
+}  // namespace qs
