@@ -292,14 +292,29 @@ TEST(InterfaceOpen, FindsDevicesBySerialAndModel) {
         CypressInterface again(10000002);
         EXPECT_EQ(again.State(), qs::USB_CLOSED);
     }
-    CypressInterface larch(10000001);
-    EXPECT_EQ(larch.GetDeviceType(), QS_DEVICE_TYPE_LARCH);
+    auto larch = std::make_unique<CypressInterface>(10000001);
+    EXPECT_EQ(larch->GetDeviceType(), QS_DEVICE_TYPE_LARCH);
     CypressInterface nowhere(12121212);
     EXPECT_EQ(nowhere.State(), qs::USB_CLOSED);
 
     qssim_reset();
     ASSERT_EQ(qs::GetSerialNumberList(serials, &count), qsNoError);
     EXPECT_EQ(count, 0);
+
+    // A serial string of nine characters is counted but not written, and
+    // can never be opened.
+    ASSERT_GE(qssim_add_device(QSSIM_PID_MAPLE_REV2, 123456789), 0);
+    serials[0] = -7;
+    // Open devices are remembered by list position: the Larch, gone from the
+    // bus but still open, hides the device that now stands first.
+    ASSERT_EQ(qs::GetSerialNumberList(serials, &count), qsNoError);
+    EXPECT_EQ(count, 0);
+    larch.reset();
+    ASSERT_EQ(qs::GetSerialNumberList(serials, &count), qsNoError);
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(serials[0], -7);
+    CypressInterface nine(123456789);
+    EXPECT_EQ(nine.State(), qs::USB_CLOSED);
 }
 
 }  // namespace
