@@ -87,8 +87,10 @@ int qssim_add_trigger(int id, long long samplePosition);
 /* The internal temperature that the monitor readings report. */
 void qssim_set_temperature(int id, double celsius);
 
-/* Sample packets the firmware has sent on a data endpoint since plug-in. */
+/* Sample packets the firmware has sent on a data endpoint since plug-in,
+ * and the reads on it that ended by their time-out. */
 long long qssim_packets_served(int id, int endpoint);
+long long qssim_read_timeouts(int id, int endpoint);
 
 /* Direct access to the device's flash (49 pages of 65536 bytes, erased to
  * 0xFF), for loading an image or checking a write. Returns 0, or -1 when

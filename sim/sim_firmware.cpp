@@ -294,7 +294,9 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
 }
 
 void Firmware::OnReadTimedOut(int channel) {
-    if (channel >= 0 && channel <= 1 && m_stalls[channel] > 0) --m_stalls[channel];
+    if (channel < 0 || channel > 1) return;
+    ++m_readTimeouts[channel];
+    if (m_stalls[channel] > 0) --m_stalls[channel];
 }
 
 void Firmware::Locate(int64_t packet, int* subBand, int* step, int* pktInStep) const {

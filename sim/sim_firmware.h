@@ -145,6 +145,7 @@ public:
     uint8_t* Flash() { return m_flash.data(); }
     uint8_t PortMask() const { return m_portMask; }
     int64_t PacketsServed(int channel) const { return m_packetsServed[channel]; }
+    int64_t ReadTimeouts(int channel) const { return m_readTimeouts[channel]; }
 
 private:
     enum Mode { kIdle, kCounted, kStream, kDraining, kFlash };
@@ -206,6 +207,7 @@ private:
     double m_temperature = 38.0;
     uint32_t m_dna;
     int64_t m_packetsServed[2] = {0, 0};
+    int64_t m_readTimeouts[2] = {0, 0};
 };
 
 }  // namespace qssim

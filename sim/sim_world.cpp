@@ -63,6 +63,9 @@ void LoadEnvironment() {
         const unsigned serial = std::strtoul(item.substr(colon + 1).c_str(), nullptr, 10);
         const int id = AddDeviceLocked(pid, serial);
         if (id >= 0) g_world.devices[id]->GetScene().tones = scene;
+        // "maple2:12345678:denied": the USB node exists but this user may not open it.
+        if (id >= 0 && item.find(":denied") != std::string::npos)
+            g_world.devices[id]->SetAccessDenied(true);
     }
 }
 
@@ -211,6 +214,12 @@ __attribute__((visibility("default"))) long long qssim_packets_served(int id, in
     long long served = 0;
     WithFirmware(id, [&](Firmware& fw) { served = fw.PacketsServed(endpoint == kEndpointIn2 ? 1 : 0); });
     return served;
+}
+
+__attribute__((visibility("default"))) long long qssim_read_timeouts(int id, int endpoint) {
+    long long count = 0;
+    WithFirmware(id, [&](Firmware& fw) { count = fw.ReadTimeouts(endpoint == kEndpointIn2 ? 1 : 0); });
+    return count;
 }
 
 __attribute__((visibility("default"))) int qssim_flash_read(int id, unsigned offset,
