@@ -11,7 +11,9 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
+#include "calibration/corrections.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
 #include "transport/cypress_linux.h"
@@ -21,6 +23,15 @@ namespace qs {
 
 class Settings;
 struct AudioConfig;
+
+// Residual-spur steps of a sweep plan: entry k names the residual table row
+// and the sweep step its patch repairs. The Maple plans none.
+struct ResidualInfo {
+    static constexpr int MAX_RESIDUALS = 32;
+    int m_residualCount = 0;
+    int m_residualLocation[MAX_RESIDUALS] = {};
+    int m_residualID[MAX_RESIDUALS] = {};
+};
 
 // Monitor values as last reported by the device.
 struct Diagnostics {
@@ -163,6 +174,10 @@ protected:
     // Stands in for the calibration's ratio until the image is read.
     double m_calOscRatio = 1.0;
     std::atomic<bool> m_trlrSynced{true};
+    ResidualInfo rps;
+    // The calibration, made by the model's constructor; released after the
+    // destructor's body has closed the transport.
+    std::unique_ptr<Corrections> m_corr;
 };
 
 }  // namespace qs

@@ -1,11 +1,34 @@
 #include "device/device_maple.h"
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <exception>
+
+#include "calibration/corrections_maple.h"
+#include "dsp/qs_lib.h"
 #include "settings/settings.h"
 
 namespace qs {
 
-DeviceMaple::DeviceMaple(CypressInterface* usb) : Device(usb) {
+namespace {
+
+constexpr double kSampleRate = 80e6;
+constexpr double kPacketSeconds = 0.000234;  // a packet's duration as planning counts it
+constexpr double kLO1Unit = 400000.0;        // LO1 words count 400 kHz
+constexpr double kLO2Unit = 5000000.0;       // LO2 words count 5 MHz
+// Row 8 of the wide plan runs its first oscillator 1.6 MHz high and keeps
+// the slice that moved with it.
+constexpr double kRow8LO1Add = 1600000.0;
+constexpr int kRow8 = 8;
+
+}  // namespace
+
+DeviceMaple::DeviceMaple(CypressInterface* usb)
+    : Device(usb), lolutMaple(GetLUTMaple(usb->MapleRev())) {
     m_settings = new SettingsMaple();
+    m_corr.reset(new CorrectionsMaple(usb->MapleRev()));
 }
 
 DeviceMaple::~DeviceMaple() { Abort(); }
@@ -19,6 +42,281 @@ qsStatus DeviceMaple::OpenDevice() {
     m_oscRatio = CalibratedOscRatio();
     ConfigurePortIO(0, 0, true);
     return qsNoError;
+}
+
+CorrectionsMaple& DeviceMaple::CorrMaple() { return static_cast<CorrectionsMaple&>(*m_corr); }
+
+qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
+    // The low band's start-up sweep is planned with the open sequence.
+    return qsNotSupportedErr;
+}
+
+qsStatus DeviceMaple::BuildSweepEngine() {
+    // Engine construction goes here: for dsRatio 1
+    //   m_fft = new SweepEngine_Maple(&m_sweepInfo, m_settings);
+    // and above it
+    //   m_dsfft = new NarrowSweep(&m_sweepInfo, m_settings);
+    // Neither engine exists yet, so a planned sweep does not claim to run.
+    return qsNotSupportedErr;
+}
+
+qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
+    if (flag & QS_SWEEP_FLAG_BAND_ZERO_ONLY) return ConfigureBandZeroOnlySweep();
+
+    const Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    if (set.m_rbw > set.m_span) return qsBandwidthErr;
+
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
+    const int fftSize = si.fftSize;
+    const int q = fftSize / 4;  // 20 MHz of bins, and the step between transforms
+    const double bin0 = kSampleRate / fftSize;
+
+    // Samples the video bandwidth needs: enough transforms, a quarter
+    // apart, to cover the video filter's time. Legal settings keep this
+    // well inside an int; the clamp only guards against a corrupt record.
+    const double transforms = std::ceil(1.0 / ((fftSize / 3.2e8) * set.m_vbw));
+    const int64_t v = transforms < 1e9 ? static_cast<int64_t>(transforms) : int64_t{1000000000};
+    const int need = static_cast<int>(std::min<int64_t>(fftSize + (v - 1) * q, INT32_MAX));
+
+    int dsRatio = 1;
+    if (set.m_start >= 100000.0) {
+        if (set.m_span < 25100.0 && bin0 < 25.0)
+            dsRatio = 256;
+        else if (set.m_span < 499000.0 && bin0 < 400.0)
+            dsRatio = 16;
+    }
+    si.dsRatio = dsRatio;
+
+    double shift = 0.0;
+    if (si.manualIFOffset) {
+        si.IFOffsetFraction = si.manualIFOffsetFractionVal;
+        shift = 2e7 * si.IFOffsetFraction;
+    } else {
+        si.IFOffsetFraction = 0.0;
+    }
+    si.IFOffset = static_cast<int>(q * si.IFOffsetFraction);
+
+    // The plan works in nominal frequency; the time base maps it back.
+    const double s = (set.m_start - shift) / m_oscRatio;
+    const double e = (set.m_stop - shift) / m_oscRatio;
+
+    double step;
+    const double half = 10000000.0;
+    if (dsRatio > 1) {
+        si.step100kSize = 8;
+        step = 800000.0;
+    } else if (set.m_imageReject) {
+        si.step100kSize = 100;
+        step = 10000000.0;
+    } else {
+        si.step100kSize = 200;
+        step = 20000000.0;
+    }
+
+    rps.m_residualCount = 0;
+
+    double f0;  // nominal frequency of the first bin of the first patch
+    int k = 0;  // narrow: the first centre on the 800 kHz LO grid
+    int m = 0;  // narrow: the wanted centre, kHz
+    if (dsRatio > 1) {
+        const double c = std::floor(((s + e) * 0.5) / 1000.0) * 1000.0;
+        si.bandZeroNarrowCenter = c;
+        k = round_to_int(c / 800000.0);
+        m = round_to_int(c / 1000.0);
+        f0 = m * 1000.0 - half / dsRatio;
+        si.initialCenter = k * 800000.0;
+    } else if (set.m_imageReject) {
+        si.initialCenter = std::floor(s / 10000000.0) * 10000000.0;
+        f0 = si.initialCenter + si.IFOffset * bin0;
+    } else {
+        si.initialCenter = std::floor((s + step * 0.5) / 20e6) * 20e6;
+        f0 = si.initialCenter - half + si.IFOffset * bin0;
+    }
+
+    double x = si.initialCenter;
+    if (!set.m_imageReject) x += step * 0.5;
+    int stepCount = static_cast<int>(std::ceil((e - x) / step)) + 1;
+
+    int t = round_to_int(set.m_sweepTime / stepCount / kPacketSeconds);
+    if (t < 1) t = 1;
+
+    int p = static_cast<int>(std::ceil(static_cast<float>(need) / 18688.0f));
+    if (p < 1) p = 1;
+    if (dsRatio > 1) {
+        if (p < 24) p = 32;
+        p += 4;
+    } else if (set.m_rbw < 800.0) {
+        p += 4;
+    }
+
+    int ppf = std::max(p, t);
+    solve_ppf_step(&ppf, &stepCount);
+    si.ppf = ppf;
+    si.stepCount = stepCount;
+    si.chunkSize = ppf * QS_SAMPLES_PER_PACKET;
+
+    si.binSize = bin0 * m_oscRatio;
+    si.traceLen = round_to_int(set.m_span / si.binSize) + 2;
+
+    const double f1 = f0 * m_oscRatio;
+    si.firstPatchSkipCnt = round_to_int((set.m_start - f1) / si.binSize + 0.5) - 1;
+    if (si.firstPatchSkipCnt < 0) si.firstPatchSkipCnt = 0;
+    si.actualStart = si.firstPatchSkipCnt * si.binSize + f1;
+
+    // A narrow sweep stays at its one LO position (two looks with
+    // rejection); the block count above still came from the full count.
+    if (dsRatio > 1) si.stepCount = set.m_imageReject ? 2 : 1;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupCommand();
+        m_corr->BuildCorrectionArray(m_settings, &si, false);
+
+        if (dsRatio > 1) {
+            const Patch& first = si.patchInfo[0];
+            int d = m - k * 800;  // kHz from the LO grid to the wanted centre
+            int w = 19200;
+            if (first.flip_spectrum) {
+                d = -d;
+                w = 20800;
+            }
+            if (first.band != 0) {
+                si.narrow_center[0] = d + 20000;
+                si.narrow_center[1] = d + w;
+            } else {
+                // The low band samples directly: the RF is the IF.
+                si.initialCenter = (s + e) * 0.5;
+                si.narrow_center[0] = si.narrow_center[1] = static_cast<int>(si.initialCenter / 1000.0);
+            }
+        }
+
+        const qsStatus engine = BuildSweepEngine();
+        if (engine != qsNoError) return engine;
+    } catch (const std::exception&) {
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_SWEEP;
+    return qsNoError;
+}
+
+int DeviceMaple::SetupCommand() {
+    SweepInfo& si = m_sweepInfo;
+    const bool imageReject = m_settings->m_imageReject;
+
+    s3Ctrl_t s{};
+    s.gain = m_corr->GetGain(-1);
+    s.atten = m_corr->GetAtten(-1);
+    s.stream = 0;
+
+    m_cmd.headerType = QS_CMD_CONFIGURE;
+    m_cmd.commandType = QS_CFG_SWEEP;
+    si.activeBandCnt = 0;
+
+    // Packets per step are a power of two, or three times one, which the
+    // device takes as 1.5 times the next lower power.
+    const double l = std::log(static_cast<double>(si.ppf)) / std::log(2.0);
+    const int a = static_cast<int>(std::floor(l + 0.01));
+    const int b = static_cast<int>(std::floor(l + 0.99));
+    s.pktsz = static_cast<uint8_t>(a);
+    s.pktsz_x3d2 = b > a ? 1 : 0;
+
+    double freq = si.initialCenter;
+    const int length = si.fftSize / (si.dsRatio * 4);
+    // Only a corrupt record could start above the top row.
+    int row = std::min(get_band_maple(GetRev(), freq), MAPLE_LO_ROWS - 1);
+    si.initialBand = row;
+
+    const double stepHz = si.step100kSize * 100000.0;
+    subBand_t bands[QS_MAX_SUBBANDS];
+    std::memset(bands, 0, sizeof bands);
+
+    // Rows are walked in order with no new look-up: on the 10 MHz and
+    // 20 MHz grids the step after a row's top edge lies in the next row.
+    int done = 0;
+    while (done < si.stepCount) {
+        const bool topRow = row == MAPLE_LO_ROWS - 1;
+        const LOLUTMaple& lut = lolutMaple[row];
+        subBand_t& sb = bands[si.activeBandCnt];
+        si.activeBandCnt += 1;
+
+        const bool row8Shift = !si.manualIFOffset && row == kRow8 && si.dsRatio == 1 && !imageReject;
+        const double lo1add = row8Shift ? kRow8LO1Add : 0.0;
+        s.band = static_cast<int8_t>(lut.band);
+        sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize / 4);
+        sb.LO1startFreq =
+            static_cast<uint16_t>(round_to_int((freq + lut.lo1c + lo1add + si.secondLOOffset) / kLO1Unit));
+        sb.LO2Freq = static_cast<uint16_t>(std::floor((lut.lo2c + si.secondLOOffset) / kLO2Unit + 0.5));
+        sb.packetsPerFreq = static_cast<uint16_t>(si.ppf);
+
+        // The steps up to and including the row's top edge. The top row
+        // takes whatever remains, so every step has a sub-band and the
+        // loop ends by the last row.
+        int n = static_cast<int>(std::max((lut.maxRF - freq) / si.step100kSize / 100000.0 + 1.0, 0.0));
+        n = topRow ? si.stepCount - done : std::min(n, si.stepCount - done);
+        sb.stepCount = static_cast<uint16_t>(n);
+        if (sb.stepCount == 0) sb.stepCount = 1;
+        PackSettings(&s, sb.settings);
+
+        // One patch per step the device will take in this sub-band.
+        for (int i = 0; i < sb.stepCount; ++i) {
+            Patch patch;
+            patch.length = length;
+            patch.band = row;
+            patch.center_freq = freq;
+            patch.if_center = 0.0;
+            patch.flip_spectrum = lut.flip;
+            patch.if_offset = si.IFOffset;
+            if (row == 0) {
+                // The low band is sampled directly: its slice is 0 to 20 MHz.
+                patch.if_offset = -(si.fftSize / 8);
+                patch.center_freq = 20000000.0;
+            } else if (row8Shift) {
+                patch.if_offset = static_cast<int>(-si.fftSize * 0.02);
+            }
+            si.patchInfo.Append(patch);
+            done += 1;
+            freq += stepHz;
+        }
+        row += 1;
+    }
+
+    m_cmd.subBandCount = static_cast<uint16_t>(si.activeBandCnt + rps.m_residualCount);
+    const int copied = std::min<int>(m_cmd.subBandCount, QS_MAX_SUBBANDS);
+    std::memcpy(m_cmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(copied));
+    CorrMaple().GetRoughGainArray(m_cmd.roughCorrArray, si.patchInfo);
+    return 0;
+}
+
+void DeviceMaple::PackSettings(const s3Ctrl_t* s, uint8_t* settings) const {
+    uint8_t mode;
+    if (s->stream)
+        mode = 0;
+    else if (s->pktsz_x3d2)
+        mode = 3;
+    else
+        mode = 1;
+    settings[0] = static_cast<uint8_t>(mode | (m_portMask & 0xFF));
+
+    const int band = s->band;
+    const int a = s->atten == 0 ? 1 : s->atten;
+    int code = 0;
+    uint8_t byte3;
+    if (band < 1) {
+        byte3 = static_cast<uint8_t>(a);
+    } else {
+        switch (band) {
+            case 1: case 2: code = 0; break;
+            case 3: code = 1; break;
+            case 6: case 11: code = 3; break;
+            case 7: case 8: code = 4; break;
+            default: code = 2; break;
+        }
+        byte3 = static_cast<uint8_t>(((band + 1) << 5) + a);
+    }
+    settings[1] = static_cast<uint8_t>((s->pktsz << 4) + code);
+    settings[2] = 0;
+    settings[3] = byte3;
 }
 
 }  // namespace qs

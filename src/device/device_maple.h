@@ -1,8 +1,16 @@
+// The Maple: its open sequence and the planning of its measurements.
+//
+// Planning runs on the caller's thread inside Device::Initiate, after
+// Abort has destroyed the previous engine, so it has the plan, the command
+// block and the calibration to itself.
 #pragma once
 
 #include "device/device.h"
+#include "device/lo_tables_maple.h"
 
 namespace qs {
+
+class CorrectionsMaple;
 
 class DeviceMaple : public Device {
 public:
@@ -10,6 +18,35 @@ public:
     ~DeviceMaple() override;
 
     qsStatus OpenDevice() override;
+
+    // Plans a swept measurement: FFT size, LO steps, packets per step, the
+    // trace's start and length, gain and attenuation, the command block,
+    // the patch list and the correction array. The flag's top bit asks for
+    // the low band's start-up sweep instead.
+    qsStatus ConfigureSweepMode(unsigned flag) override;
+
+    // Lays the plan out as sub-bands of m_cmd and as patches; fills
+    // initialBand and activeBandCnt. Always 0.
+    int SetupCommand();
+
+    // The four control bytes of a sub-band. s.gain is not packed on this
+    // model; the low byte of the port mask goes into byte 0.
+    void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;
+
+    int GetRev() const { return MapleRev(); }
+
+protected:
+    // The low band alone, for the start-up sweep.
+    qsStatus ConfigureBandZeroOnlySweep();
+
+    // The one place where a planned sweep gets its engine: SweepEngine_Maple
+    // for dsRatio 1, NarrowSweep above. Returns qsNoError once the engine
+    // exists; until then a planned sweep refuses to start.
+    qsStatus BuildSweepEngine();
+
+    CorrectionsMaple& CorrMaple();
+
+    const LOLUTMaple* lolutMaple;
 };
 
 }  // namespace qs
