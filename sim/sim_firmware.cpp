@@ -82,9 +82,13 @@ Firmware::Firmware(int productId, unsigned serial, const Scene* scene)
     : m_productId(productId),
       m_scene(scene),
       m_source(std::make_unique<TestPatternSource>()),
-      m_flash(kFlashBytes, 0xFF),
       m_samples(kSamplesPerPacket),
       m_dna(0x3D000000u ^ (serial * 2654435761u)) {}
+
+uint8_t* Firmware::Flash() {
+    if (m_flash.empty()) m_flash.assign(kFlashBytes, 0xFF);
+    return m_flash.data();
+}
 
 void Firmware::OnCommand(const uint8_t* data, int len, Clock::time_point now) {
     Command c;
@@ -128,13 +132,13 @@ void Firmware::OnCommand(const uint8_t* data, int len, Clock::time_point now) {
             // what is there.
             if (c.subBandCount == kFlashUnlock &&
                 c.commandType < kFlashBytes / kFlashWriteBytes) {
-                uint8_t* dst = &m_flash[size_t{c.commandType} * kFlashWriteBytes];
+                uint8_t* dst = Flash() + size_t{c.commandType} * kFlashWriteBytes;
                 for (int i = 0; i < kFlashWriteBytes; ++i) dst[i] &= c.data[i];
             }
             break;
         case kCmdClearFlash:
             if (c.commandType == kFlashUnlock && c.subBandCount == kFlashUnlock)
-                std::fill(m_flash.begin(), m_flash.end(), 0xFF);
+                if (!m_flash.empty()) std::fill(m_flash.begin(), m_flash.end(), 0xFF);
             break;
         case kCmdPreset:
             EndRun();
@@ -270,7 +274,11 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
             m_shortFlashBytes = -1;
             *shortPacket = n < kPacketBytes;
         }
-        std::memcpy(dst, &m_flash[size_t(m_flashPage) * kFlashPageBytes + channel * kPacketBytes], n);
+        const size_t at = size_t(m_flashPage) * kFlashPageBytes + size_t(channel) * kPacketBytes;
+        if (m_flash.empty())
+            std::memset(dst, 0xFF, n);
+        else
+            std::memcpy(dst, m_flash.data() + at, n);
         return n;
     }
     if (m_mode != kCounted && m_mode != kStream && m_mode != kDraining) return 0;

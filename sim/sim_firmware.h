@@ -142,7 +142,9 @@ public:
     void SetTemperature(double celsius) { m_temperature = celsius; }
     void SetSampleSource(std::unique_ptr<SampleSource> source) { m_source = std::move(source); }
 
-    uint8_t* Flash() { return m_flash.data(); }
+    // The whole flash, kFlashBytes; made (erased) at first use, so that a
+    // device nobody asks for flash costs nothing.
+    uint8_t* Flash();
     uint8_t PortMask() const { return m_portMask; }
     int64_t PacketsServed(int channel) const { return m_packetsServed[channel]; }
     int64_t ReadTimeouts(int channel) const { return m_readTimeouts[channel]; }

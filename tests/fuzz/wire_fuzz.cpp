@@ -63,7 +63,7 @@ void CheckFirmware(const uint8_t* data, size_t size) {
     const auto now = qssim::Clock::now();
     static std::vector<uint8_t> half[2] = {std::vector<uint8_t>(qs::QS_TRANSFER_BYTES),
                                            std::vector<uint8_t>(qs::QS_TRANSFER_BYTES)};
-    for (size_t at = 0, commands = 0; at < size && commands < 4; at += 1024, ++commands) {
+    for (size_t at = 0, commands = 0; at < size && commands < 8; at += 1024, ++commands) {
         uint8_t block[1024] = {};
         std::memcpy(block, data + at, size - at < 1024 ? size - at : 1024);
 
@@ -78,8 +78,10 @@ void CheckFirmware(const uint8_t* data, size_t size) {
         int got[2];
         for (int ch = 0; ch < 2; ++ch) {
             bool shortPacket = false;
-            got[ch] = fw.Read(ch, half[ch].data(), qs::QS_TRANSFER_BYTES, &shortPacket, now);
-            Check(got[ch] >= 0 && got[ch] <= qs::QS_TRANSFER_BYTES);
+            // Two packets a channel reach every header and trailer field;
+            // making more only spends the fuzzer's time on the payload.
+            got[ch] = fw.Read(ch, half[ch].data(), 2 * qs::QS_PACKET_BYTES, &shortPacket, now);
+            Check(got[ch] >= 0 && got[ch] <= 2 * qs::QS_PACKET_BYTES);
         }
         if (decoded.headerType == qssim::kCmdReadFlash) {
             const bool exists = decoded.commandType < qssim::kFlashPages;
