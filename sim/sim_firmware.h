@@ -9,6 +9,14 @@
 // 3.7376 ms as on the wire, and a host that falls more than kFifoBlocks
 // behind loses whole blocks and sees GPIFOverflowCount step.
 //
+// Answers: a sweep, tracking-generator sweep or capture sends its counted
+// blocks; a stream sends blocks until a stream command with bit 0 of its
+// first control byte set, then the rest of the block begun, then one block
+// whose headers echo the stop, then nothing; a flash read sends one packet
+// per channel. Any command that answers with data, and a preset, drops what
+// the previous one had still to send; port, flash write and clear commands
+// leave a run alone. Counters run for the life of the device.
+//
 // Threads: every call is made with the world's lock held (sim_world.h) and
 // none blocks.
 #pragma once
