@@ -43,6 +43,7 @@ public:
     int FftSize() const { return fftSize; }
     int FftDiv4() const { return fftDiv4; }
     double A0() const { return a0; }
+    double B1() const { return b1; }
     const Ipp64fc* Window() const { return window.ptr; }
 
 private:
