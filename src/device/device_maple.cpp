@@ -165,7 +165,8 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
     si.actualStart = si.firstPatchSkipCnt * si.binSize + f1;
 
     // A narrow sweep stays at its one LO position (two looks with
-    // rejection); the block count above still came from the full count.
+    // rejection). Its ppf, at least 36 before the solver, is a multiple of
+    // 16 by then, so the shorter pass is still whole blocks.
     if (dsRatio > 1) si.stepCount = set.m_imageReject ? 2 : 1;
 
     try {
