@@ -1,0 +1,56 @@
+// The subcommands that talk to the library, and what they share: one line
+// per library status, and the opening of an analyser.
+#pragma once
+
+#include <string>
+
+#include "core/options.h"
+#include "qs_api.h"
+
+namespace qstool {
+
+// Exit codes: 0 done, 1 the library or a file said no, 2 bad arguments,
+// 130 aborted by a second Ctrl-C.
+constexpr int kExitFailure = 1;
+constexpr int kExitUsage = 2;
+constexpr int kExitAborted = 130;
+
+// "qs: <what>: <status text> (status <n>)" on standard error; returns
+// kExitFailure.
+int ReportError(const std::string& what, qsStatus status);
+
+// The same line as a warning, for a positive status; nothing for success.
+void ReportWarning(const std::string& what, qsStatus status);
+
+// "Maple" or "Larch".
+const char* TypeName(int type);
+
+// An open analyser, closed when this goes.
+class OpenAnalyser {
+public:
+    OpenAnalyser() = default;
+    ~OpenAnalyser();
+    OpenAnalyser(const OpenAnalyser&) = delete;
+    OpenAnalyser& operator=(const OpenAnalyser&) = delete;
+
+    // Opens by serial number (-1: the first found). On failure reports it,
+    // with the access hint when that is the cause, and returns false.
+    bool Open(int serial);
+
+    int Handle() const { return m_handle; }
+    int Type() const { return m_type; }
+    unsigned Serial() const { return m_serial; }
+    // "Maple 12345678".
+    std::string Name() const;
+
+private:
+    int m_handle = -1;
+    int m_type = 0;
+    unsigned m_serial = 0;
+};
+
+int RunList();
+int RunInfo(const Options& options);
+int RunSweep(const Options& options);
+
+}  // namespace qstool

@@ -1,0 +1,215 @@
+// qs sweep: configure, start, fetch traces, write them; a progress line on
+// a terminal; the first Ctrl-C ends the run after the sweep in progress.
+#include <signal.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <cerrno>
+#include <condition_variable>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <mutex>
+#include <thread>
+
+#include "commands.h"
+#include "core/si_units.h"
+#include "core/trace_plot.h"
+#include "core/trace_writers.h"
+
+namespace qstool {
+
+namespace {
+
+volatile sig_atomic_t g_interrupts = 0;
+volatile sig_atomic_t g_tellOnInterrupt = 0;
+
+void OnInterrupt(int) {
+    g_interrupts = g_interrupts + 1;
+    if (g_interrupts >= 2) {
+        static const char kAborted[] = "\nqs: aborted\n";
+        (void)!write(STDERR_FILENO, kAborted, sizeof kAborted - 1);
+        _exit(kExitAborted);
+    }
+    if (g_tellOnInterrupt) {
+        static const char kStopping[] =
+            "\r\033[Kqs: stopping after this sweep (Ctrl-C again aborts)\n";
+        (void)!write(STDERR_FILENO, kStopping, sizeof kStopping - 1);
+    }
+}
+
+void CatchInterrupts(bool tell) {
+    g_tellOnInterrupt = tell;
+    struct sigaction action {};
+    action.sa_handler = OnInterrupt;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    sigaction(SIGINT, &action, nullptr);
+}
+
+// Once a second, after the first second: which sweep runs and for how long.
+class ProgressLine {
+public:
+    ProgressLine(bool enabled, int total) : m_total(total) {
+        if (enabled) m_thread = std::thread([this] { Run(); });
+    }
+    ~ProgressLine() {
+        if (!m_thread.joinable()) return;
+        {
+            std::lock_guard<std::mutex> hold(m_lock);
+            m_stop = true;
+        }
+        m_wake.notify_all();
+        m_thread.join();
+        if (m_shown) std::fputs("\r\033[K", stderr);
+    }
+    void SweepDone() { ++m_done; }
+
+private:
+    void Run() {
+        const auto start = std::chrono::steady_clock::now();
+        std::unique_lock<std::mutex> hold(m_lock);
+        while (!m_wake.wait_for(hold, std::chrono::seconds(1), [this] { return m_stop; })) {
+            const double seconds =
+                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+            const int done = m_done.load();
+            if (m_total > 0)
+                std::fprintf(stderr, "\r\033[Kqs: sweep %d of %d, %.0f s", done + 1, m_total,
+                             seconds);
+            else
+                std::fprintf(stderr, "\r\033[Kqs: sweep %d, %.0f s (Ctrl-C stops)", done + 1,
+                             seconds);
+            std::fflush(stderr);
+            m_shown = true;
+        }
+    }
+
+    const int m_total;  // 0: until stopped
+    std::atomic<int> m_done{0};
+    std::mutex m_lock;
+    std::condition_variable m_wake;
+    bool m_stop = false;
+    bool m_shown = false;
+    std::thread m_thread;
+};
+
+struct Step {
+    const char* what;
+    qsStatus status;
+};
+
+// The settings into the staging record; the first refusal is reported.
+bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
+    const Step steps[] = {
+        {"setting the span", qsConfigureCenterSpan(h, (o.startHz + o.stopHz) / 2.0,
+                                                   o.stopHz - o.startHz)},
+        {"setting the reference level", qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
+        {"setting the gain", qsConfigureGain(h, QS_GAIN_AUTO)},
+        {"setting RBW and VBW",
+         qsConfigureSweepCoupling(h, rbwHz, vbwHz, o.sweepTimeS, o.shape, QS_REJECTION_NONE)},
+        {"setting the window", qsConfigureWindow(h, o.window)},
+        {"setting the detector", qsConfigureAcquisition(h, o.detector, QS_SCALE_LOG)},
+    };
+    for (const Step& step : steps) {
+        if (step.status < 0) {
+            ReportError(step.what, step.status);
+            return false;
+        }
+        ReportWarning(step.what, step.status);
+    }
+    return true;
+}
+
+timespec UtcNow() {
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return now;
+}
+
+}  // namespace
+
+int RunSweep(const Options& options) {
+    const SweepOptions& o = options.sweep;
+    SweepDescription description;
+    description.options = o;
+    description.rbwHz = o.rbwHz > 0.0 ? o.rbwHz : DefaultRbw(o.stopHz - o.startHz);
+    description.vbwHz = o.vbwHz > 0.0 ? o.vbwHz : description.rbwHz;
+
+    OpenAnalyser analyser;
+    if (!analyser.Open(options.serial)) return kExitFailure;
+    description.device = analyser.Name();
+    const int h = analyser.Handle();
+    if (!Configure(h, o, description.rbwHz, description.vbwHz)) return kExitFailure;
+
+    qsStatus status = qsInitiate(h, QS_MODE_SWEEP, 0);
+    if (status == qsNotSupportedErr) {
+        ReportError("starting the sweep", status);
+        std::fprintf(stderr, "qs: this build of the library makes no swept measurements\n");
+        return kExitFailure;
+    }
+    if (status < 0) return ReportError("starting the sweep", status);
+    ReportWarning("starting the sweep", status);
+    unsigned points = 0;
+    Trace trace;
+    status = qsQueryTraceInfo(h, &points, &trace.binHz, &trace.startHz);
+    if (status < 0) return ReportError("asking for the trace size", status);
+    trace.minDbm.assign(points, 0.0);
+    trace.maxDbm.assign(points, 0.0);
+
+    std::ofstream file;
+    if (!o.outputPath.empty()) {
+        file.open(o.outputPath, std::ios::out | std::ios::trunc);
+        if (!file) {
+            std::fprintf(stderr, "qs: -o %s: %s\n", o.outputPath.c_str(), std::strerror(errno));
+            return kExitFailure;
+        }
+    }
+    std::ostream& out = o.outputPath.empty() ? std::cout : file;
+
+    const bool terminal = isatty(STDERR_FILENO) &&
+                          !(o.outputPath.empty() && isatty(STDOUT_FILENO));
+    CatchInterrupts(isatty(STDERR_FILENO));
+    int done = 0;
+    qsStatus lastWarning = qsNoError;
+    {
+        ProgressLine progress(terminal, o.continuous ? 0 : o.count);
+        while ((o.continuous || done < o.count) && g_interrupts == 0) {
+            trace.utc = UtcNow();
+            status = qsFetchTrace(h, static_cast<int>(points), trace.minDbm.data(),
+                                  trace.maxDbm.data());
+            if (status < 0) break;
+            // A warning that repeats every sweep is told once.
+            if (status > 0 && status != lastWarning)
+                ReportWarning("sweep " + std::to_string(done + 1), status);
+            lastWarning = status;
+            if (o.format == OutputFormat::kPower)
+                WritePowerSweep(out, trace);
+            else
+                WriteCsvSweep(out, description, trace);
+            out.flush();
+            ++done;
+            progress.SweepDone();
+        }
+    }
+    if (status < 0) return ReportError("sweep " + std::to_string(done + 1), status);
+    if (!out) {
+        std::fprintf(stderr, "qs: writing %s failed\n",
+                     o.outputPath.empty() ? "standard output" : o.outputPath.c_str());
+        return kExitFailure;
+    }
+    qsAbort(h);
+    if (!o.pngPath.empty() && done > 0) {
+        std::string error;
+        const std::string title = "qs sweep, " + description.device + ", " +
+                                  DescribeSettings(description) + ", " + FormatUtc(trace.utc);
+        if (!WritePlotPng(o.pngPath, trace, title, o.pngWidth, o.pngHeight, &error)) {
+            std::fprintf(stderr, "qs: --png %s: %s\n", o.pngPath.c_str(), error.c_str());
+            return kExitFailure;
+        }
+    }
+    return 0;
+}
+
+}  // namespace qstool
