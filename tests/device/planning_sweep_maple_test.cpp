@@ -270,6 +270,23 @@ TEST_F(MaplePlanning, NarrowRatioFromSpanAndBinSize) {
     }
 }
 
+TEST_F(MaplePlanning, FineResolutionAddsPacketsPerStep) {
+    Open(QSSIM_PID_MAPLE_REV1);
+    // A wide sweep below 800 Hz RBW: 29 packets for the transforms, 4 more,
+    // so the solver gives 48 and not 32.
+    SweepRequest wide{1.0e9, 1.001e9};
+    wide.rbw = wide.vbw = 615.0;
+    Plan(wide);
+    EXPECT_EQ(Info().dsRatio, 1);
+    EXPECT_EQ(Info().ppf, 48);
+    // A narrow sweep needing 18 packets takes 32, then 4 more.
+    SweepRequest narrow{100e6, 100.1e6};
+    narrow.rbw = narrow.vbw = 1000.0;
+    Plan(narrow);
+    EXPECT_EQ(Info().dsRatio, 16);
+    EXPECT_EQ(Info().ppf, 48);
+}
+
 TEST_F(MaplePlanning, LowStartBeginsInTheDirectlySampledBand) {
     Open(QSSIM_PID_MAPLE_REV1);
     Plan({5e6, 50e6});
@@ -325,6 +342,24 @@ TEST_F(MaplePlanning, StepsWalkTheRowsInOrderAcrossTheNarrowRow) {
         EXPECT_DOUBLE_EQ(PatchAt(i).center_freq, 5.56e9 + 20e6 * i) << i;
         EXPECT_EQ(PatchAt(i).if_offset, rows[i] == 8 ? -327 : 0) << i;
     }
+    ExpectCommandCoversPlan();
+}
+
+TEST_F(MaplePlanning, AStepOnARowsTopEdgeStaysInThatRow) {
+    Open(QSSIM_PID_MAPLE_REV1);
+    SweepRequest r{1.85e9, 1.95e9};
+    r.imageReject = true;
+    Plan(r);
+    // 1.89 GHz is row 1's top edge: the walk keeps it in row 1, though a
+    // look-up of that frequency would name row 2.
+    ASSERT_EQ(device->Command().subBandCount, 2);
+    EXPECT_EQ(SubBand(0).stepCount, 5);
+    EXPECT_EQ(SubBand(1).stepCount, Info().stepCount - 5);
+    EXPECT_EQ(SubBand(1).LO1startFreq, (1.90e9 + 1.26e9) / 400e3);
+    EXPECT_EQ(PatchAt(4).band, 1);
+    EXPECT_DOUBLE_EQ(PatchAt(4).center_freq, 1.89e9);
+    EXPECT_EQ(PatchAt(5).band, 2);
+    EXPECT_TRUE(PatchAt(5).flip_spectrum);
     ExpectCommandCoversPlan();
 }
 
