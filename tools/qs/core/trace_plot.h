@@ -27,8 +27,8 @@ struct Rgb {
 constexpr Rgb kMaxTraceColour{0.05, 0.25, 0.75};
 constexpr Rgb kMinTraceColour{0.45, 0.70, 0.95};
 
-// Round tick values from low to high, 1, 2 or 5 times a power of ten apart,
-// at most maxTicks of them (at least two for a non-empty range).
+// Round tick values from low to high, 1, 2 or 5 times a power of ten apart:
+// the finest such spacing that gives at most maxTicks of them.
 std::vector<double> NiceTicks(double low, double high, int maxTicks);
 
 // The frame for a trace on a picture of width x height: the trace's

@@ -1,0 +1,393 @@
+// The built qs program, run as a person runs it, with --simulate: what it
+// prints, what it writes, and how it exits.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <pty.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+
+extern char** environ;
+
+namespace {
+
+struct Result {
+    int exitCode = -1;  // -1: ended by a signal
+    std::string out, err;
+};
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// The caller's environment without any simulator scene, plus extra.
+std::vector<std::string> ChildEnvironment(const std::vector<std::string>& extra) {
+    std::vector<std::string> env;
+    for (char** e = environ; *e; ++e) {
+        const std::string item = *e;
+        if (item.rfind("QS_SIM_", 0) == 0 || item.rfind("LD_PRELOAD=", 0) == 0) continue;
+        env.push_back(item);
+    }
+    env.insert(env.end(), extra.begin(), extra.end());
+    return env;
+}
+
+std::vector<char*> Pointers(std::vector<std::string>& items) {
+    std::vector<char*> p;
+    for (auto& s : items) p.push_back(s.data());
+    p.push_back(nullptr);
+    return p;
+}
+
+class Child {
+public:
+    Child(std::vector<std::string> args, const std::vector<std::string>& extraEnv) {
+        static int serial = 0;
+        const std::string base =
+            ::testing::TempDir() + "qs_" + std::to_string(getpid()) + "_" + std::to_string(++serial);
+        m_outPath = base + ".out";
+        m_errPath = base + ".err";
+        args.insert(args.begin(), QS_TOOL_PATH);
+        std::vector<std::string> env = ChildEnvironment(extraEnv);
+        std::vector<char*> argv = Pointers(args), envp = Pointers(env);
+        const int out = open(m_outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        const int err = open(m_errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        m_pid = fork();
+        if (m_pid == 0) {
+            dup2(out, STDOUT_FILENO);
+            dup2(err, STDERR_FILENO);
+            execve(QS_TOOL_PATH, argv.data(), envp.data());
+            _exit(127);
+        }
+        close(out);
+        close(err);
+    }
+
+    pid_t Pid() const { return m_pid; }
+
+    Result Wait() {
+        Result r;
+        int status = 0;
+        waitpid(m_pid, &status, 0);
+        r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        r.out = ReadFile(m_outPath);
+        r.err = ReadFile(m_errPath);
+        unlink(m_outPath.c_str());
+        unlink(m_errPath.c_str());
+        return r;
+    }
+
+private:
+    pid_t m_pid = -1;
+    std::string m_outPath, m_errPath;
+};
+
+Result RunQs(const std::vector<std::string>& args, const std::vector<std::string>& env = {}) {
+    return Child(args, env).Wait();
+}
+
+bool Contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Whether the library makes swept measurements yet: until it does,
+// qsInitiate in sweep mode answers qsNotSupportedErr.
+bool SweepSupported() {
+    static const int supported = [] {
+        qssim_reset();
+        qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
+        int h = -1;
+        if (qsOpenDeviceBySerialNumber(&h, 12345678) < 0) {
+            ADD_FAILURE() << "the simulated Maple does not open";
+            return 0;
+        }
+        qsConfigureCenterSpan(h, 1.5e9, 200e6);
+        const qsStatus status = qsInitiate(h, QS_MODE_SWEEP, 0);
+        qsAbort(h);
+        qsCloseDevice(h);
+        qssim_reset();
+        return status == qsNotSupportedErr ? 0 : 1;
+    }();
+    return supported != 0;
+}
+
+#define SKIP_WITHOUT_SWEEP()                                                        \
+    do {                                                                           \
+        if (!SweepSupported()) GTEST_SKIP() << "needs the swept measurement";      \
+    } while (0)
+
+std::string TempPath(const std::string& name) {
+    return ::testing::TempDir() + "qs_" + std::to_string(getpid()) + "_" + name;
+}
+
+struct CsvSweep {
+    std::vector<double> freqHz, minDbm, maxDbm;
+};
+
+// Splits a CSV file into its sweeps; each starts with a comment line and a
+// header row. complete is false if any part is out of form.
+std::vector<CsvSweep> ParseCsv(const std::string& text, bool* complete) {
+    std::vector<CsvSweep> sweeps;
+    *complete = !text.empty() && text.back() == '\n';
+    std::stringstream in(text);
+    std::string line;
+    bool expectHeader = false;
+    while (std::getline(in, line)) {
+        if (line.rfind("# ", 0) == 0) {
+            sweeps.emplace_back();
+            expectHeader = true;
+            continue;
+        }
+        if (expectHeader) {
+            if (line != "frequency_hz,min_dbm,max_dbm") *complete = false;
+            expectHeader = false;
+            continue;
+        }
+        double f = 0, lo = 0, hi = 0;
+        if (sweeps.empty() || std::sscanf(line.c_str(), "%lf,%lf,%lf", &f, &lo, &hi) != 3) {
+            *complete = false;
+            continue;
+        }
+        sweeps.back().freqHz.push_back(f);
+        sweeps.back().minDbm.push_back(lo);
+        sweeps.back().maxDbm.push_back(hi);
+    }
+    return sweeps;
+}
+
+unsigned BigEndian32(const std::string& s, size_t at) {
+    const auto* p = reinterpret_cast<const unsigned char*>(s.data() + at);
+    return (unsigned(p[0]) << 24) | (unsigned(p[1]) << 16) | (unsigned(p[2]) << 8) | p[3];
+}
+
+void ExpectPng(const std::string& path, unsigned width, unsigned height) {
+    const std::string png = ReadFile(path);
+    ASSERT_GE(png.size(), 24u) << path;
+    EXPECT_EQ(png.substr(0, 8), std::string("\x89PNG\r\n\x1a\n", 8));
+    EXPECT_EQ(png.substr(12, 4), "IHDR");
+    EXPECT_EQ(BigEndian32(png, 16), width);
+    EXPECT_EQ(BigEndian32(png, 20), height);
+}
+
+const std::vector<std::string> kToneSweep = {"--simulate", "--sim-tone", "1.5G:-40", "sweep",
+                                             "--start", "1.4G", "--stop", "1.6G", "--rbw", "100k"};
+
+std::vector<std::string> With(std::vector<std::string> args, const std::vector<std::string>& more) {
+    args.insert(args.end(), more.begin(), more.end());
+    return args;
+}
+
+}  // namespace
+
+TEST(QsProcess, ListShowsTypeRevisionAndSerial) {
+    const Result single = RunQs({"--simulate", "list"});
+    EXPECT_EQ(single.exitCode, 0) << single.err;
+    EXPECT_TRUE(Contains(single.out, "12345678   Maple  2")) << single.out;
+
+    const Result two = RunQs({"list", "--simulate"},
+                             {"QS_SIM_DEVICES=maple1:22222222,larch:10000001"});
+    EXPECT_EQ(two.exitCode, 0) << two.err;
+    EXPECT_TRUE(Contains(two.out, "22222222   Maple  1")) << two.out;
+    EXPECT_TRUE(Contains(two.out, "10000001   Larch  -")) << two.out;
+    EXPECT_TRUE(two.err.empty()) << two.err;
+}
+
+TEST(QsProcess, ListTellsHowToFixAccess) {
+    const Result r = RunQs({"--simulate", "list"},
+                           {"QS_SIM_DEVICES=maple2:12345678,maple2:33333333:denied"});
+    EXPECT_NE(r.exitCode, 0);
+    EXPECT_TRUE(Contains(r.out, "12345678")) << r.out;
+    EXPECT_FALSE(Contains(r.out, "33333333")) << r.out;
+    EXPECT_TRUE(Contains(r.err, "1 analyser on USB that this user may not open")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "60-qs-analyser.rules")) << r.err;
+    EXPECT_TRUE(Contains(r.err, "udevadm")) << r.err;
+
+    const Result none = RunQs({"--simulate", "list"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
+    EXPECT_NE(none.exitCode, 0);
+    EXPECT_FALSE(Contains(none.out, "no analyser found")) << "it is there, only shut out";
+    // An open of the shut-out device fails with the same advice.
+    const Result info = RunQs({"--simulate", "info"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
+    EXPECT_NE(info.exitCode, 0);
+    EXPECT_TRUE(Contains(info.err, "Device not Open")) << info.err;
+    EXPECT_TRUE(Contains(info.err, "60-qs-analyser.rules")) << info.err;
+}
+
+TEST(QsProcess, InfoNamesTheDeviceAndItsReadings) {
+    const Result r = RunQs({"--simulate", "info", "-d", "10000001"},
+                           {"QS_SIM_DEVICES=maple2:12345678,larch:10000001"});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_TRUE(Contains(r.out, "serial number   10000001")) << r.out;
+    EXPECT_TRUE(Contains(r.out, "type            Larch")) << r.out;
+    for (const char* field : {"firmware", "temperature", "USB voltage", "USB current", "time base"})
+        EXPECT_TRUE(Contains(r.out, field)) << field << " missing in\n" << r.out;
+
+    const Result maple = RunQs({"--simulate", "info"});
+    EXPECT_EQ(maple.exitCode, 0) << maple.err;
+    EXPECT_TRUE(Contains(maple.out, "Maple, revision 2")) << maple.out;
+}
+
+TEST(QsProcess, BadArgumentsGetUsageNamingThem) {
+    const Result freq = RunQs({"--simulate", "sweep", "--start", "2.4X", "--stop", "2.5G"});
+    EXPECT_EQ(freq.exitCode, 2);
+    EXPECT_EQ(freq.err.rfind("qs: --start: '2.4X' is not a frequency", 0), 0u) << freq.err;
+    EXPECT_TRUE(Contains(freq.err, "usage:")) << freq.err;
+    EXPECT_TRUE(freq.out.empty());
+
+    const Result option = RunQs({"sweep", "--start", "1G", "--stop", "2G", "--frobnicate"});
+    EXPECT_EQ(option.exitCode, 2);
+    EXPECT_TRUE(Contains(option.err, "unknown option '--frobnicate'")) << option.err;
+    EXPECT_TRUE(Contains(option.err, "usage:")) << option.err;
+}
+
+TEST(QsProcess, MissingDeviceIsOneLineWithTheLibraryText) {
+    const Result r = RunQs({"--simulate", "info", "-d", "99999999"});
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
+    EXPECT_TRUE(Contains(r.err, "99999999")) << r.err;
+    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceNotOpenErr))) << r.err;
+}
+
+TEST(QsProcess, SweepIsRefusedClearlyUntilTheLibraryMakesThem) {
+    if (SweepSupported()) GTEST_SKIP() << "the library makes swept measurements now";
+    const std::string csv = TempPath("refused.csv");
+    const Result r = RunQs(With(kToneSweep, {"-o", csv}));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(Contains(r.err, std::string("starting the sweep: ") +
+                                    qsGetErrorString(qsNotSupportedErr)))
+        << r.err;
+    EXPECT_TRUE(r.out.empty());
+    EXPECT_NE(access(csv.c_str(), F_OK), 0) << "no file for a sweep that never ran";
+}
+
+TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
+    SKIP_WITHOUT_SWEEP();
+    const std::string csv = TempPath("tone.csv"), png = TempPath("tone.png");
+    const Result r = RunQs(With(kToneSweep, {"-o", csv, "--png", png, "--png-size", "900x500"}));
+    ASSERT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_FALSE(Contains(r.err, "qs: sweep ")) << "no progress line off a terminal: " << r.err;
+    bool complete = false;
+    const std::vector<CsvSweep> sweeps = ParseCsv(ReadFile(csv), &complete);
+    EXPECT_TRUE(complete);
+    ASSERT_EQ(sweeps.size(), 1u);
+    const CsvSweep& s = sweeps[0];
+    ASSERT_GT(s.freqHz.size(), 100u);
+    size_t peak = 0;
+    for (size_t i = 1; i < s.maxDbm.size(); ++i)
+        if (s.maxDbm[i] > s.maxDbm[peak]) peak = i;
+    const double bin = s.freqHz[1] - s.freqHz[0];
+    EXPECT_NEAR(s.freqHz[peak], 1.5e9, bin);
+    EXPECT_NEAR(s.maxDbm[peak], -40.0, 1.0);
+    EXPECT_LE(s.minDbm[peak], s.maxDbm[peak]);
+    ExpectPng(png, 900, 500);
+
+    const Result power = RunQs(With(kToneSweep, {"--format", "power", "-N", "2"}));
+    ASSERT_EQ(power.exitCode, 0) << power.err;
+    std::stringstream rows(power.out);
+    std::string line, firstStamp;
+    double bestDbm = -1e9, bestHz = 0.0;
+    size_t levels = 0;
+    while (std::getline(rows, line)) {
+        int y, mo, d, h, mi, sec, n = 0;
+        double low, high, width;
+        unsigned samples;
+        ASSERT_EQ(std::sscanf(line.c_str(), "%d-%d-%d, %d:%d:%d, %lf, %lf, %lf, %u%n", &y, &mo, &d,
+                              &h, &mi, &sec, &low, &high, &width, &samples, &n),
+                  10)
+            << line;
+        const char* p = line.c_str() + n;
+        unsigned count = 0;
+        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n, ++count) {
+            if (v > bestDbm) bestDbm = v, bestHz = low + count * width;
+        }
+        EXPECT_EQ(*p, '\0') << line;
+        EXPECT_EQ(count, samples);
+        EXPECT_NEAR((high - low) / width, samples, 0.01);
+        levels += count;
+    }
+    EXPECT_EQ(levels, 2 * s.freqHz.size()) << "two sweeps of the same length";
+    EXPECT_NEAR(bestHz, 1.5e9, 2 * bin);
+    EXPECT_NEAR(bestDbm, -40.0, 1.0);
+    unlink(csv.c_str());
+    unlink(png.c_str());
+}
+
+TEST(QsProcess, FirstCtrlCFinishesAndWritesTheSweep) {
+    SKIP_WITHOUT_SWEEP();
+    const std::string csv = TempPath("interrupted.csv"), png = TempPath("interrupted.png");
+    Child child(With(kToneSweep, {"--continuous", "-o", csv, "--png", png}), {});
+    // The output file opens once the sweep has started.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (access(csv.c_str(), F_OK) != 0 && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    kill(child.Pid(), SIGINT);
+    const Result r = child.Wait();
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    bool complete = false;
+    const std::vector<CsvSweep> sweeps = ParseCsv(ReadFile(csv), &complete);
+    EXPECT_TRUE(complete);
+    ASSERT_GE(sweeps.size(), 1u);
+    for (const CsvSweep& s : sweeps) EXPECT_EQ(s.freqHz.size(), sweeps[0].freqHz.size());
+    EXPECT_GT(sweeps[0].freqHz.size(), 100u);
+    ExpectPng(png, 1200, 600);
+    unlink(csv.c_str());
+    unlink(png.c_str());
+}
+
+TEST(QsProcess, ProgressLineOnlyOnATerminal) {
+    SKIP_WITHOUT_SWEEP();
+    std::vector<std::string> args = With(kToneSweep, {"--continuous", "-o", "/dev/null"});
+    args.insert(args.begin(), QS_TOOL_PATH);
+    std::vector<std::string> env = ChildEnvironment({});
+    std::vector<char*> argv = Pointers(args), envp = Pointers(env);
+    int master = -1;
+    const pid_t pid = forkpty(&master, nullptr, nullptr, nullptr);
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+        execve(QS_TOOL_PATH, argv.data(), envp.data());
+        _exit(127);
+    }
+    std::string screen;
+    const auto stopAt = std::chrono::steady_clock::now() + std::chrono::milliseconds(2600);
+    fcntl(master, F_SETFL, O_NONBLOCK);
+    bool interrupted = false;
+    for (;;) {
+        char buf[512];
+        const ssize_t n = read(master, buf, sizeof buf);
+        if (n > 0) screen.append(buf, n);
+        if (!interrupted && std::chrono::steady_clock::now() > stopAt) {
+            kill(pid, SIGINT);
+            interrupted = true;
+        }
+        int status = 0;
+        if (waitpid(pid, &status, WNOHANG) == pid) {
+            EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << screen;
+            break;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    for (char buf[512];;) {
+        const ssize_t n = read(master, buf, sizeof buf);
+        if (n <= 0) break;
+        screen.append(buf, n);
+    }
+    close(master);
+    EXPECT_TRUE(Contains(screen, "qs: sweep ")) << screen;
+    EXPECT_TRUE(Contains(screen, "stopping after this sweep")) << screen;
+}

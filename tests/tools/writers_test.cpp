@@ -1,0 +1,133 @@
+// The CSV and power-sweep text forms, read back as a script would read them.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "core/trace_writers.h"
+
+using qstool::FormatUtc;
+using qstool::SweepDescription;
+using qstool::Trace;
+
+namespace {
+
+std::vector<std::string> Lines(const std::string& text) {
+    std::vector<std::string> lines;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::vector<std::string> Fields(const std::string& line) {
+    std::vector<std::string> fields;
+    std::stringstream in(line);
+    for (std::string field; std::getline(in, field, ',');) {
+        const size_t first = field.find_first_not_of(' ');
+        fields.push_back(first == std::string::npos ? "" : field.substr(first));
+    }
+    return fields;
+}
+
+// Ten points from 2.4 GHz, 4882.8125 Hz apart, a peak at point 6.
+Trace SampleTrace() {
+    Trace t;
+    t.startHz = 2.4e9;
+    t.binHz = 4882.8125;
+    for (int i = 0; i < 10; ++i) {
+        t.minDbm.push_back(-100.0 - i);
+        t.maxDbm.push_back(i == 6 ? -40.25 : -90.0 + 0.5 * i);
+    }
+    t.utc.tv_sec = 1700000000;  // 2023-11-14 22:13:20 UTC
+    t.utc.tv_nsec = 500000000;
+    return t;
+}
+
+SweepDescription SampleDescription() {
+    SweepDescription d;
+    d.options.startHz = 2.4e9;
+    d.options.stopHz = 2.5e9;
+    d.options.refDbm = -20.0;
+    d.rbwHz = 1e5;
+    d.vbwHz = 3e4;
+    d.device = "Maple 12345678";
+    return d;
+}
+
+}  // namespace
+
+TEST(TraceWriters, UtcTimeHasMillisecondsAndZone) {
+    EXPECT_EQ(FormatUtc(SampleTrace().utc), "2023-11-14T22:13:20.500Z");
+    EXPECT_EQ(FormatUtc(timespec{0, 999999999}), "1970-01-01T00:00:00.999Z");
+}
+
+TEST(TraceWriters, CsvHasCommentHeaderAndOneRowAPoint) {
+    std::ostringstream out;
+    const Trace trace = SampleTrace();
+    qstool::WriteCsvSweep(out, SampleDescription(), trace);
+    const std::vector<std::string> lines = Lines(out.str());
+    ASSERT_EQ(lines.size(), 2u + trace.maxDbm.size());
+    EXPECT_EQ(lines[0].rfind("# ", 0), 0u);
+    for (const char* part : {"Maple 12345678", "2.4 GHz to 2.5 GHz", "RBW 100 kHz", "VBW 30 kHz",
+                             "ref -20 dBm", "native/nuttall", "minmax",
+                             "2023-11-14T22:13:20.500Z"})
+        EXPECT_NE(lines[0].find(part), std::string::npos) << part << " in " << lines[0];
+    EXPECT_EQ(lines[1], "frequency_hz,min_dbm,max_dbm");
+    for (size_t i = 0; i < trace.maxDbm.size(); ++i) {
+        const std::vector<std::string> f = Fields(lines[2 + i]);
+        ASSERT_EQ(f.size(), 3u) << lines[2 + i];
+        EXPECT_NEAR(std::atof(f[0].c_str()), trace.startHz + i * trace.binHz, 1e-3);
+        EXPECT_NEAR(std::atof(f[1].c_str()), trace.minDbm[i], 0.005);
+        EXPECT_NEAR(std::atof(f[2].c_str()), trace.maxDbm[i], 0.005);
+    }
+}
+
+TEST(TraceWriters, SettingsNameTheWindowOnlyForTheNativeShape) {
+    SweepDescription d = SampleDescription();
+    d.options.shape = 2;  // gaussian
+    d.options.window = 3;
+    d.options.detector = 1;
+    const std::string text = qstool::DescribeSettings(d);
+    EXPECT_NE(text.find("gaussian"), std::string::npos) << text;
+    EXPECT_EQ(text.find("flattop"), std::string::npos) << text;
+    EXPECT_NE(text.find("average"), std::string::npos) << text;
+}
+
+TEST(TraceWriters, PowerRowsSplitTheSweepAndAgreeWithTheirBins) {
+    std::ostringstream out;
+    const Trace trace = SampleTrace();
+    qstool::WritePowerSweep(out, trace, 4);
+    const std::vector<std::string> lines = Lines(out.str());
+    ASSERT_EQ(lines.size(), 3u);  // 4 + 4 + 2 levels
+    size_t point = 0;
+    for (const std::string& line : lines) {
+        const std::vector<std::string> f = Fields(line);
+        ASSERT_GE(f.size(), 7u) << line;
+        EXPECT_EQ(f[0], "2023-11-14");
+        EXPECT_EQ(f[1], "22:13:20");
+        const double low = std::atof(f[2].c_str());
+        const double high = std::atof(f[3].c_str());
+        const double bin = std::atof(f[4].c_str());
+        const size_t samples = std::strtoul(f[5].c_str(), nullptr, 10);
+        const size_t levels = f.size() - 6;
+        EXPECT_EQ(samples, levels);
+        EXPECT_NEAR(bin, trace.binHz, 0.005);
+        // What heat-map scripts compute the bin frequencies from.
+        EXPECT_NEAR(low, trace.startHz + point * trace.binHz, 0.5);
+        EXPECT_NEAR((high - low) / bin, static_cast<double>(levels), 1e-3);
+        for (size_t i = 0; i < levels; ++i)
+            EXPECT_NEAR(std::atof(f[6 + i].c_str()), trace.maxDbm[point + i], 0.005);
+        point += levels;
+    }
+    EXPECT_EQ(point, trace.maxDbm.size());
+}
+
+TEST(TraceWriters, PowerRowsOfOneSweepShareItsTimeStamp) {
+    std::ostringstream out;
+    Trace trace = SampleTrace();
+    trace.utc.tv_nsec = 999999999;  // must not round into the next second
+    qstool::WritePowerSweep(out, trace, 3);
+    for (const std::string& line : Lines(out.str())) EXPECT_EQ(line.rfind("2023-11-14, 22:13:20, ", 0), 0u) << line;
+}
