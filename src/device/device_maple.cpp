@@ -52,11 +52,14 @@ qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
 }
 
 qsStatus DeviceMaple::BuildSweepEngine() {
-    // Engine construction goes here: for dsRatio 1
-    //   m_fft = new SweepEngine_Maple(&m_sweepInfo, m_settings);
-    // and above it
-    //   m_dsfft = new NarrowSweep(&m_sweepInfo, m_settings);
-    // Neither engine exists yet, so a planned sweep does not claim to run.
+    if (m_sweepInfo.dsRatio > 1) {
+        // m_dsfft = new NarrowSweep(&m_sweepInfo, m_settings) joins here.
+        // Until it exists a narrow plan is refused, so no fetch can wait
+        // for an engine that is not there.
+        return qsNotSupportedErr;
+    }
+    // m_fft = new SweepEngine_Maple(&m_sweepInfo, m_settings) joins here,
+    // then qsNoError; until then a wide plan is refused the same way.
     return qsNotSupportedErr;
 }
 
