@@ -158,6 +158,9 @@ int RunSweep(const Options& options) {
     trace.minDbm.assign(points, 0.0);
     trace.maxDbm.assign(points, 0.0);
 
+    // Caught before the output file appears, so that whoever waits for the
+    // file may interrupt.
+    CatchInterrupts(isatty(STDERR_FILENO));
     std::ofstream file;
     if (!o.outputPath.empty()) {
         file.open(o.outputPath, std::ios::out | std::ios::trunc);
@@ -170,7 +173,6 @@ int RunSweep(const Options& options) {
 
     const bool terminal = isatty(STDERR_FILENO) &&
                           !(o.outputPath.empty() && isatty(STDOUT_FILENO));
-    CatchInterrupts(isatty(STDERR_FILENO));
     int done = 0;
     qsStatus lastWarning = qsNoError;
     {

@@ -236,8 +236,9 @@ PlotFrame LayoutPlot(const Trace& trace, int width, int height) {
     }
     f.highDbm = std::ceil(highest / 10.0) * 10.0;
     f.lowDbm = std::floor(lowest / 10.0) * 10.0;
-    // A peak right at a whole 10 dB would touch the frame.
+    // Levels right at a whole 10 dB would touch the frame.
     if (f.highDbm - highest < 2.0) f.highDbm += 10.0;
+    if (lowest - f.lowDbm < 2.0) f.lowDbm -= 10.0;
     if (f.highDbm - f.lowDbm < kMinRangeDb) f.lowDbm = f.highDbm - kMinRangeDb;
     if (f.highDbm - f.lowDbm > kMaxRangeDb) f.lowDbm = f.highDbm - kMaxRangeDb;
     return f;
