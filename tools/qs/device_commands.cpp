@@ -147,9 +147,13 @@ int RunInfo(const Options& options) {
         std::printf(", revision %s", Revision(h, analyser.Type()).c_str());
     std::printf("\nfirmware        %d\n", firmware);
     std::printf("FPGA id         0x%08x\n", fpga);
-    std::printf("temperature     %.1f C\n", celsius);
+    // The device sends its monitor values with sample blocks only.
+    const char* note = celsius == 0.0f && usbVolts == 0.0f && usbCurrent == 0.0f
+                           ? "   (no reading yet: sent while the device measures)"
+                           : "";
+    std::printf("temperature     %.1f C%s\n", celsius, note);
     std::printf("USB voltage     %.2f V\n", usbVolts);
-    std::printf("USB current     %.0f\n", usbCurrent);
+    std::printf("USB current     %.0f mA\n", usbCurrent);
     std::printf("time base       %.9f (%+.3f ppm)\n", ratio, (ratio - 1.0) * 1e6);
     std::printf("library         %s, product %s\n", qsGetAPIVersion(), qsGetProductID());
     return 0;
