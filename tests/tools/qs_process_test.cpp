@@ -60,8 +60,8 @@ class Child {
 public:
     Child(std::vector<std::string> args, const std::vector<std::string>& extraEnv) {
         static int serial = 0;
-        const std::string base =
-            ::testing::TempDir() + "qs_" + std::to_string(getpid()) + "_" + std::to_string(++serial);
+        const std::string base = ::testing::TempDir() + "qs_" + std::to_string(getpid()) + "_" +
+                                 std::to_string(++serial);
         m_outPath = base + ".out";
         m_errPath = base + ".err";
         args.insert(args.begin(), QS_TOOL_PATH);

@@ -129,5 +129,6 @@ TEST(TraceWriters, PowerRowsOfOneSweepShareItsTimeStamp) {
     Trace trace = SampleTrace();
     trace.utc.tv_nsec = 999999999;  // must not round into the next second
     qstool::WritePowerSweep(out, trace, 3);
-    for (const std::string& line : Lines(out.str())) EXPECT_EQ(line.rfind("2023-11-14, 22:13:20, ", 0), 0u) << line;
+    for (const std::string& line : Lines(out.str()))
+        EXPECT_EQ(line.rfind("2023-11-14, 22:13:20, ", 0), 0u) << line;
 }

@@ -110,7 +110,8 @@ int RunList() {
         }
         int type = 0;
         qsGetDeviceType(handle, &type);
-        std::printf("%08d   %-6s %s%s\n", serials[i], TypeName(type), Revision(handle, type).c_str(),
+        std::printf("%08d   %-6s %s%s\n", serials[i], TypeName(type),
+                    Revision(handle, type).c_str(),
                     open == qsUncalibratedDevice ? "  (uncalibrated)" : "");
         qsCloseDevice(handle);
     }

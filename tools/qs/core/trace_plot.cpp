@@ -47,7 +47,8 @@ void ShowText(cairo_t* cr, double x, double y, const std::string& text, double a
               double alignY) {
     cairo_text_extents_t ext;
     cairo_text_extents(cr, text.c_str(), &ext);
-    cairo_move_to(cr, x - ext.x_bearing - ext.width * alignX, y - ext.y_bearing - ext.height * alignY);
+    cairo_move_to(cr, x - ext.x_bearing - ext.width * alignX,
+                  y - ext.y_bearing - ext.height * alignY);
     cairo_show_text(cr, text.c_str());
 }
 
