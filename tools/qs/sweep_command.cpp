@@ -96,18 +96,22 @@ private:
 };
 
 struct Step {
-    const char* what;
+    std::string what;
     qsStatus status;
 };
 
-// The settings into the staging record; the first refusal is reported.
+// The settings into the staging record; the first refusal is reported,
+// with the values it refused.
 bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
+    char level[32];
+    std::snprintf(level, sizeof level, "%g dBm", o.refDbm);
     const Step steps[] = {
-        {"setting the span", qsConfigureCenterSpan(h, (o.startHz + o.stopHz) / 2.0,
-                                                   o.stopHz - o.startHz)},
-        {"setting the reference level", qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
+        {"setting the span " + FormatHz(o.startHz) + " to " + FormatHz(o.stopHz),
+         qsConfigureCenterSpan(h, (o.startHz + o.stopHz) / 2.0, o.stopHz - o.startHz)},
+        {std::string("setting the reference level ") + level,
+         qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
         {"setting the gain", qsConfigureGain(h, QS_GAIN_AUTO)},
-        {"setting RBW and VBW",
+        {"setting RBW " + FormatHz(rbwHz) + " and VBW " + FormatHz(vbwHz),
          qsConfigureSweepCoupling(h, rbwHz, vbwHz, o.sweepTimeS, o.shape, QS_REJECTION_NONE)},
         {"setting the window", qsConfigureWindow(h, o.window)},
         {"setting the detector", qsConfigureAcquisition(h, o.detector, QS_SCALE_LOG)},
