@@ -50,7 +50,9 @@ public:
     // Caller's thread, at the end of a sweep set-up. Starts min(stepCount,
     // maxThreads, 4) workers (at least one), which then wait for the first
     // chunks. maxThreads below 4 is for measurement and tests; the device
-    // passes the default. Throws qs_exception when a buffer cannot be had.
+    // passes the default. Throws qs_exception when a buffer cannot be had
+    // (and the transform's std::exception for a size it refuses); the set-up
+    // turns either into qsAllocationLimitErr.
     SweepEngine(const SweepInfo* info, const Settings* settings, int maxThreads = MAX_THREADS);
     // Caller's thread, never while a GetSweep runs and only after Store can
     // no longer be reached (Device::Abort clears m_fftReady first). Stops
@@ -62,8 +64,9 @@ public:
     // order; ppf is packets per chunk, index the packets of the current chunk
     // already stored (0 at the start of a sweep). Converts each packet to
     // double (scale 2^-15) into the ring and signals every chunk it
-    // completes. Never blocks, never allocates; returns the index for the
-    // next call, 0 when the sweep's last chunk completed.
+    // completes. Never waits (the only lock is the completed chunk's own
+    // semaphore, for its notify) and never allocates; returns the index for
+    // the next call, 0 when the sweep's last chunk completed.
     int Store(Ipp16s* raw, int ppf, int index);
 
     // Application's thread, after the sweep's command was queued. Blocks
