@@ -150,7 +150,7 @@ int RunSweep(const Options& options) {
     qsStatus status = qsInitiate(h, QS_MODE_SWEEP, 0);
     if (status == qsNotSupportedErr) {
         ReportError("starting the sweep", status);
-        std::fprintf(stderr, "qs: this build of the library makes no swept measurements\n");
+        std::fprintf(stderr, "qs: this library makes no swept measurement with these settings\n");
         return kExitFailure;
     }
     if (status < 0) return ReportError("starting the sweep", status);
