@@ -127,9 +127,3 @@ TEST(CommandLine, SweepNeedsAnOrderedRangeAndOneWayToCount) {
     EXPECT_NE(Refusal({"sweep", "--start", "-1G", "--stop", "2G"}).find("--start"),
               std::string::npos);
 }
-
-TEST(CommandLine, DefaultRbwFollowsTheSpanWithinLimits) {
-    EXPECT_EQ(qstool::DefaultRbw(100e6), 100e3);
-    EXPECT_EQ(qstool::DefaultRbw(100.0), 10.0);
-    EXPECT_EQ(qstool::DefaultRbw(6.4e9 * 10), QS_MAX_RBW);
-}
