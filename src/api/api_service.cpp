@@ -1,6 +1,8 @@
 // Service calls: flash, time base, FPGA id.
 #include "api/device_table.h"
+#include "calibration/corrections_maple.h"
 #include "device/device.h"
+#include "device/device_maple.h"
 
 using namespace qs;
 using qs::api::Lookup;
@@ -62,6 +64,30 @@ qsStatus qsSetIFOffset(int device, double LTMoffset, double secondLOOffset, bool
     plan.manualIFOffsetFractionVal = LTMoffset;
     plan.manualIFOffset = manualOffset;
     plan.secondLOOffset = secondLOOffset;
+    return qsNoError;
+}
+
+qsStatus qsAddTimebaseCorrection(int device, double ppm) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) return qsDeviceInvalidErr;
+    static_cast<DeviceMaple*>(dev)->AddTimebaseCorrection(ppm);
+    return qsNoError;
+}
+
+qsStatus qsApplyRoughGain(int device, unsigned char* low_gains, unsigned char* high_gains) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) return qsDeviceInvalidErr;
+    if (!low_gains || !high_gains) return qsNullPtrErr;
+    static_cast<DeviceMaple*>(dev)->ApplyRoughGains(low_gains, high_gains);
+    return qsNoError;
+}
+
+qsStatus qsSelfCal(int device) {
+    Device* dev = Lookup(device);
+    if (!dev) return qsDeviceNotOpenErr;
+    dev->SelfCalIF();
     return qsNoError;
 }
 

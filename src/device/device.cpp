@@ -108,6 +108,7 @@ qsStatus Device::Initiate(const Settings* s, unsigned mode, unsigned flag) {
         m_fftReady = false;
         return status;
     }
+    m_triggerDelay = m_corr ? m_corr->GetTriggerDelay(m_settings->Center()) : 0;
     m_fftReady = true;
     return status;
 }
@@ -202,7 +203,7 @@ qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
 
 void Device::SetTimebaseCorrection(double ratio) {
     m_oscRatio = ratio;
-    m_calOscRatio = ratio;
+    if (m_corr) m_corr->SetOscRatio(ratio);
 }
 
 qsStatus Device::GetIQCorrection(float& correction) const {

@@ -56,6 +56,8 @@ public:
 
     // The model's open sequence; a negative status fails the open.
     virtual qsStatus OpenDevice() = 0;
+    // The IF self-calibration; nothing to do on a model without one.
+    virtual qsStatus SelfCalIF() { return qsNoError; }
     // Mode set-ups, by the model. Each sets m_mode at its end. A mode whose
     // planning and engine a model does not have yet refuses clearly with
     // qsNotSupportedErr instead of starting a measurement that cannot deliver.
@@ -140,7 +142,7 @@ protected:
     // The status every fetch ends with, after its engine delivered.
     qsStatus FinalStatus(qsStatus engineStatus);
     // The calibrated ratio of true to nominal time base.
-    virtual double CalibratedOscRatio() const { return m_calOscRatio; }
+    double CalibratedOscRatio() const { return m_corr ? m_corr->GetOscRatio() : 1.0; }
 
     std::atomic<bool> m_fftReady{false};
     bool m_validDevice = true;
@@ -171,8 +173,6 @@ protected:
     double m_partialSecond = 0.0;
     double m_clockOffset = 0.0;
     double m_oscRatio = 1.0;
-    // Stands in for the calibration's ratio until the image is read.
-    double m_calOscRatio = 1.0;
     std::atomic<bool> m_trlrSynced{true};
     ResidualInfo rps;
     // The calibration, made by the model's constructor; released after the

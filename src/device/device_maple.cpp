@@ -44,6 +44,30 @@ qsStatus DeviceMaple::OpenDevice() {
     return qsNoError;
 }
 
+qsStatus DeviceMaple::InitCorrections() {
+    DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
+    const qsStatus status = load_calibration_maple(
+        [this](int page, unsigned char* out) {
+            ReadFlash(static_cast<unsigned>(page), out);
+            return m_usb->TransferStatus();
+        },
+        *m_corr, id);
+    m_validDevice = id.valid;
+    m_sid = id.sid;
+    m_firmware_version = id.firmwareVersion;
+    return status;
+}
+
+bool DeviceMaple::AddTimebaseCorrection(double ppm) {
+    return add_timebase_correction_maple(
+        CorrMaple(), ppm,
+        [this](int page, const unsigned char* data) { WriteFlash(static_cast<unsigned>(page), data); });
+}
+
+void DeviceMaple::ApplyRoughGains(const unsigned char* low, const unsigned char* high) {
+    CorrMaple().SetRoughGains(low, high);
+}
+
 CorrectionsMaple& DeviceMaple::CorrMaple() { return static_cast<CorrectionsMaple&>(*m_corr); }
 
 qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {

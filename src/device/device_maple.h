@@ -35,6 +35,17 @@ public:
 
     int GetRev() const { return MapleRev(); }
 
+    // Reads the calibration image (pages 8 to 19): identity, validity and
+    // the tables. The status of a failed flash read, qsUncalibratedDevice
+    // when the image does not load, else qsNoError.
+    qsStatus InitCorrections();
+
+    // Adds ppm to the time base and keeps it in the next free flash slot.
+    bool AddTimebaseCorrection(double ppm);
+
+    // Replaces the calibration's rough gains of the two halves.
+    void ApplyRoughGains(const unsigned char* low, const unsigned char* high);
+
 protected:
     // The low band alone, for the start-up sweep.
     qsStatus ConfigureBandZeroOnlySweep();
