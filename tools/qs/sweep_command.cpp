@@ -1,5 +1,6 @@
 // qs sweep: configure, start, fetch traces, write them; a progress line on
 // a terminal; the first Ctrl-C ends the run after the sweep in progress.
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -23,31 +24,45 @@ namespace qstool {
 
 namespace {
 
-volatile sig_atomic_t g_interrupts = 0;
-volatile sig_atomic_t g_tellOnInterrupt = 0;
-
-void OnInterrupt(int) {
-    g_interrupts = g_interrupts + 1;
-    if (g_interrupts >= 2) {
-        static const char kAborted[] = "\nqs: aborted\n";
-        (void)!write(STDERR_FILENO, kAborted, sizeof kAborted - 1);
-        _exit(kExitAborted);
+// Ctrl-C, taken on a thread of its own. SIGINT is blocked before the
+// analyser opens, so no thread of the library, which inherits the mask, is
+// interrupted in a USB wait; the first one asks for a stop after the sweep
+// in progress, the second ends the program at once.
+class InterruptWatch {
+public:
+    explicit InterruptWatch(bool tell) : m_tell(tell) {
+        sigemptyset(&m_set);
+        sigaddset(&m_set, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &m_set, nullptr);
+        m_thread = std::thread([this] { Run(); });
     }
-    if (g_tellOnInterrupt) {
-        static const char kStopping[] =
-            "\r\033[Kqs: stopping after this sweep (Ctrl-C again aborts)\n";
-        (void)!write(STDERR_FILENO, kStopping, sizeof kStopping - 1);
+    ~InterruptWatch() {
+        m_stop = true;
+        m_thread.join();
     }
-}
+    bool Interrupted() const { return m_interrupted.load(); }
 
-void CatchInterrupts(bool tell) {
-    g_tellOnInterrupt = tell;
-    struct sigaction action {};
-    action.sa_handler = OnInterrupt;
-    sigemptyset(&action.sa_mask);
-    action.sa_flags = SA_RESTART;
-    sigaction(SIGINT, &action, nullptr);
-}
+private:
+    void Run() {
+        const timespec poll{0, 100 * 1000 * 1000};
+        while (!m_stop.load()) {
+            if (sigtimedwait(&m_set, nullptr, &poll) != SIGINT) continue;
+            if (m_interrupted.exchange(true)) {
+                std::fputs("\nqs: aborted\n", stderr);
+                _exit(kExitAborted);
+            }
+            if (m_tell)
+                std::fputs("\r\033[Kqs: stopping after this sweep (Ctrl-C again aborts)\n",
+                           stderr);
+        }
+    }
+
+    const bool m_tell;
+    sigset_t m_set;
+    std::atomic<bool> m_stop{false};
+    std::atomic<bool> m_interrupted{false};
+    std::thread m_thread;
+};
 
 // Once a second, after the first second: which sweep runs and for how long.
 class ProgressLine {
@@ -141,6 +156,8 @@ int RunSweep(const Options& options) {
     description.rbwHz = o.rbwHz > 0.0 ? o.rbwHz : DefaultRbw(o.stopHz - o.startHz);
     description.vbwHz = o.vbwHz > 0.0 ? o.vbwHz : description.rbwHz;
 
+    // Before the open: the library's threads start there.
+    InterruptWatch interrupts(isatty(STDERR_FILENO));
     OpenAnalyser analyser;
     if (!analyser.Open(options.serial)) return kExitFailure;
     description.device = analyser.Name();
@@ -162,9 +179,6 @@ int RunSweep(const Options& options) {
     trace.minDbm.assign(points, 0.0);
     trace.maxDbm.assign(points, 0.0);
 
-    // Caught before the output file appears, so that whoever waits for the
-    // file may interrupt.
-    CatchInterrupts(isatty(STDERR_FILENO));
     std::ofstream file;
     if (!o.outputPath.empty()) {
         file.open(o.outputPath, std::ios::out | std::ios::trunc);
@@ -181,7 +195,9 @@ int RunSweep(const Options& options) {
     qsStatus lastWarning = qsNoError;
     {
         ProgressLine progress(terminal, o.continuous ? 0 : o.count);
-        while ((o.continuous || done < o.count) && g_interrupts == 0) {
+        // The measurement runs from qsInitiate on: an interrupt before the
+        // first fetch still gets that sweep.
+        do {
             trace.utc = UtcNow();
             status = qsFetchTrace(h, static_cast<int>(points), trace.minDbm.data(),
                                   trace.maxDbm.data());
@@ -197,7 +213,7 @@ int RunSweep(const Options& options) {
             out.flush();
             ++done;
             progress.SweepDone();
-        }
+        } while ((o.continuous || done < o.count) && !interrupts.Interrupted());
     }
     if (status < 0) return ReportError("sweep " + std::to_string(done + 1), status);
     if (!out) {
