@@ -54,8 +54,10 @@ int qssim_get_command(int id, int index, unsigned char* out);
 /* The firmware. Each device answers its commands as the instrument does:
  * counted blocks for a sweep or capture, blocks without end for a stream
  * until the stop command and then one last block whose headers echo the stop,
- * one packet per channel for a flash page. Sample payloads are a
- * deterministic low-noise pattern of the run's sample position. */
+ * one packet per channel for a flash page. A Maple's sample payloads are
+ * what its receiver makes of the scene (tones, noise) at each LO step; a
+ * Larch's are a deterministic low-noise pattern of the run's sample
+ * position. */
 
 /* Real-time pacing (non-zero): one block per 3.7376 ms from the command on,
  * and a host that falls more than four blocks behind loses whole blocks, which
@@ -97,6 +99,30 @@ long long qssim_read_timeouts(int id, int endpoint);
  * the range does not fit. */
 int qssim_flash_read(int id, unsigned offset, unsigned char* out, unsigned len);
 int qssim_flash_write(int id, unsigned offset, const unsigned char* data, unsigned len);
+
+/* The factory calibration image. Every Maple and Larch is plugged in with a
+ * complete image at read page 8 of its flash (byte 0x80000), made from the
+ * same gain model as its receiver: the header carries the device's serial
+ * number and firmware version 6, and a host that applies the tables reads
+ * back the level of a tone at the antenna. qssim_set_flash_image rewrites
+ * the image's pages with one of these kinds (other pages keep their bytes):
+ *   QSSIM_FLASH_CALIBRATED    the complete image (the default);
+ *   QSSIM_FLASH_ERASED        nothing: the image's pages all 0xFF;
+ *   QSSIM_FLASH_BLANK_TABLES  a valid header, every table 0xFF;
+ *   QSSIM_FLASH_BLANK_HEADER  the tables, under an erased header.
+ * Returns 0, or -1 for no such device or kind. */
+#define QSSIM_FLASH_CALIBRATED 0
+#define QSSIM_FLASH_ERASED 1
+#define QSSIM_FLASH_BLANK_TABLES 2
+#define QSSIM_FLASH_BLANK_HEADER 3
+int qssim_set_flash_image(int id, int kind);
+
+/* Maple only: the image's timebase list holds `used` measured clock ratios
+ * (0 to 256), the newest 1 - ppm x 1e-6 and the older ones evenly between
+ * it and 1, and the device's clock truly runs at the newest ratio: every
+ * oscillator and the sample clock are off by ppm. The image is rewritten as
+ * a complete one. Returns 0, or -1 for a Larch, no device or a bad count. */
+int qssim_set_timebase_slots(int id, int used, double ppm);
 
 #ifdef __cplusplus
 }

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+
+#include "sim_receiver.h"
 
 namespace qssim {
 
@@ -10,7 +13,13 @@ SimDevice::SimDevice(int id, int productId, unsigned serial)
     : m_id(id),
       m_productId(productId),
       m_serial(serial),
-      m_firmware(productId, serial, &m_scene) {}
+      m_factory(productId, serial),
+      m_firmware(productId, serial, &m_scene) {
+    // Every device leaves the factory calibrated; the image is written when
+    // the flash is first made, so a device nobody reads costs nothing.
+    m_firmware.SetFlashInit([this](uint8_t* flash) { m_factory.Write(flash, m_firmware.Dna()); });
+    if (IsMaple(productId)) m_firmware.SetSampleSource(std::make_unique<ReceiverSource>(&m_factory));
+}
 
 std::string SimDevice::SerialString() const {
     char text[32];

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "sim_calibration.h"
 #include "sim_firmware.h"
 #include "sim_scene.h"
 
@@ -57,6 +58,9 @@ public:
     void ReadTimedOut(int endpoint);
 
     Firmware& GetFirmware() { return m_firmware; }
+    // The factory calibration: the flash image and the gain model behind
+    // the receiver.
+    FactoryCalibration& Factory() { return m_factory; }
 
     // Every command block received, in order, for tests of the wire traffic.
     const std::vector<std::vector<uint8_t>>& Commands() const { return m_commands; }
@@ -73,6 +77,7 @@ private:
     bool m_accessDenied = false;
     bool m_claimed = false;
     Scene m_scene;
+    FactoryCalibration m_factory;
     Firmware m_firmware;
     std::vector<std::vector<uint8_t>> m_commands;
     std::deque<std::vector<uint8_t>> m_inQueue[2];

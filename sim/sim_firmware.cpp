@@ -51,6 +51,7 @@ bool DecodeCommand(const uint8_t* bytes, int len, Command* out) {
         sb.stepCount = Get16(p + 12);
     }
     std::memcpy(out->data, bytes + 16, kFlashWriteBytes);
+    std::memcpy(out->roughCorrArray, bytes + kRoughCorrOffset, kRoughCorrBytes);
     return true;
 }
 
@@ -86,8 +87,15 @@ Firmware::Firmware(int productId, unsigned serial, const Scene* scene)
       m_dna(0x3D000000u ^ (serial * 2654435761u)) {}
 
 uint8_t* Firmware::Flash() {
-    if (m_flash.empty()) m_flash.assign(kFlashBytes, 0xFF);
+    if (m_flash.empty()) {
+        m_flash.assign(kFlashBytes, 0xFF);
+        if (m_flashInit) m_flashInit(m_flash.data());
+    }
     return m_flash.data();
+}
+
+void Firmware::RewriteFlash() {
+    if (!m_flash.empty() && m_flashInit) m_flashInit(m_flash.data());
 }
 
 void Firmware::OnCommand(const uint8_t* data, int len, Clock::time_point now) {
@@ -138,7 +146,7 @@ void Firmware::OnCommand(const uint8_t* data, int len, Clock::time_point now) {
             break;
         case kCmdClearFlash:
             if (c.commandType == kFlashUnlock && c.subBandCount == kFlashUnlock)
-                if (!m_flash.empty()) std::fill(m_flash.begin(), m_flash.end(), 0xFF);
+                m_flash.assign(kFlashBytes, 0xFF);  // also a flash not yet made: no image after
             break;
         case kCmdPreset:
             EndRun();
@@ -275,10 +283,10 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
             *shortPacket = n < kPacketBytes;
         }
         const size_t at = size_t(m_flashPage) * kFlashPageBytes + size_t(channel) * kPacketBytes;
-        if (m_flash.empty())
+        if (m_flash.empty() && !m_flashInit)
             std::memset(dst, 0xFF, n);
         else
-            std::memcpy(dst, m_flash.data() + at, n);
+            std::memcpy(dst, Flash() + at, n);
         return n;
     }
     if (m_mode != kCounted && m_mode != kStream && m_mode != kDraining) return 0;
@@ -374,7 +382,8 @@ void Firmware::MakePacket(int channel, int64_t pair, uint8_t* dst) {
     Put16(dst + 12, static_cast<uint16_t>(adcIndex));
     Put16(dst + 14, MonitorValue(adcIndex, block));
 
-    const PacketContext ctx{&m_run, subBand, step, packet * kSamplesPerPacket, channel};
+    const PacketContext ctx{&m_run, subBand, step, packet * kSamplesPerPacket, channel,
+                            m_temperature};
     m_source->FillPacket(ctx, *m_scene, m_samples.data(), kSamplesPerPacket);
     PackSamples(m_samples.data(), kSamplesPerPacket, dst + kPayloadOffset);
 

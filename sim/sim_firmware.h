@@ -23,6 +23,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -43,6 +44,8 @@ constexpr int kMaxSubBands = 32;
 constexpr int kFlashPages = 49;
 constexpr int kFlashPageBytes = 65536;
 constexpr int kFlashWriteBytes = 256;
+constexpr int kRoughCorrOffset = 528;
+constexpr int kRoughCorrBytes = 256;
 constexpr int kFlashBytes = kFlashPages * kFlashPageBytes;
 constexpr uint16_t kFlashUnlock = 0x5AC3;
 // A packet pair of 2 x 18688 samples at 8e7 samples a second.
@@ -85,6 +88,7 @@ struct Command {
     uint16_t TGCountPerPatch = 0;
     SubBand subBands[kMaxSubBands] = {};
     uint8_t data[kFlashWriteBytes] = {};  // bytes 16 to 271: flash data, port mask
+    uint8_t roughCorrArray[kRoughCorrBytes] = {};  // Maple: (count, gain) pairs per step
 };
 
 // Decodes a command block; false when it is not exactly 1024 bytes.
@@ -104,6 +108,7 @@ struct PacketContext {
     int step;                // LO step within the sub-band
     int64_t runSample;       // first sample, in the run's time order of samples
     int channel;             // 0 for endpoint 0x81, 1 for 0x82
+    double temperature;      // the device's, Celsius
 };
 
 // The seam between the firmware and the receiver: fills the samples of one
@@ -149,6 +154,11 @@ public:
     bool AddTrigger(int64_t runSample);
     void SetTemperature(double celsius) { m_temperature = celsius; }
     void SetSampleSource(std::unique_ptr<SampleSource> source) { m_source = std::move(source); }
+    // Writes what the flash holds beyond erased bytes (the factory image)
+    // when the flash is made; RewriteFlash runs it again on a made flash.
+    void SetFlashInit(std::function<void(uint8_t*)> init) { m_flashInit = std::move(init); }
+    void RewriteFlash();
+    uint32_t Dna() const { return m_dna; }
 
     // The whole flash, kFlashBytes; made (erased) at first use, so that a
     // device nobody asks for flash costs nothing.
@@ -184,6 +194,7 @@ private:
     const Scene* m_scene;
     std::unique_ptr<SampleSource> m_source;
     std::vector<uint8_t> m_flash;
+    std::function<void(uint8_t*)> m_flashInit;
     std::vector<int16_t> m_samples;  // one packet, reused
 
     Mode m_mode = kIdle;

@@ -245,4 +245,25 @@ __attribute__((visibility("default"))) int qssim_flash_write(int id, unsigned of
     return result;
 }
 
+__attribute__((visibility("default"))) int qssim_set_flash_image(int id, int kind) {
+    if (kind < QSSIM_FLASH_CALIBRATED || kind > QSSIM_FLASH_BLANK_HEADER) return -1;
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    if (!dev) return -1;
+    dev->Factory().SetKind(kind);
+    dev->GetFirmware().RewriteFlash();
+    return 0;
+}
+
+__attribute__((visibility("default"))) int qssim_set_timebase_slots(int id, int used, double ppm) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    if (!dev || !dev->Factory().SetTimebaseSlots(used, ppm)) return -1;
+    dev->Factory().SetKind(QSSIM_FLASH_CALIBRATED);
+    dev->GetFirmware().RewriteFlash();
+    return 0;
+}
+
 }  // extern "C"

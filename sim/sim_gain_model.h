@@ -1,0 +1,109 @@
+// The simulated receiver's gain: how many dB a tone gains from the antenna
+// to the converter, for every path, gain and attenuator setting and
+// temperature. One model feeds both the factory calibration image and the
+// receiver, so that the image describes exactly the receiver it ships with.
+//
+// Units: a tone of L dBm at the antenna reaches the converter as a sinusoid
+// of peak amplitude 10^((L + G) / 20) of full scale, G being the gain here.
+// Noise follows the same scale: a density of N dBm/Hz becomes a converter
+// density of 10^((N + G) / 10) / 2 (full scale squared per Hz).
+//
+// The Maple's gain is built from parts that the calibration tables can hold
+// without loss:
+//   G = front(row) + shape(f) + vga(rough code) - atten(code, f) + drift(T)
+//       + ifResponse(row, delta)
+// front is a per-path constant with a small per-device spread; shape is a
+// smooth ripple and tilt of the RF path, flat below 150 MHz (where the
+// library scales or drops its slope term); vga is the IF amplifier set by
+// the rough gain byte of the step; atten is the step attenuator, in dB as
+// coded in the control bytes; drift is linear in temperature, so that the
+// library's interpolation between table temperatures is exact; ifResponse is
+// the IF filter seen at the RF offset delta from the step's centre (zero at
+// the centre, rolling off past 11 MHz). The low band samples the antenna
+// directly: no IF filter, a high-pass and anti-alias response of its own.
+#pragma once
+
+#include <cstdint>
+
+namespace qssim {
+
+constexpr int kMapleRows = 10;
+constexpr int kMapleTemps = 12;
+constexpr int kMapleRoughRows = 310;
+constexpr int kLarchRows = 5;
+constexpr int kLarchTemps = 8;
+
+// One row of a Maple LO table: the hardware band, the RF range, and the
+// nominal first and second oscillator offsets of the row.
+struct LoRow {
+    int band;
+    double minRF;
+    double maxRF;
+    double lo1c;
+    double lo2c;
+    bool flip;
+};
+
+// The LO table of a Maple revision (2, or 1 for any other), ten rows.
+const LoRow* MapleLoTable(int rev);
+// The first row whose maxRF is above freq; 10 past the table.
+int MapleRowOf(int rev, double freq);
+// Maple revision of a product id: 2 for product 5, else 1.
+int MapleRevOf(int productId);
+bool IsMaple(int productId);
+
+// The five rows of the Larch's LO table (no flipped rows).
+const LoRow* LarchLoTable();
+
+class GainModel {
+public:
+    GainModel(int productId, unsigned serial);
+
+    int ProductId() const { return m_productId; }
+    int MapleRev() const { return m_rev; }
+
+    // Temperatures at which the factory measured, ascending, Celsius.
+    double TableTemp(int t) const;
+    int TableTemps() const;
+
+    // The rough gain codes the factory chose per 20 MHz row, for the low
+    // gains (0, 1) and the high gains (2, 3).
+    uint8_t RoughCode(bool highGain, int roughRow) const;
+
+    // The attenuator code the control bytes carry for a gain and
+    // attenuation index, as the library codes it (0 is sent as 1).
+    static int MapleAttenCode(int gain, int attenIndex);
+
+    // Parts of the Maple's gain, in dB.
+    double FrontDb(int row) const;
+    static double ShapeDb(double rfHz);
+    static double VgaDb(int roughCode);
+    static double AttenDb(int attenCode, double rfHz);
+    static double DriftDb(double celsius);
+    // IF filter at the RF offset delta from the centre of a step in the
+    // row; 0 at the centre. Defined over +-18 MHz; beyond, see Passes.
+    double IfResponseDb(int row, double deltaHz) const;
+    static bool IfPasses(double deltaHz) { return deltaHz > -18e6 && deltaHz < 18e6; }
+    static double LowBandDb(double fHz);
+
+    // The whole gain of a tone at rfHz in a step of the row whose RF centre
+    // is centreHz. Row 0 ignores the centre: the antenna is sampled directly.
+    double MapleGainDb(int row, double centreHz, double rfHz, int attenCode, int roughCode,
+                       double celsius) const;
+    // The same at the centre of the step, without the IF and shape offsets
+    // across the slice: what the RF table holds.
+    double MapleCentreGainDb(int row, double centreHz, int attenCode, int roughCode,
+                             double celsius) const;
+
+    // The Larch: per LO row, gain and attenuation index, RF frequency,
+    // temperature; and its IF filter at an IF offset.
+    double LarchGainDb(int row, double rfHz, int gain, int attenIndex, double celsius) const;
+    double LarchIfResponseDb(int row, double ifOffsetHz) const;
+
+private:
+    int m_productId;
+    int m_rev;
+    double m_rowSpread[kMapleRows];
+};
+
+}  // namespace qssim

@@ -1,0 +1,192 @@
+#include "sim_receiver.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace qssim {
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr double kSampleRate = 80e6;
+constexpr double kIfCentre = 20e6;
+constexpr double kLO1Unit = 400e3;
+constexpr double kLO2Unit = 5e6;
+constexpr int kNoiseTableBits = 16;
+
+uint64_t SplitMix(uint64_t& state) {
+    uint64_t z = (state += 0x9E3779B97F4A7C15ull);
+    z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+    z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+    return z ^ (z >> 31);
+}
+
+// 65536 draws of a unit normal variable, corrected to mean 0 and variance 1
+// exactly, so that the noise power is what the scene says.
+const std::vector<float>& NoiseTable() {
+    static const std::vector<float> table = [] {
+        std::vector<double> v(size_t{1} << kNoiseTableBits);
+        uint64_t state = 0x5EEDC0DEull;
+        for (size_t i = 0; i < v.size(); i += 2) {
+            const double u1 = (static_cast<double>(SplitMix(state) >> 11) + 0.5) * 0x1.0p-53;
+            const double u2 = (static_cast<double>(SplitMix(state) >> 11) + 0.5) * 0x1.0p-53;
+            const double r = std::sqrt(-2.0 * std::log(u1));
+            v[i] = r * std::cos(2 * kPi * u2);
+            v[i + 1] = r * std::sin(2 * kPi * u2);
+        }
+        double mean = 0, power = 0;
+        for (double x : v) mean += x;
+        mean /= v.size();
+        for (double x : v) power += (x - mean) * (x - mean);
+        const double scale = 1.0 / std::sqrt(power / v.size());
+        std::vector<float> out(v.size());
+        for (size_t i = 0; i < v.size(); ++i) out[i] = static_cast<float>((v[i] - mean) * scale);
+        return out;
+    }();
+    return table;
+}
+
+bool IsStream(const Command& c) {
+    return c.headerType == kCmdConfigure && (c.commandType == kCfgStream || c.commandType == kCfgStreamForce);
+}
+
+// The rough gain code of global step k: the run-length list of (count,
+// code) pairs, counted from the first step of the command.
+int RoughCodeOf(const Command& c, int64_t k) {
+    int64_t end = 0;
+    int last = 0;
+    for (int i = 0; i + 1 < kRoughCorrBytes; i += 2) {
+        const int count = c.roughCorrArray[i];
+        if (count == 0) continue;
+        last = c.roughCorrArray[i + 1];
+        end += count;
+        if (k < end) return last;
+    }
+    return last;
+}
+
+}  // namespace
+
+ReceiverSource::ReceiverSource(const FactoryCalibration* factory)
+    : m_factory(factory), m_acc(kSamplesPerPacket) {
+    NoiseTable();
+}
+
+ReceiverStep ReceiverSource::DecodeStep(const Command& command, int subBand, int step) const {
+    ReceiverStep s;
+    if (subBand < 0 || subBand >= kMaxSubBands) return s;
+    const SubBand& sb = command.subBands[subBand];
+    const bool stream = IsStream(command);
+    if (stream) step = 0;
+    int64_t k = step;
+    for (int i = 0; i < subBand && !stream; ++i) k += command.subBands[i].stepCount;
+    s.roughCode = RoughCodeOf(command, k);
+    s.attenCode = sb.settings[3] & 0x1F;
+
+    const int hwBand = (sb.settings[3] >> 5) - 1;
+    if (hwBand < 0) {  // no band bits: the antenna goes straight to the converter
+        s.valid = true;
+        return s;
+    }
+    const uint16_t lo1Word = static_cast<uint16_t>(sb.LO1startFreq + step * sb.LO1stepFreq);
+    const double lo1 = lo1Word * kLO1Unit;
+    const double lo2 = sb.LO2Freq * kLO2Unit;
+    const int rev = m_factory->Model().MapleRev();
+    const LoRow* table = MapleLoTable(rev);
+    double best = 1e300;
+    for (int r = 1; r < kMapleRows; ++r) {
+        if (table[r].band != hwBand) continue;
+        const double ownLo2 = std::floor(table[r].lo2c / kLO2Unit + 0.5) * kLO2Unit;
+        const double centre = lo1 - table[r].lo1c;
+        // The row whose second oscillator matches, then whose range holds the centre.
+        double cost = (ownLo2 == lo2 ? 0.0 : 1e12) + std::max(0.0, table[r].minRF - centre) +
+                      std::max(0.0, centre - table[r].maxRF);
+        if (cost < best) {
+            best = cost;
+            s.valid = true;
+            s.row = r;
+            s.centreHz = centre;
+            s.flip = table[r].flip;
+            s.lo2ErrorHz = lo2 - ownLo2;
+        }
+    }
+    return s;
+}
+
+bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double celsius,
+                                  double* cycles, double* gainDb) const {
+    if (!s.valid) return false;
+    const GainModel& m = m_factory->Model();
+    // The device's oscillators and sample clock all run at ratio rho of
+    // nominal: in its own frame the tone sits at rf / rho.
+    const double rho = m_factory->ClockRatio();
+    const double f = rfHz / rho;
+    if (s.row == 0) {
+        if (f < 0.0 || f > 60e6) return false;
+        *cycles = f / kSampleRate;
+        *gainDb = m.MapleGainDb(0, 0.0, rfHz, s.attenCode, s.roughCode, celsius);
+        return true;
+    }
+    const double delta = f - s.centreHz;
+    if (!GainModel::IfPasses(delta + s.lo2ErrorHz)) return false;
+    const double adc = kIfCentre + (s.flip ? -1.0 : 1.0) * (delta + s.lo2ErrorHz);
+    *cycles = adc / kSampleRate;
+    *gainDb = m.MapleGainDb(s.row, s.centreHz * rho, rfHz, s.attenCode, s.roughCode, celsius);
+    return true;
+}
+
+double ReceiverSource::CentreGainDb(const ReceiverStep& s, double celsius) const {
+    const GainModel& m = m_factory->Model();
+    if (s.row == 0) return m.MapleGainDb(0, 0.0, 10e6, s.attenCode, s.roughCode, celsius);
+    return m.MapleCentreGainDb(s.row, s.centreHz * m_factory->ClockRatio(), s.attenCode,
+                               s.roughCode, celsius);
+}
+
+void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, int16_t* out,
+                                int count) {
+    count = std::min(count, static_cast<int>(m_acc.size()));
+    const ReceiverStep s = DecodeStep(*ctx.command, ctx.subBand, ctx.step);
+    double* acc = m_acc.data();
+
+    // Noise: white at the converter, at the gain of the step's centre.
+    const double noisePower =
+        s.valid ? std::pow(10.0, (scene.noiseDbmPerHz + CentreGainDb(s, ctx.temperature)) / 10.0) *
+                      0.5 * (kSampleRate / 2)
+                : 0.0;
+    const double sigma = std::sqrt(noisePower);
+    const std::vector<float>& table = NoiseTable();
+    uint64_t state = static_cast<uint64_t>(ctx.runSample) * 0x9E3779B97F4A7C15ull ^
+                     (uint64_t{m_factory->Serial()} << 17);
+    uint64_t bits = 0;
+    for (int i = 0; i < count; ++i) {
+        if ((i & 3) == 0) bits = SplitMix(state);
+        acc[i] = sigma * table[(bits >> (16 * (i & 3))) & 0xFFFF];
+    }
+
+    // Tones, each by a rotating phasor from its exact phase at the first
+    // sample of the packet.
+    for (size_t t = 0; t < scene.tones.size(); ++t) {
+        double cycles = 0, gainDb = 0;
+        if (!ToneResponse(s, scene.tones[t].freqHz, ctx.temperature, &cycles, &gainDb)) continue;
+        const double amp = std::pow(10.0, (scene.tones[t].levelDbm + gainDb) / 20.0);
+        if (amp < 1e-7) continue;
+        const double start = cycles * static_cast<double>(ctx.runSample);
+        const double phase = 2 * kPi * (start - std::floor(start)) + 0.7 * static_cast<double>(t);
+        double c = amp * std::cos(phase), sn = amp * std::sin(phase);
+        const double cw = std::cos(2 * kPi * cycles), sw = std::sin(2 * kPi * cycles);
+        for (int i = 0; i < count; ++i) {
+            acc[i] += c;
+            const double nc = c * cw - sn * sw;
+            sn = sn * cw + c * sw;
+            c = nc;
+        }
+    }
+
+    // 14 bits: steps of 4 in the 16-bit word, clipped at full scale.
+    for (int i = 0; i < count; ++i) {
+        const double q = std::nearbyint(acc[i] * 8192.0);
+        out[i] = static_cast<int16_t>(4 * static_cast<int>(std::clamp(q, -8192.0, 8191.0)));
+    }
+}
+
+}  // namespace qssim

@@ -1,0 +1,280 @@
+// The Maple's receiver: where a tone of the scene lands in the converter's
+// samples and at what level, checked with a DFT of the samples against the
+// gain model and against the library's own reading of the factory image.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <complex>
+#include <vector>
+
+#include "calibration/corrections_maple.h"
+#include "qs_sim.h"
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+#include "sim_calibration.h"
+#include "sim_receiver.h"
+
+namespace {
+
+using qssim::Command;
+using qssim::FactoryCalibration;
+using qssim::ReceiverSource;
+
+constexpr int kN = 16384;                  // transform length of the checks
+constexpr double kBin = 80e6 / kN;         // 4882.8125 Hz
+constexpr int kIfBin = 4096;               // 20 MHz
+constexpr unsigned kSerial = 31415926;
+
+// One LO step of a sweep command, packed as the host packs a Maple's
+// control bytes: band bits and attenuator code in byte 3.
+Command StepCommand(int rev, int row, double centre, int attenCode, int rough) {
+    const qssim::LoRow& r = qssim::MapleLoTable(rev)[row];
+    Command c;
+    c.headerType = qssim::kCmdConfigure;
+    c.commandType = qssim::kCfgSweep;
+    c.subBandCount = 1;
+    auto& sb = c.subBands[0];
+    sb.settings[0] = 1;
+    sb.settings[1] = 0x10;
+    sb.settings[3] = static_cast<uint8_t>(row == 0 ? attenCode : ((r.band + 1) << 5) + attenCode);
+    sb.LO1startFreq = static_cast<uint16_t>(std::floor((centre + r.lo1c) / 400e3 + 0.5));
+    sb.LO2Freq = static_cast<uint16_t>(std::floor(r.lo2c / 5e6 + 0.5));
+    sb.LO1stepFreq = 50;
+    sb.packetsPerFreq = 2;
+    sb.stepCount = 1;
+    c.roughCorrArray[0] = 1;
+    c.roughCorrArray[1] = static_cast<uint8_t>(rough);
+    return c;
+}
+
+struct Receiver {
+    explicit Receiver(int pid) : factory(pid, kSerial), rx(&factory) {}
+    std::vector<int16_t> Packet(const Command& c, const qssim::Scene& scene, int step = 0,
+                                long long runSample = 0, double temp = 38.0) {
+        std::vector<int16_t> out(qssim::kSamplesPerPacket);
+        const qssim::PacketContext ctx{&c, 0, step, runSample, 0, temp};
+        rx.FillPacket(ctx, scene, out.data(), static_cast<int>(out.size()));
+        return out;
+    }
+    FactoryCalibration factory;
+    ReceiverSource rx;
+};
+
+// Amplitude (of full scale) of the first kN samples at a bin, rectangular window.
+double BinAmplitude(const std::vector<int16_t>& x, double bin) {
+    std::complex<double> acc = 0;
+    const std::complex<double> w = std::polar(1.0, -2 * M_PI * bin / kN);
+    std::complex<double> rot = 1;
+    for (int n = 0; n < kN; ++n) {
+        acc += (x[n] / 32768.0) * rot;
+        rot *= w;
+        if ((n & 1023) == 1023) rot /= std::abs(rot);
+    }
+    return 2.0 * std::abs(acc) / kN;
+}
+
+int PeakBin(const std::vector<int16_t>& x, int from, int to) {
+    int best = from;
+    double top = -1;
+    for (int b = from; b <= to; ++b) {
+        const double a = BinAmplitude(x, b);
+        if (a > top) top = a, best = b;
+    }
+    return best;
+}
+
+double Db(double amplitude) { return 20.0 * std::log10(amplitude); }
+
+qssim::Scene QuietScene(double freq, double dbm) {
+    qssim::Scene s;
+    s.tones.push_back({freq, dbm});
+    s.noiseDbmPerHz = -230.0;
+    return s;
+}
+
+// What the library makes of a bin: its power in dB (a real tone's bin holds
+// a quarter of the amplitude squared) plus its correction.
+double LibraryReading(const unsigned char* image, int rev, int gain, int attenIndex, double temp,
+                      int row, double centre, double delta, double amplitude, int* roughOut,
+                      int* attenCodeOut) {
+    qs::CorrectionsMaple corr(rev);
+    EXPECT_TRUE(corr.Initialize(image));
+    qs::SettingsMaple set;
+    qs::SweepInfo info;
+    set.m_gain = gain;
+    set.m_atten = attenIndex * 10.0;
+    corr.Configure(temp, set, info);
+    *roughOut = corr.GetRoughGain(row == 0 ? 0.0 : centre);
+    const int code = corr.GetAtten(-1);
+    *attenCodeOut = code == 0 ? 1 : code;
+    const double c = row == 0 ? corr.GetRFCorrection(0, centre + delta)
+                              : corr.GetSingleCorrection(row, centre, delta, 0.0);
+    return Db(amplitude) - 20.0 * std::log10(2.0) + c;
+}
+
+std::vector<unsigned char> ImageOf(const FactoryCalibration& f) {
+    std::vector<unsigned char> flash(size_t(qssim::kFlashBytes), 0xFF);
+    f.Write(flash.data(), 0x1234);
+    return std::vector<unsigned char>(flash.begin() + qssim::kImageFlashOffset,
+                                      flash.begin() + qssim::kImageFlashOffset + 12 * 65536);
+}
+
+TEST(ReceiverTone, LandsOnItsBinAtTheGainModelsLevelAndReadsBackThroughTheImage) {
+    struct Case {
+        int pid, row, gain, atten;
+        double centre, delta, temp;
+        int expectBin;  // from 20 MHz, + on plain rows and - on flipped ones
+    } cases[] = {
+        {QSSIM_PID_MAPLE_REV1, 1, 3, 0, 1000e6, 154 * kBin, 38.0, kIfBin + 154},
+        {QSSIM_PID_MAPLE_REV1, 1, 1, 2, 400e6, -1200 * kBin, 12.0, kIfBin - 1200},
+        {QSSIM_PID_MAPLE_REV1, 2, 2, 1, 2200e6, 154 * kBin, 38.0, kIfBin - 154},   // flipped
+        {QSSIM_PID_MAPLE_REV2, 1, 3, 0, 1000e6, 154 * kBin, 61.0, kIfBin - 154},   // flipped on rev 2
+        {QSSIM_PID_MAPLE_REV2, 4, 0, 3, 3600e6, 1900 * kBin, 38.0, kIfBin + 1900},
+        {QSSIM_PID_MAPLE_REV1, 9, 3, 1, 6100e6, -37 * kBin, 85.0, kIfBin - 37},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(testing::Message() << "pid " << k.pid << " row " << k.row << " at "
+                                        << k.centre << " + " << k.delta);
+        Receiver r(k.pid);
+        const int rev = qssim::MapleRevOf(k.pid);
+        const auto image = ImageOf(r.factory);
+        int rough = 0, code = 0;
+        // The library's choice of rough gain and attenuator code for the pair.
+        LibraryReading(image.data(), rev, k.gain, k.atten, k.temp, k.row, k.centre, 0, 1.0,
+                       &rough, &code);
+        const double gain = r.factory.Model().MapleGainDb(k.row, k.centre, k.centre + k.delta,
+                                                          code, rough, k.temp);
+        // A tone 20 dB under full scale, well above the steps of 14 bits.
+        const double level = std::round(-20.0 - gain);
+        const auto x = r.Packet(StepCommand(rev, k.row, k.centre, code, rough),
+                                QuietScene(k.centre + k.delta, level), 0, 0, k.temp);
+        EXPECT_EQ(PeakBin(x, k.expectBin - 30, k.expectBin + 30), k.expectBin);
+        const double a = BinAmplitude(x, k.expectBin);
+        EXPECT_NEAR(Db(a), level + gain, 0.1);
+        EXPECT_NEAR(LibraryReading(image.data(), rev, k.gain, k.atten, k.temp, k.row, k.centre,
+                                   k.delta, a, &rough, &code),
+                    level, 0.1);
+    }
+}
+
+TEST(ReceiverTone, FlippedRowMirrorsAroundTheIfCentre) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    const auto plain = r.Packet(StepCommand(1, 3, 2800e6, 1, 13), QuietScene(2800e6 + 500 * kBin, -50));
+    const auto flipped = r.Packet(StepCommand(1, 2, 2200e6, 1, 13), QuietScene(2200e6 + 500 * kBin, -50));
+    EXPECT_EQ(PeakBin(plain, kIfBin - 600, kIfBin + 600), kIfBin + 500);
+    EXPECT_EQ(PeakBin(flipped, kIfBin - 600, kIfBin + 600), kIfBin - 500);
+    EXPECT_LT(BinAmplitude(flipped, kIfBin + 500), 1e-3 * BinAmplitude(flipped, kIfBin - 500));
+}
+
+TEST(ReceiverTone, LowBandSamplesTheAntennaDirectly) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    const auto image = ImageOf(r.factory);
+    for (double f : {1024 * kBin, 2.5e6 + 0.0 * kBin, 3277 * kBin}) {
+        const double freq = std::round(f / kBin) * kBin;
+        int rough = 0, code = 0;
+        LibraryReading(image.data(), 1, 1, 1, 38.0, 0, 20e6, 0, 1.0, &rough, &code);
+        const auto x = r.Packet(StepCommand(1, 0, 0.0, code, rough), QuietScene(freq, -20.0));
+        const int bin = static_cast<int>(std::lround(freq / kBin));
+        EXPECT_EQ(PeakBin(x, bin - 20, bin + 20), bin);
+        const double a = BinAmplitude(x, bin);
+        EXPECT_NEAR(LibraryReading(image.data(), 1, 1, 1, 38.0, 0, 0.0, freq, a, &rough, &code),
+                    -20.0, 0.1)
+            << freq;
+    }
+}
+
+TEST(ReceiverNoise, PowerMatchesTheDensityAtTheCentreGain) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    qssim::Scene scene;
+    scene.noiseDbmPerHz = -140.0;
+    const Command c = StepCommand(1, 1, 700e6, 1, 13);
+    double power = 0;
+    long n = 0;
+    for (int p = 0; p < 4; ++p)
+        for (int16_t s : r.Packet(c, scene, 0, p * 18688LL)) power += (s / 32768.0) * (s / 32768.0), ++n;
+    const double gain = r.factory.Model().MapleCentreGainDb(1, 700e6, 1, 13, 38.0);
+    // Density over the 40 MHz of the real band; half of the power per the
+    // converter's scale of a tone.
+    EXPECT_NEAR(10 * std::log10(2.0 * power / n / 40e6) - gain, -140.0, 0.5);
+
+    // In the spectrum too: the mean power of the bins around the IF centre.
+    const auto x = r.Packet(c, scene);
+    double bins = 0;
+    for (int b = kIfBin - 200; b < kIfBin + 200; ++b) bins += std::pow(BinAmplitude(x, b), 2) / 4.0;
+    bins /= 400;
+    // A bin of a rectangular window is kBin wide: a tone's bin holds a^2/4
+    // and a density of D dBm/Hz gives 10^((D + gain) / 10) x kBin / 4.
+    EXPECT_NEAR(10 * std::log10(4.0 * bins / kBin) - gain, -140.0, 0.5);
+}
+
+TEST(ReceiverSamples, AreDeterministicAndPhaseContinuousAcrossPackets) {
+    Receiver r(QSSIM_PID_MAPLE_REV2);
+    const Command c = StepCommand(2, 5, 4500e6, 5, 14);
+    const auto scene = QuietScene(4500e6 + 1.234567e6, -55.0);
+    const auto a = r.Packet(c, scene, 0, 0);
+    EXPECT_EQ(a, r.Packet(c, scene, 0, 0));
+    // A packet that starts halfway through the first repeats its second half.
+    const auto half = r.Packet(c, scene, 0, 9344);
+    int worst = 0;
+    for (int i = 0; i < 9344; ++i) worst = std::max(worst, std::abs(a[9344 + i] - half[i]));
+    EXPECT_LE(worst, 4);  // one step of 14 bits at most, from rounding
+    EXPECT_GT(*std::max_element(a.begin(), a.end()), 400);
+
+    // Noise differs from packet to packet.
+    qssim::Scene noisy;
+    noisy.noiseDbmPerHz = -140.0;
+    EXPECT_NE(r.Packet(c, noisy, 0, 0), r.Packet(c, noisy, 0, 18688));
+}
+
+TEST(ReceiverStep, RoughGainListAndOscillatorWordsPickTheStep) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    // Two sub-bands: three steps in row 1, then two in row 2; the rough list
+    // gives the first four steps code 13 and the last code 3.
+    Command c = StepCommand(1, 1, 1840e6, 1, 13);
+    c.subBands[0].stepCount = 3;
+    c.subBands[1] = StepCommand(1, 2, 1900e6, 1, 13).subBands[0];
+    c.subBands[1].stepCount = 2;
+    c.subBandCount = 2;
+    c.roughCorrArray[0] = 4;
+    c.roughCorrArray[2] = 1;
+    c.roughCorrArray[3] = 3;
+    const auto s = r.rx.DecodeStep(c, 0, 2);
+    EXPECT_EQ(s.row, 1);
+    EXPECT_DOUBLE_EQ(s.centreHz, 1880e6);
+    EXPECT_EQ(s.roughCode, 13);
+    EXPECT_EQ(r.rx.DecodeStep(c, 1, 0).roughCode, 13);
+    const auto last = r.rx.DecodeStep(c, 1, 1);
+    EXPECT_EQ(last.row, 2);
+    EXPECT_TRUE(last.flip);
+    EXPECT_DOUBLE_EQ(last.centreHz, 1920e6);
+    EXPECT_EQ(last.roughCode, 3);
+    EXPECT_EQ(last.attenCode, 1);
+
+    // Row 7 of revision 1 has a second oscillator of its own; row 8 shares
+    // row 6's words and is told apart by its range, also 1.6 MHz high.
+    EXPECT_EQ(r.rx.DecodeStep(StepCommand(1, 7, 5600e6, 1, 14), 0, 0).row, 7);
+    const auto row8 = r.rx.DecodeStep(StepCommand(1, 8, 5640e6 + 1.6e6, 1, 14), 0, 0);
+    EXPECT_EQ(row8.row, 8);
+    EXPECT_DOUBLE_EQ(row8.centreHz, 5641.6e6);
+
+    // A stream stays at its first step.
+    c.commandType = qssim::kCfgStream;
+    EXPECT_DOUBLE_EQ(r.rx.DecodeStep(c, 0, 2).centreHz, 1840e6);
+}
+
+TEST(ReceiverClock, TimebaseSlotsMoveTheOscillatorsWithTheStatedRatio) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    ASSERT_TRUE(r.factory.SetTimebaseSlots(3, 50.0));
+    const double rho = 1.0 - 50e-6;
+    EXPECT_DOUBLE_EQ(r.factory.ClockRatio(), rho);
+    // The host plans in true frequency: a tone at rho times the nominal
+    // frequency sits where the nominal one would on an exact clock.
+    const Command c = StepCommand(1, 1, 1000e6, 1, 13);
+    const auto x = r.Packet(c, QuietScene((1000e6 + 300 * kBin) * rho, -50));
+    EXPECT_EQ(PeakBin(x, kIfBin + 280, kIfBin + 320), kIfBin + 300);
+    const auto off = r.Packet(c, QuietScene(1000e6 + 300 * kBin, -50));
+    EXPECT_NE(PeakBin(off, kIfBin + 280, kIfBin + 320), kIfBin + 300);
+}
+
+}  // namespace
