@@ -126,8 +126,9 @@ qsStatus Device::Abort() {
 }
 
 void Device::DeleteAndNullifyFFTEngines() {
-    // Each mode's engine joins here as it is built.
+    // The engines of the other modes join here as they are built.
     m_fftReady = false;
+    m_fft.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -212,16 +213,19 @@ qsStatus Device::GetIQCorrection(float& correction) const {
     return qsNoError;
 }
 
-// The engines of the sweep, real-time, streaming and audio modes are wired
-// in here as they are built; until then no such mode can be entered, and
-// these refuse like a fetch of a mode that does not run.
 template <typename T>
-qsStatus Device::GetSweep(T*, T*) {
-    return qsDeviceNotConfiguredErr;
+qsStatus Device::GetSweep(T* min, T* max) {
+    if (m_mode.load() != QS_MODE_SWEEP || !m_fft) return qsDeviceNotConfiguredErr;
+    AddCommand();
+    const qsStatus status = FinalStatus(m_fft->GetSweep(min, max, m_corr->GetCorrections()));
+    return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
 }
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
 
+// The engines of the real-time, streaming and audio modes are wired in here
+// as they are built; until then no such mode can be entered, and these
+// refuse like a fetch of a mode that does not run.
 qsStatus Device::GetRealTimeFrame(float*, float*, float*, float*) {
     return qsDeviceNotConfiguredErr;
 }
@@ -254,7 +258,7 @@ qsStatus Device::FinalStatus(qsStatus engineStatus) {
 
 // ------------------------------------------------------------ Ingest
 
-int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int /*ppf*/, int /*index*/) {
+int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
     if (!m_fftReady.load()) return 0;
     for (int i = 0; i < QS_PACKETS_PER_CHANNEL; ++i) {
         int16_t* pair = m_rawUnpacked + kPacketPairSamples * i;
@@ -265,12 +269,19 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int /*ppf*/, int /*index*/) {
     ParseHeader(ch1, ch2);
     ParseTrailer(ch1, ch2);
     m_triggerBufCnt = 0;
-    if (m_mode.load() == QS_MODE_STREAMING) {
-        CheckForExternalTrigger(ch1, ch2);
-        UpdateTimestamp();
+    switch (m_mode.load()) {
+        case QS_MODE_SWEEP:
+            // A narrow plan is refused at set-up, so a sweep here is wide.
+            return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
+        case QS_MODE_STREAMING:
+            CheckForExternalTrigger(ch1, ch2);
+            UpdateTimestamp();
+            return 0;
+        default:
+            // The engines of the other modes take the block here as they
+            // are built.
+            return 0;
     }
-    // The engines of each mode take the block here as they are built.
-    return 0;
 }
 
 int Device::ParseHeader(const uint8_t* ch1, const uint8_t* ch2) {

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "calibration/corrections.h"
+#include "engines/engine_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
 #include "transport/cypress_linux.h"
@@ -178,6 +179,9 @@ protected:
     // The calibration, made by the model's constructor; released after the
     // destructor's body has closed the transport.
     std::unique_ptr<Corrections> m_corr;
+    // The engine of a wide sweep; built by the model's sweep set-up,
+    // destroyed by DeleteAndNullifyFFTEngines.
+    std::unique_ptr<SweepEngine> m_fft;
 };
 
 }  // namespace qs

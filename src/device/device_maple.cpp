@@ -82,9 +82,8 @@ qsStatus DeviceMaple::BuildSweepEngine() {
         // for an engine that is not there.
         return qsNotSupportedErr;
     }
-    // m_fft = new SweepEngine_Maple(&m_sweepInfo, m_settings) joins here,
-    // then qsNoError; until then a wide plan is refused the same way.
-    return qsNotSupportedErr;
+    m_fft.reset(new SweepEngine_Maple(&m_sweepInfo, m_settings));
+    return qsNoError;
 }
 
 qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
