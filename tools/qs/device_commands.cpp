@@ -1,6 +1,7 @@
 // qs list and qs info, and the helpers every subcommand uses.
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "commands.h"
 #include "usb_access.h"
@@ -27,6 +28,26 @@ std::string Revision(int handle, int type) {
     if (type == QS_DEVICE_TYPE_MAPLE && qsGetMapleRev(handle, &rev) == qsNoError)
         return std::to_string(rev);
     return "-";
+}
+
+// The device sends its monitor values with sample blocks only: one short
+// sweep gives them. Whether it worked is all that matters here.
+bool MeasureBriefly(int h) {
+    constexpr double kCenterHz = 1e9, kSpanHz = 20e6, kRbwHz = 300e3;
+    if (qsConfigureCenterSpan(h, kCenterHz, kSpanHz) < 0 ||
+        qsConfigureSweepCoupling(h, kRbwHz, kRbwHz, QS_MIN_SWEEP_TIME, QS_RBW_SHAPE_NATIVE,
+                                 QS_REJECTION_NONE) < 0 ||
+        qsInitiate(h, QS_MODE_SWEEP, 0) < 0)
+        return false;
+    unsigned points = 0;
+    double binHz = 0.0, startHz = 0.0;
+    bool fetched = false;
+    if (qsQueryTraceInfo(h, &points, &binHz, &startHz) == qsNoError) {
+        std::vector<double> low(points), high(points);
+        fetched = qsFetchTrace(h, static_cast<int>(points), low.data(), high.data()) >= 0;
+    }
+    qsAbort(h);
+    return fetched;
 }
 
 }  // namespace
@@ -135,6 +156,10 @@ int RunInfo(const Options& options) {
     float celsius = 0.0f, usbVolts = 0.0f, usbCurrent = 0.0f;
     s = qsGetDeviceDiagnostics(h, &celsius, &usbVolts, &usbCurrent);
     if (s < 0) return ReportError("reading the monitor values", s);
+    if (celsius == 0.0f && usbVolts == 0.0f && usbCurrent == 0.0f && MeasureBriefly(h)) {
+        s = qsGetDeviceDiagnostics(h, &celsius, &usbVolts, &usbCurrent);
+        if (s < 0) return ReportError("reading the monitor values", s);
+    }
     double ratio = 0.0;
     s = qsGetTimebaseCorrection(h, &ratio);
     if (s < 0) return ReportError("reading the time base", s);
