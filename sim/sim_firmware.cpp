@@ -385,6 +385,7 @@ void Firmware::MakePacket(int channel, int64_t pair, uint8_t* dst) {
     const PacketContext ctx{&m_run, subBand, step, packet * kSamplesPerPacket, channel,
                             m_temperature};
     m_source->FillPacket(ctx, *m_scene, m_samples.data(), kSamplesPerPacket);
+    if (m_source->LastPacketClipped()) ++m_adcSeen[channel];
     PackSamples(m_samples.data(), kSamplesPerPacket, dst + kPayloadOffset);
 
     uint8_t* trailer = dst + kTrailerOffset;

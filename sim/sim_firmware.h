@@ -118,6 +118,9 @@ public:
     virtual ~SampleSource() = default;
     virtual void FillPacket(const PacketContext& ctx, const Scene& scene, int16_t* out,
                             int count) = 0;
+    // Whether the converter overflowed in the packet last filled; each such
+    // packet steps ADCOverflowCount of its channel.
+    virtual bool LastPacketClipped() const { return false; }
 };
 
 // Deterministic low noise, about +-32 LSB of 14 bits, a function of the run's

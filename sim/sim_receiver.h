@@ -17,7 +17,8 @@
 // gain at the step's centre, drawn from a table by a generator seeded from
 // the packet's place in the run, so that a packet is the same whichever
 // order the channels are read in; rounded to 14 bits and clipped at full
-// scale. A stream stays at its first LO step.
+// scale; a packet that clips steps the converter's overflow count. A stream
+// stays at its first LO step.
 #pragma once
 
 #include <cstdint>
@@ -45,6 +46,7 @@ public:
 
     void FillPacket(const PacketContext& ctx, const Scene& scene, int16_t* out,
                     int count) override;
+    bool LastPacketClipped() const override { return m_clipped; }
 
     // The step `step` of sub-band `subBand` of a command.
     ReceiverStep DecodeStep(const Command& command, int subBand, int step) const;
@@ -59,6 +61,7 @@ public:
 private:
     const FactoryCalibration* m_factory;
     std::vector<double> m_acc;  // one packet, reused
+    bool m_clipped = false;
 };
 
 }  // namespace qssim

@@ -6,9 +6,12 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstring>
+#include <memory>
 #include <vector>
 
 #include "calibration/corrections_maple.h"
+#include "qs_api.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
@@ -275,6 +278,78 @@ TEST(ReceiverClock, TimebaseSlotsMoveTheOscillatorsWithTheStatedRatio) {
     EXPECT_EQ(PeakBin(x, kIfBin + 280, kIfBin + 320), kIfBin + 300);
     const auto off = r.Packet(c, QuietScene(1000e6 + 300 * kBin, -50));
     EXPECT_NE(PeakBin(off, kIfBin + 280, kIfBin + 320), kIfBin + 300);
+}
+
+}  // namespace
+
+namespace {
+
+// The library's automatic choice of gain and attenuator on this image keeps
+// a tone at the reference level below the converter's full scale, and not
+// far below it, at any frequency and on both sides of the temperature
+// ladder's range.
+TEST(ReceiverRange, AutomaticSettingsFromTheImageFitTheReferenceLevel) {
+    for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
+        Receiver r(pid);
+        const int rev = qssim::MapleRevOf(pid);
+        const auto image = ImageOf(r.factory);
+        qs::CorrectionsMaple corr(rev);
+        ASSERT_TRUE(corr.Initialize(image.data()));
+        for (double temp : {25.0, 40.0, 70.0})
+            for (double ref = -60.0; ref <= 5.0; ref += 5.0) {
+                qs::SettingsMaple set;
+                qs::SweepInfo info;
+                set.m_gain = QS_GAIN_AUTO;
+                set.m_atten = QS_ATTEN_AUTO;
+                set.m_reference = ref;
+                corr.Configure(temp, set, info);
+                const int code = std::max(1, int(corr.GetAtten(-1)));
+                for (double centre : {100e6, 1000e6, 2400e6, 4000e6, 5800e6}) {
+                    const int row = qssim::MapleRowOf(rev, centre);
+                    const double gain = r.factory.Model().MapleCentreGainDb(
+                        row, centre, code, corr.GetRoughGain(centre), temp);
+                    const double fullScale = -gain;  // dBm of a full-scale tone
+                    SCOPED_TRACE(testing::Message() << "pid " << pid << " T " << temp << " ref " << ref
+                                                    << " at " << centre << " gain " << corr.GainIndex()
+                                                    << " atten " << corr.AttenIndex());
+                    EXPECT_GT(fullScale, ref);
+                    EXPECT_LT(fullScale, ref + 25.0);
+                }
+            }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// A tone above full scale clips, and the firmware counts the packets that
+// did in the trailer's converter overflow count; a quiet scene counts none.
+TEST(ReceiverSamples, ClippingStepsTheConverterOverflowCount) {
+    for (double level : {-70.0, 0.0}) {
+        FactoryCalibration factory(QSSIM_PID_MAPLE_REV1, kSerial);
+        qssim::Scene scene = QuietScene(1000e6 + 1e6, level);
+        qssim::Firmware fw(QSSIM_PID_MAPLE_REV1, kSerial, &scene);
+        fw.SetSampleSource(std::make_unique<ReceiverSource>(&factory));
+        Command c = StepCommand(1, 1, 1000e6, 1, 13);
+        c.subBands[0].packetsPerFreq = 16;
+        std::vector<uint8_t> bytes(1024, 0);
+        bytes[0] = c.headerType;
+        bytes[4] = static_cast<uint8_t>(c.commandType);
+        bytes[6] = 1;
+        std::memcpy(bytes.data() + 16, c.subBands[0].settings, 4);
+        const uint16_t words[5] = {c.subBands[0].LO2Freq, c.subBands[0].LO1startFreq, 50, 16, 1};
+        std::memcpy(bytes.data() + 20, words, sizeof words);
+        bytes[528] = 1;
+        bytes[529] = 13;
+        fw.OnCommand(bytes.data(), 1024, qssim::Clock::now());
+        std::vector<uint8_t> block(8 * qssim::kPacketBytes);
+        bool shortPacket = false;
+        ASSERT_EQ(fw.Read(1, block.data(), int(block.size()), &shortPacket, qssim::Clock::now()),
+                  int(block.size()));
+        const uint8_t* last = block.data() + 7 * qssim::kPacketBytes + 32742;
+        EXPECT_EQ(last[0] | (last[1] << 8), level > -10.0 ? 8 : 0) << level;
+    }
 }
 
 }  // namespace
