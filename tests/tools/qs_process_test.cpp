@@ -107,28 +107,40 @@ bool Contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-// Whether the library makes the tests' sweep yet (1.4 to 1.6 GHz, RBW and
-// VBW 100 kHz): until it does, qsInitiate in sweep mode answers
-// qsNotSupportedErr.
-bool SweepSupported() {
-    static const int supported = [] {
+// What the library does yet, asked of it directly: whether it makes the
+// tests' sweep (1.4 to 1.6 GHz, RBW and VBW 100 kHz; until then qsInitiate
+// in sweep mode answers qsNotSupportedErr), and whether a Maple reads its
+// calibration at open (until then its firmware version reads 0, and levels
+// are uncorrected).
+struct LibraryState {
+    bool sweeps = false;
+    bool calibrated = false;
+};
+
+const LibraryState& Library() {
+    static const LibraryState state = [] {
+        LibraryState st;
         qssim_reset();
         qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
         int h = -1;
         if (qsOpenDeviceBySerialNumber(&h, 12345678) < 0) {
             ADD_FAILURE() << "the simulated Maple does not open";
-            return 0;
+            return st;
         }
+        int firmware = 0;
+        st.calibrated = qsGetFirmwareVersion(h, &firmware) == qsNoError && firmware != 0;
         qsConfigureCenterSpan(h, 1.5e9, 200e6);
         qsConfigureSweepCoupling(h, 100e3, 100e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE);
-        const qsStatus status = qsInitiate(h, QS_MODE_SWEEP, 0);
+        st.sweeps = qsInitiate(h, QS_MODE_SWEEP, 0) != qsNotSupportedErr;
         qsAbort(h);
         qsCloseDevice(h);
         qssim_reset();
-        return status == qsNotSupportedErr ? 0 : 1;
+        return st;
     }();
-    return supported != 0;
+    return state;
 }
+
+bool SweepSupported() { return Library().sweeps; }
 
 #define SKIP_WITHOUT_SWEEP()                                                        \
     do {                                                                           \
@@ -295,7 +307,6 @@ TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
         if (s.maxDbm[i] > s.maxDbm[peak]) peak = i;
     const double bin = s.freqHz[1] - s.freqHz[0];
     EXPECT_NEAR(s.freqHz[peak], 1.5e9, bin);
-    EXPECT_NEAR(s.maxDbm[peak], -40.0, 1.0);
     EXPECT_LE(s.minDbm[peak], s.maxDbm[peak]);
     ExpectPng(png, 900, 500);
 
@@ -325,9 +336,14 @@ TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
     }
     EXPECT_EQ(levels, 2 * s.freqHz.size()) << "two sweeps of the same length";
     EXPECT_NEAR(bestHz, 1.5e9, 2 * bin);
-    EXPECT_NEAR(bestDbm, -40.0, 1.0);
     unlink(csv.c_str());
     unlink(png.c_str());
+    // The level is the calibration's to get right, once the device reads it.
+    if (!Library().calibrated)
+        GTEST_SKIP() << "levels need the calibration read at open; the tone read "
+                     << s.maxDbm[peak] << " dBm";
+    EXPECT_NEAR(s.maxDbm[peak], -40.0, 1.0);
+    EXPECT_NEAR(bestDbm, -40.0, 1.0);
 }
 
 TEST(QsProcess, FirstCtrlCFinishesAndWritesTheSweep) {
