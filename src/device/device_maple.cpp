@@ -35,13 +35,11 @@ DeviceMaple::~DeviceMaple() { Abort(); }
 
 qsStatus DeviceMaple::OpenDevice() {
     InitDevice();
-    // Until the calibration image is read, the USB serial string stands in
-    // for the serial number of its header. The start-up sweep and the
-    // calibration read join here.
-    m_sid = static_cast<unsigned>(m_usb->SerialNumber());
+    // The low band's start-up sweep joins here, ahead of the calibration.
+    const qsStatus status = InitCorrections();
     m_oscRatio = CalibratedOscRatio();
     ConfigurePortIO(0, 0, true);
-    return qsNoError;
+    return status;
 }
 
 qsStatus DeviceMaple::InitCorrections() {

@@ -43,8 +43,15 @@ bool MeasureBriefly(int h) {
     double binHz = 0.0, startHz = 0.0;
     bool fetched = false;
     if (qsQueryTraceInfo(h, &points, &binHz, &startHz) == qsNoError) {
+        // Each block carries one of the seven monitor values in turn, so a
+        // few short sweeps bring temperature, voltage and current in.
         std::vector<double> low(points), high(points);
-        fetched = qsFetchTrace(h, static_cast<int>(points), low.data(), high.data()) >= 0;
+        for (int sweep = 0; sweep < 8; ++sweep) {
+            fetched = qsFetchTrace(h, static_cast<int>(points), low.data(), high.data()) >= 0;
+            float celsius = 0.0f, usbVolts = 0.0f, usbCurrent = 0.0f;
+            qsGetDeviceDiagnostics(h, &celsius, &usbVolts, &usbCurrent);
+            if (!fetched || (celsius != 0.0f && usbVolts != 0.0f && usbCurrent != 0.0f)) break;
+        }
     }
     qsAbort(h);
     return fetched;
