@@ -54,10 +54,10 @@ int qssim_get_command(int id, int index, unsigned char* out);
 /* The firmware. Each device answers its commands as the instrument does:
  * counted blocks for a sweep or capture, blocks without end for a stream
  * until the stop command and then one last block whose headers echo the stop,
- * one packet per channel for a flash page. A Maple's sample payloads are
- * what its receiver makes of the scene (tones, noise) at each LO step; a
- * Larch's are a deterministic low-noise pattern of the run's sample
- * position. */
+ * one packet per channel for a flash page. Sample payloads are what the
+ * device's receiver makes of the scene (tones, noise) at each LO step,
+ * deterministic for a given scene and sample position; a Larch's capture
+ * (self-calibration) command sweeps its internal tone across the IF. */
 
 /* Real-time pacing (non-zero): one block per 3.7376 ms from the command on,
  * and a host that falls more than four blocks behind loses whole blocks, which

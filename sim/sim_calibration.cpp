@@ -255,6 +255,7 @@ void FactoryCalibration::WriteLarch(uint8_t* image, uint32_t fpgaId) const {
         return;
     }
     const GainModel& m = m_model;
+    const double selfCalMean = GainModel::LarchSelfCalMeanDb();
     // RF tables: curve (a, g, t) of S steps at float ((a * 4 + g) * 8 + t) * S.
     uint8_t* p = image + kBand0A;
     for (int k = 0; k < kLarchRfTables; ++k) {
@@ -265,17 +266,19 @@ void FactoryCalibration::WriteLarch(uint8_t* image, uint32_t fpgaId) const {
                     for (int i = 0; i < grid.steps; ++i, p += 4) {
                         const double f = grid.Freq(i);
                         const int row = grid.loRow == 0 && f >= 1.2e9 ? 1 : grid.loRow;
-                        PutFloat(p, static_cast<float>(kLog2Db - m.LarchGainDb(row, f, g, a, m.TableTemp(t))));
+                        const double gain = m.LarchPathDb(row, f, g, a, m.TableTemp(t)) + selfCalMean;
+                        PutFloat(p, static_cast<float>(kLog2Db - gain));
                     }
     }
-    // IF tables 0 to 3, by hardware band: 301 points 200 kHz apart, running
+    // IF tables 0 to 3 (rows 0 and 1, then rows 2, 3, 4): the filter that
+    // the self-calibration does not see, 301 points 200 kHz apart, running
     // from 30 MHz above the IF centre down to 30 MHz below it.
     const int ifRow[4] = {0, 2, 3, 4};
     for (int k = 0; k < 4; ++k)
         for (int t = 0; t < kLarchTemps; ++t)
             for (int i = 0; i < kIfPoints; ++i)
                 PutFloat(image + kIf0 + k * kIfBytes + 4 * (t * kIfPoints + i),
-                         static_cast<float>(m.LarchIfResponseDb(ifRow[k], 30e6 - i * kIfSpacing)));
+                         static_cast<float>(m.LarchFrontIfDb(ifRow[k], 30e6 - i * kIfSpacing)));
     for (int t = 0; t < kLarchTemps; ++t) {
         PutFloat(image + kInternalTemp + 4 * t, StoredTemp(m.TableTemp(t)));
         for (int band = 0; band < 4; ++band)

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <memory>
 
+#include "qs_sim.h"
 #include "sim_receiver.h"
 
 namespace qssim {
@@ -18,7 +19,8 @@ SimDevice::SimDevice(int id, int productId, unsigned serial)
     // Every device leaves the factory calibrated; the image is written when
     // the flash is first made, so a device nobody reads costs nothing.
     m_firmware.SetFlashInit([this](uint8_t* flash) { m_factory.Write(flash, m_firmware.Dna()); });
-    if (IsMaple(productId)) m_firmware.SetSampleSource(std::make_unique<ReceiverSource>(&m_factory));
+    if (IsMaple(productId) || productId == QSSIM_PID_LARCH)
+        m_firmware.SetSampleSource(std::make_unique<ReceiverSource>(&m_factory));
 }
 
 std::string SimDevice::SerialString() const {

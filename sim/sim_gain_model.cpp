@@ -157,17 +157,40 @@ double GainModel::MapleCentreGainDb(int row, double centreHz, int attenCode, int
     return MapleGainDb(row, centreHz, centreHz, attenCode, roughCode, celsius);
 }
 
-double GainModel::LarchGainDb(int row, double rfHz, int gain, int attenIndex,
+double GainModel::LarchPathDb(int row, double rfHz, int gain, int attenIndex,
                               double celsius) const {
     const int r = std::clamp(row, 0, kLarchRows - 1);
     return 30.0 - 1.5 * r + m_rowSpread[r] + 8.0 * (gain - 2) - 10.0 * attenIndex + ShapeDb(rfHz) +
            DriftDb(celsius) - 10.0 * std::log10(1.0 + std::pow(20e3 / std::max(rfHz, 1.0), 4));
 }
 
-double GainModel::LarchIfResponseDb(int row, double ifOffsetHz) const {
+double GainModel::LarchSelfCalIfDb(double ifOffsetHz) {
+    const double x = ifOffsetHz / 1e6;
+    return 0.3 * std::cos(2 * kPi * x / 6.0 + 0.5) + 0.02 * x - 3.0 * std::pow(std::fabs(x) / 10.5, 8);
+}
+
+double GainModel::LarchSelfCalMeanDb() {
+    // Points 144 to 431 of the 576, 39,062.5 Hz apart from -11.25 MHz.
+    double sum = 0;
+    for (int i = 144; i < 432; ++i) sum += LarchSelfCalIfDb(-11.25e6 + i * 39062.5);
+    return sum / 288;
+}
+
+double GainModel::LarchFrontIfDb(int row, double ifOffsetHz) const {
     const double x = ifOffsetHz / 1e6;
     const double phase = 0.9 + 0.5 * row;
-    return 0.2 * (std::cos(2 * kPi * x / 9.0 + phase) - std::cos(phase)) - 3.0 * std::pow(std::fabs(x) / 12.0, 8);
+    return 0.15 * (std::cos(2 * kPi * x / 17.0 + phase) - std::cos(phase)) - 0.015 * x;
+}
+
+double GainModel::LarchLowTiltDb(double centreHz, double deltaHz) {
+    if (centreHz <= 1.99e7 || centreHz >= 1.301e8) return 0.0;
+    return -(1.5e8 - centreHz) / 1.5e8 * deltaHz / 2e7;
+}
+
+double GainModel::LarchGainDb(int row, double centreHz, double rfHz, double ifOffsetHz, int gain,
+                              int attenIndex, double celsius) const {
+    return LarchPathDb(row, rfHz, gain, attenIndex, celsius) + LarchSelfCalIfDb(ifOffsetHz) +
+           LarchFrontIfDb(row, ifOffsetHz) + LarchLowTiltDb(centreHz, rfHz - centreHz);
 }
 
 }  // namespace qssim

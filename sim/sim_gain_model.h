@@ -95,10 +95,23 @@ public:
     double MapleCentreGainDb(int row, double centreHz, int attenCode, int roughCode,
                              double celsius) const;
 
-    // The Larch: per LO row, gain and attenuation index, RF frequency,
-    // temperature; and its IF filter at an IF offset.
-    double LarchGainDb(int row, double rfHz, int gain, int attenIndex, double celsius) const;
-    double LarchIfResponseDb(int row, double ifOffsetHz) const;
+    // The Larch: G = path(row, f, gain, atten, T) + selfCalIf(x) + frontIf(row, x)
+    //             + lowTilt(centre, delta)
+    // x being the signal's offset from the IF centre. The IF filter after
+    // the point where the self-calibration tone enters is what the device
+    // measures at each open; the factory's IF table holds the rest, and the
+    // RF tables hold the path less the mean of the measured filter over the
+    // middle of the band, which the self-calibration takes away.
+    double LarchPathDb(int row, double rfHz, int gain, int attenIndex, double celsius) const;
+    static double LarchSelfCalIfDb(double ifOffsetHz);
+    double LarchFrontIfDb(int row, double ifOffsetHz) const;
+    // The tilt of the IF below 130 MHz of RF centre, in dB at the RF offset delta.
+    static double LarchLowTiltDb(double centreHz, double deltaHz);
+    // The mean of LarchSelfCalIfDb over the points the self-calibration
+    // takes as its middle.
+    static double LarchSelfCalMeanDb();
+    double LarchGainDb(int row, double centreHz, double rfHz, double ifOffsetHz, int gain,
+                       int attenIndex, double celsius) const;
 
 private:
     int m_productId;

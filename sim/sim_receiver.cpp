@@ -65,6 +65,32 @@ int RoughCodeOf(const Command& c, int64_t k) {
     return last;
 }
 
+// Adds a tone by rotating phasors from its exact phase at the first sample
+// of the packet: eight interleaved ones, each turning by eight samples'
+// worth, so that the work is not one long chain of products.
+void AddTone(double* acc, int count, int64_t runSample, double cycles, double amp, double phase0) {
+    if (amp < 1e-7) return;
+    constexpr int kLanes = 8;
+    const double start = cycles * static_cast<double>(runSample);
+    const double phase = 2 * kPi * (start - std::floor(start)) + phase0;
+    double c[kLanes], sn[kLanes];
+    for (int k = 0; k < kLanes; ++k) {
+        c[k] = amp * std::cos(phase + 2 * kPi * cycles * k);
+        sn[k] = amp * std::sin(phase + 2 * kPi * cycles * k);
+    }
+    const double cw = std::cos(2 * kPi * cycles * kLanes), sw = std::sin(2 * kPi * cycles * kLanes);
+    int i = 0;
+    for (; i + kLanes <= count; i += kLanes) {
+        for (int k = 0; k < kLanes; ++k) {
+            acc[i + k] += c[k];
+            const double nc = c[k] * cw - sn[k] * sw;
+            sn[k] = sn[k] * cw + c[k] * sw;
+            c[k] = nc;
+        }
+    }
+    for (int k = 0; i < count; ++i, ++k) acc[i] += c[k];
+}
+
 }  // namespace
 
 ReceiverSource::ReceiverSource(const FactoryCalibration* factory)
@@ -75,6 +101,7 @@ ReceiverSource::ReceiverSource(const FactoryCalibration* factory)
 ReceiverStep ReceiverSource::DecodeStep(const Command& command, int subBand, int step) const {
     ReceiverStep s;
     if (subBand < 0 || subBand >= kMaxSubBands) return s;
+    if (!IsMaple(m_factory->Model().ProductId())) return DecodeLarchStep(command, subBand, step);
     const SubBand& sb = command.subBands[subBand];
     const bool stream = IsStream(command);
     if (stream) step = 0;
@@ -113,14 +140,70 @@ ReceiverStep ReceiverSource::DecodeStep(const Command& command, int subBand, int
     return s;
 }
 
+ReceiverStep ReceiverSource::DecodeLarchStep(const Command& command, int subBand,
+                                             int step) const {
+    ReceiverStep s;
+    s.larch = true;
+    const SubBand& sb = command.subBands[subBand];
+    if (IsStream(command)) step = 0;
+    if (command.headerType == kCmdCapture) {
+        s.valid = true;
+        s.calTone = true;
+        s.calOffsetHz = -11.25e6 + (288.0 * (command.commandType & 1) + step) * 39062.5;
+        return s;
+    }
+    // Bytes 2 and 3 as the host packs them, matched against every band,
+    // gain and attenuator setting.
+    static const uint8_t kBase[4] = {0x89, 0x48, 0x9A, 0x5A};
+    int band = -1;
+    for (int b = 0; b < 4 && band < 0; ++b)
+        for (int g = 0; g < 4 && band < 0; ++g) {
+            uint8_t b2 = kBase[b];
+            if (g > 1) b2 ^= b < 1 ? 0x08 : 0x04;
+            if (g == 0) b2 = static_cast<uint8_t>(b2 + 0x20);
+            const uint8_t top = static_cast<uint8_t>((g > 2 ? 0x80 : 0) | 0x40);
+            if (sb.settings[2] != b2 || (sb.settings[3] & 0xC0) != top) continue;
+            band = b;
+            s.gain = g;
+        }
+    if (band < 0) return s;
+    s.attenCode = sb.settings[3] & 0x3F;  // twice the dB
+    s.attenIndex = std::min(3, s.attenCode / 20);
+    const uint16_t lo1Word = static_cast<uint16_t>(sb.LO1startFreq + step * sb.LO1stepFreq);
+    const double lo1 = lo1Word * (band > 1 ? 200e3 : 100e3);
+    const double lo2 = sb.LO2Freq * 100e3;
+    const LoRow* table = LarchLoTable();
+    double best = 1e300;
+    for (int r = 0; r < kLarchRows; ++r) {
+        if (table[r].band != band) continue;
+        const double centre = lo1 - table[r].lo1c;
+        const double cost = std::max(0.0, table[r].minRF - centre) + std::max(0.0, centre - table[r].maxRF);
+        if (cost < best) {
+            best = cost;
+            s.valid = true;
+            s.row = r;
+            s.centreHz = centre;
+            s.lo2ErrorHz = lo2 - table[r].lo2c;
+        }
+    }
+    return s;
+}
+
 bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double celsius,
                                   double* cycles, double* gainDb) const {
-    if (!s.valid) return false;
+    if (!s.valid || s.calTone) return false;
     const GainModel& m = m_factory->Model();
     // The device's oscillators and sample clock all run at ratio rho of
     // nominal: in its own frame the tone sits at rf / rho.
     const double rho = m_factory->ClockRatio();
     const double f = rfHz / rho;
+    if (s.larch) {
+        const double x = f - s.centreHz + s.lo2ErrorHz;  // no flipped rows
+        if (!GainModel::IfPasses(x)) return false;
+        *cycles = (kIfCentre + x) / kSampleRate;
+        *gainDb = m.LarchGainDb(s.row, s.centreHz * rho, rfHz, x, s.gain, s.attenIndex, celsius);
+        return true;
+    }
     if (s.row == 0) {
         if (f < 0.0 || f > 60e6) return false;
         *cycles = f / kSampleRate;
@@ -137,6 +220,9 @@ bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double cel
 
 double ReceiverSource::CentreGainDb(const ReceiverStep& s, double celsius) const {
     const GainModel& m = m_factory->Model();
+    if (s.calTone) return m.LarchPathDb(0, 100e6, 1, 3, celsius);
+    if (s.larch)
+        return m.LarchGainDb(s.row, s.centreHz, s.centreHz, s.lo2ErrorHz, s.gain, s.attenIndex, celsius);
     if (s.row == 0) return m.MapleGainDb(0, 0.0, 10e6, s.attenCode, s.roughCode, celsius);
     return m.MapleCentreGainDb(s.row, s.centreHz * m_factory->ClockRatio(), s.attenCode,
                                s.roughCode, celsius);
@@ -163,34 +249,17 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
         acc[i] = sigma * table[(bits >> (16 * (i & 3))) & 0xFFFF];
     }
 
-    // Tones, each by rotating phasors from its exact phase at the first
-    // sample of the packet: eight interleaved ones, each turning by eight
-    // samples' worth, so that the work is not one long chain of products.
-    constexpr int kLanes = 8;
     for (size_t t = 0; t < scene.tones.size(); ++t) {
         double cycles = 0, gainDb = 0;
         if (!ToneResponse(s, scene.tones[t].freqHz, ctx.temperature, &cycles, &gainDb)) continue;
-        const double amp = std::pow(10.0, (scene.tones[t].levelDbm + gainDb) / 20.0);
-        if (amp < 1e-7) continue;
-        const double start = cycles * static_cast<double>(ctx.runSample);
-        const double phase = 2 * kPi * (start - std::floor(start)) + 0.7 * static_cast<double>(t);
-        double c[kLanes], sn[kLanes];
-        for (int k = 0; k < kLanes; ++k) {
-            c[k] = amp * std::cos(phase + 2 * kPi * cycles * k);
-            sn[k] = amp * std::sin(phase + 2 * kPi * cycles * k);
-        }
-        const double cw = std::cos(2 * kPi * cycles * kLanes), sw = std::sin(2 * kPi * cycles * kLanes);
-        int i = 0;
-        for (; i + kLanes <= count; i += kLanes) {
-            for (int k = 0; k < kLanes; ++k) {
-                acc[i + k] += c[k];
-                const double nc = c[k] * cw - sn[k] * sw;
-                sn[k] = sn[k] * cw + c[k] * sw;
-                c[k] = nc;
-            }
-        }
-        for (int k = 0; i < count; ++i, ++k) acc[i] += c[k];
+        AddTone(acc, count, ctx.runSample, cycles,
+                std::pow(10.0, (scene.tones[t].levelDbm + gainDb) / 20.0), 0.7 * static_cast<double>(t));
     }
+    // The Larch's calibration tone, 20 dB under full scale before the IF
+    // filter that it measures.
+    if (s.calTone)
+        AddTone(acc, count, ctx.runSample, (kIfCentre + s.calOffsetHz) / kSampleRate,
+                0.1 * std::pow(10.0, GainModel::LarchSelfCalIfDb(s.calOffsetHz) / 20.0), 0.0);
 
     // 14 bits: steps of 4 in the 16-bit word, rounded to the nearest and
     // clipped at full scale.

@@ -1,12 +1,17 @@
-// The Maple's receiver behind the firmware: turns the scene at the antenna
-// into the converter's samples for each LO step a command asks for.
+// The receiver behind the firmware of a Maple or a Larch: turns the scene at
+// the antenna into the converter's samples for each LO step a command asks
+// for.
 //
-// A step is decoded from its sub-band as the hardware would: the control
-// bytes give the path (hardware band in the top bits of byte 3, none for
-// direct sampling) and the attenuator code (its low five bits), the rough
-// gain list of the command gives the IF amplifier's code for the step, and
-// the oscillator words with the LO table row of that band give the RF centre
-// that lands on 20 MHz. A tone then appears at 20 MHz plus its offset from
+// A step is decoded from its sub-band as the hardware would. Maple: the
+// control bytes give the path (hardware band in the top bits of byte 3, none
+// for direct sampling) and the attenuator code (its low five bits), the
+// rough gain list of the command gives the IF amplifier's code for the step,
+// and the oscillator words with the LO table row of that band give the RF
+// centre that lands on 20 MHz. Larch: bytes 2 and 3 give band, gain and
+// attenuation; LO1 counts 100 kHz (200 kHz in hardware bands 2 and 3) and
+// LO2 100 kHz. A Larch capture command (self-calibration) sends its internal
+// tone through the IF instead, at -11.25 MHz + (288 x side + step) x
+// 39,062.5 Hz from the IF centre. A tone then appears at 20 MHz plus its offset from
 // the centre (minus, on a flipped row), moved by any second oscillator word
 // other than the row's own; the low band sees the antenna directly. Levels
 // come from the device's gain model (sim_gain_model.h) at the firmware's
@@ -38,6 +43,11 @@ struct ReceiverStep {
     bool flip = false;
     int attenCode = 0;
     int roughCode = 0;
+    bool larch = false;
+    int gain = 0;            // Larch gain code
+    int attenIndex = 0;      // Larch attenuation index
+    bool calTone = false;    // Larch capture: the internal tone, not the antenna
+    double calOffsetHz = 0;  // its offset from the IF centre
 };
 
 class ReceiverSource : public SampleSource {
@@ -50,6 +60,7 @@ public:
 
     // The step `step` of sub-band `subBand` of a command.
     ReceiverStep DecodeStep(const Command& command, int subBand, int step) const;
+    ReceiverStep DecodeLarchStep(const Command& command, int subBand, int step) const;
 
     // Where a tone of the true frequency rfHz lands in a step, as a fraction
     // of the sample rate, and its gain in dB; false when the path stops it.

@@ -230,7 +230,8 @@ TEST_F(CalibrationImage, ErasedMapleOpensAsInvalid) {
     const int id = qssim_add_device(QSSIM_PID_MAPLE_REV1, 30303030);
     qssim_set_flash_image(id, QSSIM_FLASH_ERASED);
     int handle = -1;
-    ASSERT_EQ(qsOpenDeviceBySerialNumber(&handle, 30303030), qsNoError);
+    // Opens, perhaps with the warning of an uncalibrated device.
+    ASSERT_GE(qsOpenDeviceBySerialNumber(&handle, 30303030), qsNoError);
     unsigned serial = 0;
     const qsStatus status = qsGetSerialNumber(handle, &serial);
     qsCloseDevice(handle);
@@ -266,13 +267,32 @@ TEST_F(CalibrationImage, SweptToneReadsBackItsLevel) {
     double bin = 0, start = 0;
     ASSERT_EQ(qsQueryTraceInfo(handle, &len, &bin, &start), qsNoError);
     std::vector<double> mn(len), mx(len);
-    ASSERT_GE(qsFetchTrace(handle, int(len), mn.data(), mx.data()), qsNoError);
+    // The tone sits on a bin (1.01 GHz is 206,848 bins of 4,882.8125 Hz), so
+    // the level reads without scalloping. Sweeps are set up at the last
+    // temperature the device reported (one monitor value a block, the
+    // temperature every seventh), so the first may be off by the drift from
+    // 0 degrees; once it has come in, the level is exact.
+    qssim_set_temperature(id, 45.0);
+    float celsius = 0;
+    // The reading carries a sixteenth of a degree of converter noise.
+    auto known = [&celsius] { return std::fabs(celsius - 45.0f) < 0.2f; };
+    bool exact = false;
+    for (int pass = 0; pass < 12; ++pass) {
+        ASSERT_GE(qsFetchTrace(handle, int(len), mn.data(), mx.data()), qsNoError);
+        size_t peak = 0;
+        for (size_t i = 1; i < len; ++i)
+            if (mx[i] > mx[peak]) peak = i;
+        EXPECT_NEAR(start + peak * bin, 1.01e9, 0.5 * bin) << pass;
+        EXPECT_NEAR(mx[peak], -35.0, exact ? 0.1 : 1.5) << pass;
+        if (exact) break;
+        ASSERT_EQ(qsGetDeviceDiagnostics(handle, &celsius, nullptr, nullptr), qsNoError);
+        if (known()) {
+            ASSERT_EQ(qsInitiate(handle, QS_MODE_SWEEP, 0), qsNoError);
+            exact = true;
+        }
+    }
+    EXPECT_TRUE(exact) << "no temperature reading came in";
     qsCloseDevice(handle);
-    size_t peak = 0;
-    for (size_t i = 1; i < len; ++i)
-        if (mx[i] > mx[peak]) peak = i;
-    EXPECT_NEAR(start + peak * bin, 1.01e9, 1.5 * bin);
-    EXPECT_NEAR(mx[peak], -35.0, 1.0);  // scalloping of a tone between bins included
 }
 
 }  // namespace

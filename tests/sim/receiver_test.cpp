@@ -353,3 +353,106 @@ TEST(ReceiverSamples, ClippingStepsTheConverterOverflowCount) {
 }
 
 }  // namespace
+
+namespace {
+
+// Larch control bytes as the host packs them, for band 0 to 3.
+void LarchSettings(uint8_t* settings, int band, int gain, int attenDb) {
+    static const uint8_t base[4] = {0x89, 0x48, 0x9A, 0x5A};
+    uint8_t b2 = base[band];
+    if (gain > 1) b2 ^= band < 1 ? 0x08 : 0x04;
+    if (gain == 0) b2 = static_cast<uint8_t>(b2 + 0x20);
+    settings[0] = 1;
+    settings[1] = 0x10;
+    settings[2] = b2;
+    settings[3] = static_cast<uint8_t>((gain > 2 ? 0x80 : 0) | 0x40) + attenDb * 2;
+}
+
+// A Larch tone goes through its path and IF filter at the model's level,
+// and the image's RF and IF tables with the self-calibration's constants
+// (the filter's shape less its mean over the middle of the band) read it
+// back. The arithmetic is the Larch's correction at points where no
+// interpolation is needed (an RF step, an IF table point, a constant), on
+// floats read from the image at its offsets.
+float ImageFloat(const std::vector<unsigned char>& image, size_t at) {
+    float f;
+    std::memcpy(&f, image.data() + at, 4);
+    return f;
+}
+
+TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
+    Receiver r(QSSIM_PID_LARCH);
+    const auto image = ImageOf(r.factory);
+    const struct {
+        int row, hwBand, gain, atten;
+        size_t table;  // offset of the RF table
+        int steps, step, ifTable;
+        double start, stepSize, centre, delta;
+    } cases[] = {
+        {2, 1, 2, 1, 132352, 116, 52, 1, 1990e6, 10e6, 2500e6, 10e6},  // band1
+        {3, 2, 3, 0, 191744, 166, 21, 2, 3150e6, 10e6, 3360e6, 0.0},   // band2; LO1 in 200 kHz
+        {0, 0, 1, 2, 31488, 197, 38, 0, 20e6, 10e6, 405e6, -5e6},      // band0C
+    };
+    const int t = 3;  // 30 degrees, a table temperature
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.centre);
+        const qssim::LoRow& lo = qssim::LarchLoTable()[k.row];
+        Command c;
+        c.headerType = qssim::kCmdConfigure;
+        c.commandType = qssim::kCfgSweep;
+        c.subBandCount = 1;
+        LarchSettings(c.subBands[0].settings, k.hwBand, k.gain, 10 * k.atten);
+        const double unit = k.hwBand > 1 ? 200e3 : 100e3;
+        c.subBands[0].LO1startFreq = static_cast<uint16_t>(std::lround((k.centre + lo.lo1c) / unit));
+        c.subBands[0].LO2Freq = static_cast<uint16_t>(std::lround(lo.lo2c / 100e3));
+        c.subBands[0].packetsPerFreq = 1;
+        c.subBands[0].stepCount = 1;
+        const auto s = r.rx.DecodeStep(c, 0, 0);
+        ASSERT_TRUE(s.valid);
+        EXPECT_EQ(s.row, k.row);
+        EXPECT_EQ(s.gain, k.gain);
+        EXPECT_EQ(s.attenIndex, k.atten);
+
+        const double f = k.centre + k.delta;
+        const double gain = r.factory.Model().LarchGainDb(k.row, k.centre, f, k.delta, k.gain,
+                                                          k.atten, 30.0);
+        const double level = std::round(-20.0 - gain);
+        const auto x = r.Packet(c, QuietScene(f, level), 0, 0, 30.0);
+        const int bin = kIfBin + static_cast<int>(std::lround(k.delta / kBin));
+        EXPECT_EQ(PeakBin(x, bin - 20, bin + 20), bin);
+        const double a = BinAmplitude(x, bin);
+        EXPECT_NEAR(Db(a), level + gain, 0.1);
+
+        ASSERT_NEAR(k.start + k.step * k.stepSize, f, 1.0);
+        const double rfTerm = ImageFloat(
+            image, k.table + 4 * (size_t((k.atten * 4 + k.gain) * 8 + t) * k.steps + k.step));
+        const int ifIndex = static_cast<int>(std::lround((30e6 - k.delta) / 200e3));
+        const double ifTerm = ImageFloat(image, 358656 + 9632 * k.ifTable + 4 * (t * 301 + ifIndex));
+        const double selfCal = qssim::GainModel::LarchSelfCalIfDb(k.delta) -
+                               qssim::GainModel::LarchSelfCalMeanDb();
+        EXPECT_NEAR(Db(a) - 20 * std::log10(2.0) + rfTerm - ifTerm - selfCal, level, 0.1);
+    }
+}
+
+// The capture command of the self-calibration sweeps the internal tone:
+// side 1, step 100 is 3.90625 MHz above the IF centre, at the shape of the
+// filter it measures; the antenna's tones stay out.
+TEST(ReceiverLarch, CaptureSweepsTheCalibrationToneAcrossTheIf) {
+    Receiver r(QSSIM_PID_LARCH);
+    Command c;
+    c.headerType = qssim::kCmdCapture;
+    c.commandType = 1;
+    c.subBandCount = 1;
+    const uint8_t cal[4] = {1, 0, 0x89, 0x7C};
+    std::memcpy(c.subBands[0].settings, cal, 4);
+    c.subBands[0].LO2Freq = 23000;
+    c.subBands[0].LO1startFreq = 24400;
+    c.subBands[0].packetsPerFreq = 1;
+    c.subBands[0].stepCount = 288;
+    const auto x = r.Packet(c, QuietScene(1e6, -10.0), 100);
+    const int bin = kIfBin + 800;  // 3.90625 MHz
+    EXPECT_EQ(PeakBin(x, kIfBin - 2400, kIfBin + 2400), bin);
+    EXPECT_NEAR(Db(BinAmplitude(x, bin)), -20.0 + qssim::GainModel::LarchSelfCalIfDb(3.90625e6), 0.05);
+}
+
+}  // namespace
