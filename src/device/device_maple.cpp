@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <vector>
 
 #include "calibration/corrections_maple.h"
 #include "dsp/qs_lib.h"
@@ -35,10 +36,26 @@ DeviceMaple::~DeviceMaple() { Abort(); }
 
 qsStatus DeviceMaple::OpenDevice() {
     InitDevice();
-    // The low band's start-up sweep joins here, ahead of the calibration.
+    const qsStatus sweep = InitializationSweep();
+    if (sweep < 0) return sweep;
     const qsStatus status = InitCorrections();
     m_oscRatio = CalibratedOscRatio();
     ConfigurePortIO(0, 0, true);
+    return status;
+}
+
+qsStatus DeviceMaple::InitializationSweep() {
+    // One default sweep before the calibration is read: it brings the
+    // monitor values in (the temperature above all, which the gain choice of
+    // the first real measurement needs) and proves the data path.
+    SettingsMaple defaults;
+    qsStatus status = Initiate(&defaults, QS_MODE_SWEEP, 0);
+    if (status >= 0) {
+        std::vector<double> min(static_cast<size_t>(m_sweepInfo.traceLen));
+        std::vector<double> max(min.size());
+        status = GetSweep(min.data(), max.data());
+    }
+    Abort();
     return status;
 }
 

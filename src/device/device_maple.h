@@ -40,6 +40,10 @@ public:
     // when the image does not load, else qsNoError.
     qsStatus InitCorrections();
 
+    // The start-up sweep of the open sequence: 2 to 4 GHz at the defaults,
+    // run on the uncalibrated tables, its trace dropped. Its status.
+    qsStatus InitializationSweep();
+
     // Adds ppm to the time base and keeps it in the next free flash slot.
     bool AddTimebaseCorrection(double ppm);
 

@@ -49,10 +49,12 @@ protected:
         device.reset();
         qssim_reset();
         simId = qssim_add_device(pid, 12345678);
+        // The worked chains are those of a device whose tables are blank.
+        ASSERT_EQ(qssim_set_flash_image(simId, QSSIM_FLASH_BLANK_TABLES), 0);
         auto* usb = new CypressInterface(12345678);
         ASSERT_EQ(usb->State(), USB_OPEN);
         device = std::make_unique<PlannedMaple>(usb);
-        ASSERT_EQ(device->OpenDevice(), qsNoError);
+        ASSERT_EQ(device->OpenDevice(), qsUncalibratedDevice);
     }
     void TearDown() override {
         device.reset();
