@@ -111,7 +111,7 @@ double GainModel::ShapeDb(double rfHz) {
     if (rfHz <= 150e6) return 0.0;
     const double x = rfHz - 150e6;
     const double fade = x >= 250e6 ? 1.0 : 0.5 - 0.5 * std::cos(kPi * x / 250e6);
-    const double ripple = 1.2 * std::sin(2 * kPi * x / 900e6) + 0.8 * std::sin(2 * kPi * x / 2.3e9 + 0.7) -
+    const double ripple = 0.8 * std::sin(2 * kPi * x / 900e6) + 0.8 * std::sin(2 * kPi * x / 2.3e9 + 0.7) -
                           0.8 * std::sin(0.7);
     return fade * ripple - 4.0 * x / 6.25e9;
 }
