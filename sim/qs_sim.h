@@ -58,8 +58,9 @@ int qssim_get_command(int id, int index, unsigned char* out);
  * device's receiver makes of the scene (tones, noise) at each LO step,
  * deterministic for a given scene and sample position; a Larch's capture
  * (self-calibration) command sweeps its internal tone across the IF. A
- * Maple's converter reaches full scale at about -48 dBm at its highest gain
- * and +8 dBm at its lowest; louder tones clip and step ADCOverflowCount. */
+ * Maple's converter reaches full scale at -48 to -42 dBm (rising with
+ * frequency) at its highest gain and +8 to +17 dBm at its lowest; louder
+ * tones clip and step ADCOverflowCount. */
 
 /* Real-time pacing (non-zero): one block per 3.7376 ms from the command on,
  * and a host that falls more than four blocks behind loses whole blocks, which
