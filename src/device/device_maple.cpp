@@ -191,12 +191,6 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
         p += 4;
     }
 
-    int ppf = std::max(p, t);
-    solve_ppf_step(&ppf, &stepCount);
-    si.ppf = ppf;
-    si.stepCount = stepCount;
-    si.chunkSize = ppf * QS_SAMPLES_PER_PACKET;
-
     si.binSize = bin0 * m_oscRatio;
     si.traceLen = round_to_int(set.m_span / si.binSize) + 2;
 
@@ -204,6 +198,18 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
     si.firstPatchSkipCnt = round_to_int((set.m_start - f1) / si.binSize + 0.5) - 1;
     if (si.firstPatchSkipCnt < 0) si.firstPatchSkipCnt = 0;
     si.actualStart = si.firstPatchSkipCnt * si.binSize + f1;
+
+    // The two points past the span can fall beyond the last patch (a span
+    // that ends on a patch edge, 2.19 to 2.21 GHz say); one more step then
+    // measures them, where the trace would otherwise read past its data.
+    if (dsRatio == 1 && !set.m_imageReject)
+        while (si.firstPatchSkipCnt + si.traceLen > stepCount * q) ++stepCount;
+
+    int ppf = std::max(p, t);
+    solve_ppf_step(&ppf, &stepCount);
+    si.ppf = ppf;
+    si.stepCount = stepCount;
+    si.chunkSize = ppf * QS_SAMPLES_PER_PACKET;
 
     // A narrow sweep stays at its one LO position (two looks with
     // rejection). Its ppf, at least 36 before the solver, is a multiple of

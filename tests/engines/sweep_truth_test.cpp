@@ -1,0 +1,160 @@
+// Swept traces against the simulator's scene, through the public calls
+// only: a tone of known level and frequency must come back where and as
+// strong as it was injected, on both revisions and in every kind of LO row.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+
+namespace {
+
+struct Trace {
+    std::vector<double> min, max;
+    double start = 0.0, bin = 0.0;
+    qsStatus status = qsNoError;
+
+    int Peak() const { return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin()); }
+    double FreqAt(int i) const { return start + i * bin; }
+    double Median() const {
+        std::vector<double> copy = max;
+        std::nth_element(copy.begin(), copy.begin() + copy.size() / 2, copy.end());
+        return copy[copy.size() / 2];
+    }
+};
+
+// One simulated device per revision, opened once for the whole suite: an
+// open reads the whole calibration image and runs the start-up sweep.
+class SweepTruth : public ::testing::TestWithParam<int> {
+protected:
+    static void SetUpTestSuite() {
+        qssim_reset();
+        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
+            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
+            sim[pid] = qssim_add_device(pid, serial);
+            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handle[pid], static_cast<int>(serial)), qsNoError);
+        }
+    }
+    static void TearDownTestSuite() {
+        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) qsCloseDevice(handle[pid]);
+        qssim_reset();
+    }
+    void SetUp() override {
+        id = sim[GetParam()];
+        h = handle[GetParam()];
+        qssim_clear_signals(id);
+    }
+
+    Trace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
+                unsigned detector = QS_DETECTOR_MIN_MAX) {
+        EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
+        EXPECT_EQ(qsConfigureLevel(h, refDbm, QS_ATTEN_AUTO), qsNoError);
+        EXPECT_EQ(qsConfigureAcquisition(h, detector, scale), qsNoError);
+        EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), 0);
+        Trace t;
+        t.status = qsInitiate(h, QS_MODE_SWEEP, 0);
+        EXPECT_EQ(t.status, qsNoError);
+        unsigned n = 0;
+        EXPECT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
+        t.min.resize(n);
+        t.max.resize(n);
+        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
+        return t;
+    }
+
+    // The peak within one bin of the tone, and its level within 1 dB. On a
+    // row whose mixing inverts the spectrum the kept bins are reversed as an
+    // index run, which sets that row's spectrum one bin low: there the
+    // window is one bin wider below.
+    void ExpectTone(const Trace& t, double freqHz, double levelDbm, bool flipped = false) {
+        ASSERT_EQ(t.status, qsNoError);
+        const int k = t.Peak();
+        const double below = flipped ? 2.01 : 1.01;
+        EXPECT_GE(t.FreqAt(k), freqHz - below * t.bin) << "tone at " << freqHz;
+        EXPECT_LE(t.FreqAt(k), freqHz + 1.01 * t.bin) << "tone at " << freqHz;
+        EXPECT_NEAR(t.max[k], levelDbm, 1.0) << "tone at " << freqHz;
+        for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
+    }
+
+    static int sim[8];
+    static int handle[8];
+    int id = -1;
+    int h = -1;
+};
+
+int SweepTruth::sim[8];
+int SweepTruth::handle[8];
+
+TEST_P(SweepTruth, TonesComeBackInEveryKindOfRow) {
+    const bool rev2 = GetParam() == QSSIM_PID_MAPLE_REV2;
+    const struct {
+        double freq, level, start, stop, rbw;
+        bool flipped;
+    } cases[] = {
+        {3.0e6, -30.0, 1.0e6, 6.0e6, 30e3, false},             // directly sampled low band
+        {1.5e9, -40.0, 1.48e9, 1.53e9, 100e3, rev2},           // row 1
+        {2.2e9, -50.0, 2.19e9, 2.21e9, 30e3, true},            // row 2, a span on patch edges
+        {1.8895e9, -35.0, 1.87e9, 1.91e9, 100e3, rev2},        // just below a row edge
+        {3.151e9, -35.0, 3.13e9, 3.17e9, 100e3, !rev2},        // just above one
+        {5.6e9, -20.0, 5.55e9, 5.65e9, 300e3, false},          // the narrow rows near 5.6 GHz
+    };
+    for (const auto& c : cases) {
+        qssim_clear_signals(id);
+        qssim_set_tone(id, c.freq, c.level);
+        ExpectTone(Sweep(c.start, c.stop, c.rbw, c.level + 10.0), c.freq, c.level, c.flipped);
+    }
+}
+
+TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
+    qssim_set_tone(id, 1.2e9, -40.0);
+    const Trace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
+    ASSERT_EQ(t.status, qsNoError);
+    // -40 dBm into 50 ohm, in millivolts.
+    const double expectedMv = std::sqrt(1e-3 * std::pow(10.0, -40.0 / 10.0) * 50.0) * 1000.0;
+    const int k = t.Peak();
+    EXPECT_NEAR(t.FreqAt(k), 1.2e9, t.bin * 1.01);
+    EXPECT_NEAR(20.0 * std::log10(t.max[k] / expectedMv), 0.0, 1.0);
+}
+
+TEST_P(SweepTruth, AverageDetectorGivesOneTrace) {
+    qssim_set_tone(id, 1.2e9, -40.0);
+    const Trace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    ASSERT_EQ(t.status, qsNoError);
+    EXPECT_EQ(t.min, t.max);
+    EXPECT_NEAR(t.max[t.Peak()], -40.0, 1.0);
+}
+
+TEST_P(SweepTruth, NoiseFloorFallsAsTheRbwNarrows) {
+    // 10 dB per decade of RBW for noise; allow for window and detector.
+    const double wide = Sweep(1.0e9, 1.02e9, 300e3, -20.0).Median();
+    const double narrow = Sweep(1.0e9, 1.02e9, 3e3, -20.0).Median();
+    EXPECT_LT(narrow, wide - 15.0) << "wide " << wide << " narrow " << narrow;
+}
+
+TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
+    const double rbw = 10e3;
+    qssim_set_tone(id, 1.3e9, -40.0);
+    qssim_set_tone(id, 1.3e9 + 5 * rbw, -40.0);
+    const Trace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
+    ASSERT_EQ(t.status, qsNoError);
+    auto levelNear = [&](double f) {
+        const int i = static_cast<int>(std::lround((f - t.start) / t.bin));
+        return *std::max_element(t.max.begin() + i - 1, t.max.begin() + i + 2);
+    };
+    auto levelAt = [&](double f) { return t.max[static_cast<size_t>(std::lround((f - t.start) / t.bin))]; };
+    EXPECT_NEAR(levelNear(1.3e9), -40.0, 1.0);
+    EXPECT_NEAR(levelNear(1.3e9 + 5 * rbw), -40.0, 1.0);
+    // A clear dip between them.
+    EXPECT_LT(levelAt(1.3e9 + 2.5 * rbw), -40.0 - 20.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothRevisions, SweepTruth,
+                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2),
+                         [](const ::testing::TestParamInfo<int>& info) {
+                             return info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
+                         });
+
+}  // namespace
