@@ -56,10 +56,12 @@ qsStatus qsConfigureSweepCoupling(int device, double rbw, double vbw, double swe
     if (!s) return qsDeviceNotOpenErr;
     // The order of these tests decides which status a caller sees when
     // several arguments are bad.
-    if (rbw < QS_MIN_RBW) return qsBandwidthErr;
-    if (rbw > QS_MAX_RBW) return qsBandwidthErr;
-    if (vbw < QS_MIN_RBW) return qsBandwidthErr;
-    if (sweepTime < QS_MIN_SWEEP_TIME) sweepTime = QS_MIN_SWEEP_TIME;
+    // Written as "not inside" so that a NaN is refused (or, for the sweep
+    // time, raised to the minimum) like any value outside.
+    if (!(rbw >= QS_MIN_RBW)) return qsBandwidthErr;
+    if (!(rbw <= QS_MAX_RBW)) return qsBandwidthErr;
+    if (!(vbw >= QS_MIN_RBW)) return qsBandwidthErr;
+    if (!(sweepTime >= QS_MIN_SWEEP_TIME)) sweepTime = QS_MIN_SWEEP_TIME;
     if (sweepTime > QS_MAX_SWEEP_TIME) sweepTime = QS_MAX_SWEEP_TIME;
     if (rejection > QS_REJECTION_IMAGE) return qsInvalidParameterErr;
     if (rbwShape > QS_RBW_SHAPE_GAUSSIAN) return qsInvalidBandwidthTypeErr;

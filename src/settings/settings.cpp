@@ -9,7 +9,8 @@ namespace {
 // Moves v into [lo, hi]; true if it had to.
 template <typename T>
 bool Clamp(T& v, T lo, T hi) {
-    if (v < lo) {
+    // Written as "not at or above" so that a NaN is moved to the low limit.
+    if (!(v >= lo)) {
         v = lo;
         return true;
     }
@@ -95,8 +96,9 @@ qsStatus Settings::ConfigAcquisition(unsigned detector, unsigned scale) {
 }
 
 qsStatus Settings::ConfigCenterSpan(double center, double span) {
-    if (span < QS_MIN_SPAN) return qsInvalidSpanErr;
-    if (center - span / 2.0 < QS_MIN_FREQ || center + span / 2.0 > QS_MAX_FREQ)
+    // Each test is "not inside", so that a NaN is refused too.
+    if (!(span >= QS_MIN_SPAN)) return qsInvalidSpanErr;
+    if (!(center - span / 2.0 >= QS_MIN_FREQ && center + span / 2.0 <= QS_MAX_FREQ))
         return qsFrequencyRangeErr;
     m_center = center;
     m_span = span;
@@ -177,7 +179,7 @@ qsStatus Settings::ConfigIQModel(DEVICE_MODEL model, int decimation, double band
           get_max_iq_bandwidth(model, iqFirstPassDecimate));
     // Also without a second pass, which lifts its 0.0 to the minimum.
     Clamp(iqSecondPassBandwidth, get_min_iq_bandwidth(e), get_max_iq_bandwidth(model, e));
-    if (bandwidth < get_min_iq_bandwidth(e)) return qsClampedToLowerLimit;
+    if (!(bandwidth >= get_min_iq_bandwidth(e))) return qsClampedToLowerLimit;
     if (bandwidth > get_max_iq_bandwidth(model, e)) return qsClampedToUpperLimit;
     return qsNoError;
 }
@@ -188,8 +190,8 @@ qsStatus Settings::ConfigIQModel(DEVICE_MODEL model, int decimation, double band
 void SettingsLarch::LoadDefault() { LoadCommonDefault(8.9e8, 9.1e8, 9e8, 2e7, 10000.0); }
 
 qsStatus SettingsLarch::ConfigLevel(double ref, double atten) {
-    if (ref > QS_MAX_REFERENCE) return qsReferenceLevelErr;
-    if (atten > QS_MAX_ATTENUATION) return qsAttenuationErr;
+    if (!(ref <= QS_MAX_REFERENCE)) return qsReferenceLevelErr;
+    if (!(atten <= QS_MAX_ATTENUATION)) return qsAttenuationErr;
     m_reference = ref;
     m_atten = atten;
     return qsNoError;
@@ -215,7 +217,7 @@ void SettingsMaple::LoadDefault() { LoadCommonDefault(2e9, 4e9, 3e9, 2e9, 30000.
 qsStatus SettingsMaple::ConfigLevel(double ref, double atten) {
     bool moved = Clamp(ref, QS_MIN_REFERENCE, QS_MAX_REFERENCE);
     // Any negative attenuation means automatic, so only the top is clamped.
-    if (atten > QS_MAX_ATTENUATION) {
+    if (!(atten <= QS_MAX_ATTENUATION)) {
         atten = QS_MAX_ATTENUATION;
         moved = true;
     }
