@@ -86,8 +86,36 @@ void DeviceMaple::ApplyRoughGains(const unsigned char* low, const unsigned char*
 CorrectionsMaple& DeviceMaple::CorrMaple() { return static_cast<CorrectionsMaple&>(*m_corr); }
 
 qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
-    // The low band's start-up sweep is planned with the open sequence.
-    return qsNotSupportedErr;
+    // The low band at one position, 0 Hz up, raw: no correction array is
+    // built, so the trace shows the levels at the converter.
+    SweepInfo& si = m_sweepInfo;
+    rps.m_residualCount = 0;
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
+    si.binSize = (kSampleRate / si.fftSize) * m_oscRatio;
+    si.IFOffset = 0;
+    si.firstPatchSkipCnt = 0;
+    si.initialCenter = 5000000.0;
+    si.dsRatio = 1;
+    si.traceLen = si.fftSize / 2;
+    // The first multiple of 16 packets from 32 up that holds a transform.
+    si.ppf = 32;
+    si.chunkSize = si.ppf * QS_SAMPLES_PER_PACKET;
+    while (si.fftSize > si.chunkSize) {
+        si.ppf += 16;
+        si.chunkSize += QS_BLOCK_SAMPLES;
+    }
+    si.stepCount = 1;
+    si.actualStart = 0.0;
+    si.step100kSize = 200;
+    try {
+        m_corr->Configure(m_readings.celcius.load(), *m_settings, si);
+        SetupCommand();
+        m_fft.reset(new BandZeroCalEngine_Maple(&m_sweepInfo, m_settings));
+    } catch (const std::exception&) {
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_SWEEP;
+    return qsNoError;
 }
 
 qsStatus DeviceMaple::BuildSweepEngine() {

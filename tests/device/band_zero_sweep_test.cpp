@@ -1,0 +1,61 @@
+// The Maple's low-band-only sweep: the directly sampled band from 0 Hz, at
+// one position, with raw levels.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <vector>
+
+#include "api/device_table.h"
+#include "device/device.h"
+#include "qs_api.h"
+#include "qs_sim.h"
+
+namespace {
+
+class BandZeroSweep : public ::testing::Test {
+protected:
+    void SetUp() override {
+        qssim_reset();
+        sim = qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
+        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
+    }
+    void TearDown() override {
+        qsCloseDevice(h);
+        qssim_reset();
+    }
+    const qs::SweepInfo& Plan() const { return qs::api::devices[h]->GetSweepInfo(); }
+    int sim = -1;
+    int h = -1;
+};
+
+TEST_F(BandZeroSweep, ShowsTheLowBandFromZeroHertz) {
+    qssim_set_tone(sim, 3.0e6, -30.0);
+    ASSERT_EQ(qsConfigureSweepCoupling(h, 30e3, 30e3, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, QS_SWEEP_FLAG_BAND_ZERO_ONLY), qsNoError);
+    unsigned n = 0;
+    double bin = 0, start = -1;
+    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+    EXPECT_EQ(static_cast<int>(n), Plan().fftSize / 2);
+    EXPECT_EQ(start, 0.0);
+    EXPECT_EQ(Plan().stepCount, 1);
+    EXPECT_EQ(Plan().ppf % 16, 0);
+    std::vector<double> min(n), max(n);
+    ASSERT_EQ(qsFetchTrace(h, static_cast<int>(n), min.data(), max.data()), qsNoError);
+    const int peak = static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin());
+    EXPECT_NEAR(peak * bin, 3.0e6, 1.01 * bin);
+    std::vector<double> sorted = max;
+    std::nth_element(sorted.begin(), sorted.begin() + n / 2, sorted.end());
+    EXPECT_GT(max[peak], sorted[n / 2] + 40.0);
+}
+
+TEST_F(BandZeroSweep, AMillionPointTransformTakesSixtyFourPackets) {
+    // 200 Hz native needs a transform of 2^20 samples: the first multiple
+    // of 16 packets from 32 that holds it is 64.
+    ASSERT_EQ(qsConfigureSweepCoupling(h, 200.0, 200.0, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, QS_SWEEP_FLAG_BAND_ZERO_ONLY), qsNoError);
+    EXPECT_EQ(Plan().fftSize, 1 << 20);
+    EXPECT_EQ(Plan().ppf, 64);
+    EXPECT_EQ(Plan().chunkSize, 1196032);
+}
+
+}  // namespace
