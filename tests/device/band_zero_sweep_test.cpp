@@ -9,23 +9,13 @@
 #include "device/device.h"
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
-class BandZeroSweep : public ::testing::Test {
+class BandZeroSweep : public OpenSimulatedDevice {
 protected:
-    void SetUp() override {
-        qssim_reset();
-        sim = qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
-        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
-    }
-    void TearDown() override {
-        qsCloseDevice(h);
-        qssim_reset();
-    }
     const qs::SweepInfo& Plan() const { return qs::api::devices[h]->GetSweepInfo(); }
-    int sim = -1;
-    int h = -1;
 };
 
 TEST_F(BandZeroSweep, ShowsTheLowBandFromZeroHertz) {

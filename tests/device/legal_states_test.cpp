@@ -8,6 +8,7 @@
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
@@ -66,19 +67,7 @@ std::vector<Row> Rows() {
     };
 }
 
-class LegalStates : public ::testing::Test {
-protected:
-    void SetUp() override {
-        qssim_reset();
-        qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
-        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
-    }
-    void TearDown() override {
-        qsCloseDevice(h);
-        qssim_reset();
-    }
-    int h = -1;
-};
+using LegalStates = OpenSimulatedDevice;
 
 TEST_F(LegalStates, AnIdleDeviceAnswersEachCallAsTheTableSays) {
     for (const Row& row : Rows()) EXPECT_EQ(row.run(h), row.idle) << row.call;

@@ -6,23 +6,11 @@
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
-class IdleDevice : public ::testing::Test {
-protected:
-    void SetUp() override {
-        qssim_reset();
-        sim = qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
-        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
-    }
-    void TearDown() override {
-        qsCloseDevice(h);
-        qssim_reset();
-    }
-    int sim = -1;
-    int h = -1;
-};
+using IdleDevice = OpenSimulatedDevice;
 
 TEST_F(IdleDevice, InitiateRefusesWhatIsNotAModeAndLeavesTheDeviceIdle) {
     for (unsigned mode : {2u, 3u, 5u, 6u, 9u, 0xFFFFFFFFu})
