@@ -66,6 +66,11 @@ void LoadEnvironment() {
         // "maple2:12345678:denied": the USB node exists but this user may not open it.
         if (id >= 0 && item.find(":denied") != std::string::npos)
             g_world.devices[id]->SetAccessDenied(true);
+        // ":erased" and ":uncalibrated": no image, or an image without tables.
+        if (id >= 0 && item.find(":erased") != std::string::npos)
+            g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_ERASED);
+        if (id >= 0 && item.find(":uncalibrated") != std::string::npos)
+            g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_BLANK_TABLES);
     }
 }
 
