@@ -87,7 +87,8 @@ public:
     static double LowBandDb(double fHz);
 
     // The whole gain of a tone at rfHz in a step of the row whose RF centre
-    // is centreHz. Row 0 ignores the centre: the antenna is sampled directly.
+    // (the RF that lands on the IF centre) is centreHz. Row 0 ignores the
+    // centre: the antenna is sampled directly.
     double MapleGainDb(int row, double centreHz, double rfHz, int attenCode, int roughCode,
                        double celsius) const;
     // The same at the centre of the step, without the IF and shape offsets

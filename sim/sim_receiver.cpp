@@ -213,11 +213,12 @@ bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double cel
         *gainDb = m.MapleGainDb(0, 0.0, rfHz, s.attenCode, s.roughCode, celsius);
         return true;
     }
-    const double delta = f - s.centreHz;
-    if (!GainModel::IfPasses(delta + s.lo2ErrorHz)) return false;
-    const double adc = kIfCentre + (s.flip ? -1.0 : 1.0) * (delta + s.lo2ErrorHz);
-    *cycles = adc / kSampleRate;
-    *gainDb = m.MapleGainDb(s.row, s.centreHz * rho, rfHz, s.attenCode, s.roughCode, celsius);
+    // The IF filter sits at the second IF, so it sees the tone where the
+    // converter does: both oscillators moved together leave it in place.
+    const double ifDelta = f - s.centreHz + s.lo2ErrorHz;
+    if (!GainModel::IfPasses(ifDelta)) return false;
+    *cycles = (kIfCentre + (s.flip ? -1.0 : 1.0) * ifDelta) / kSampleRate;
+    *gainDb = m.MapleGainDb(s.row, rfHz - ifDelta * rho, rfHz, s.attenCode, s.roughCode, celsius);
     return true;
 }
 

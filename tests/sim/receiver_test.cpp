@@ -432,3 +432,21 @@ TEST(ReceiverLarch, CaptureSweepsTheCalibrationToneAcrossTheIf) {
 }
 
 }  // namespace
+
+namespace {
+
+// Both oscillators moved by the same 10 MHz (the host's second-LO offset)
+// leave a tone where it was in the converter's band and at the same level.
+TEST(ReceiverStep, OscillatorsMovedTogetherLeaveTheToneInPlace) {
+    Receiver r(QSSIM_PID_MAPLE_REV1);
+    const auto scene = QuietScene(1000e6 + 300 * kBin, -50.0);
+    const Command plain = StepCommand(1, 1, 1000e6, 1, 13);
+    Command moved = plain;
+    moved.subBands[0].LO1startFreq += 25;  // 10 MHz in 400 kHz
+    moved.subBands[0].LO2Freq += 2;        // 10 MHz in 5 MHz
+    const auto a = r.Packet(plain, scene), b = r.Packet(moved, scene);
+    EXPECT_EQ(PeakBin(b, kIfBin + 250, kIfBin + 350), kIfBin + 300);
+    EXPECT_NEAR(Db(BinAmplitude(b, kIfBin + 300)), Db(BinAmplitude(a, kIfBin + 300)), 0.01);
+}
+
+}  // namespace
