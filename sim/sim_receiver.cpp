@@ -128,9 +128,10 @@ ReceiverStep ReceiverSource::DecodeStep(const Command& command, int subBand, int
         if (table[r].band != hwBand) continue;
         const double ownLo2 = std::floor(table[r].lo2c / kLO2Unit + 0.5) * kLO2Unit;
         const double centre = lo1 - table[r].lo1c;
-        // The row whose second oscillator matches, then whose range holds the centre.
-        double cost = (ownLo2 == lo2 ? 0.0 : 1e12) + std::max(0.0, table[r].minRF - centre) +
-                      std::max(0.0, centre - table[r].maxRF);
+        // The row nearest in second oscillator and in range: a host that
+        // moves both oscillators a little keeps its row.
+        const double cost = std::fabs(lo2 - ownLo2) + std::max(0.0, table[r].minRF - centre) +
+                            std::max(0.0, centre - table[r].maxRF);
         if (cost < best) {
             best = cost;
             s.valid = true;
