@@ -184,6 +184,7 @@ void Firmware::EndRun() {
     }
     m_mode = kIdle;
     m_next[0] = m_next[1] = 0;
+    m_lost[0] = m_lost[1] = 0;
     m_events.clear();
     m_applied[0] = m_applied[1] = 0;
     m_gpifSeen[0] = m_gpifSeen[1] = 0;
@@ -216,7 +217,10 @@ bool Firmware::AddTrigger(int64_t runSample) {
 }
 
 void Firmware::AddEvent(EventKind kind) {
-    const bool running = m_mode == kCounted || m_mode == kStream || m_mode == kDraining;
+    // A counted run whose blocks have all gone out is over for this purpose:
+    // the event belongs to the next run.
+    const bool running = (m_mode == kCounted && FurthestPair() < m_pairLimit) ||
+                         m_mode == kStream || m_mode == kDraining;
     if (!running) {
         if (kind == kGpif) ++m_gpifBase;
         if (kind == kAdc) ++m_adcBase;
@@ -231,8 +235,13 @@ void Firmware::ApplyEvents(int channel) {
     while (m_applied[channel] < m_events.size()) {
         const Event& e = m_events[m_applied[channel]];
         if (m_next[channel] < e.atPair) break;
-        if (e.kind != kSlip || channel == 1)
-            m_next[channel] = std::max(m_next[channel], e.atPair + e.skip);
+        if (e.kind != kSlip || channel == 1) {
+            const int64_t next = std::max(m_next[channel], e.atPair + e.skip);
+            // A lost packet is only a gap in the count: a counted run still
+            // sends its full number of packets on that channel.
+            if (e.kind == kSlip) m_lost[channel] += next - m_next[channel];
+            m_next[channel] = next;
+        }
         if (e.kind == kOverrun) {
             ++m_gpifSeen[channel];
             m_overrunPending[channel] = false;
@@ -299,7 +308,8 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
             ApplyEvents(channel);
             if (m_next[channel] >= ProducedPairs(now)) break;
         }
-        if (m_next[channel] >= m_pairLimit) break;
+        const int64_t limit = m_mode == kCounted ? m_pairLimit + m_lost[channel] : m_pairLimit;
+        if (m_next[channel] >= limit) break;
         MakePacket(channel, m_next[channel], dst + copied);
         ++m_next[channel];
         ++m_packetsServed[channel];

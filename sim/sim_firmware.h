@@ -209,6 +209,7 @@ private:
     int64_t m_next[2] = {0, 0};     // next pair of the run on each channel
     int64_t m_runBasePair = 0;      // device-lifetime pairs before this run
     std::vector<Event> m_events;
+    int64_t m_lost[2] = {0, 0};  // packets a slip left out of each channel's count
     size_t m_applied[2] = {0, 0};
     int m_gpifSeen[2] = {0, 0};
     int m_adcSeen[2] = {0, 0};

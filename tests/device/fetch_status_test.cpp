@@ -1,0 +1,114 @@
+// The common final status of a sweep fetch, driven by what the simulated
+// device reports in its sample blocks, and the device's own reports
+// (monitor values, flash) through the public calls.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <new>
+#include <vector>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+#include "sim_fixture.h"
+
+namespace {
+
+class SweepFetch : public OpenSimulatedDevice {
+protected:
+    void SetUp() override {
+        OpenSimulatedDevice::SetUp();
+        ASSERT_EQ(qsConfigureCenterSpan(h, 1.0e9, 20e6), qsNoError);
+        ASSERT_EQ(qsConfigureSweepCoupling(h, 100e3, 100e3, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
+        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+        unsigned n = 0;
+        double bin = 0, start = 0;
+        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+        min.resize(n);
+        max.resize(n);
+    }
+    qsStatus Fetch() { return qsFetchTrace(h, static_cast<int>(min.size()), min.data(), max.data()); }
+
+    std::vector<double> min, max;
+};
+
+TEST_F(SweepFetch, ConverterOverflowIsReportedOnce) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    qssim_step_adc_overflow(sim);
+    EXPECT_EQ(Fetch(), qsADCOverflow);
+    EXPECT_EQ(Fetch(), qsNoError);
+}
+
+TEST_F(SweepFetch, DeviceOverrunMakesOneSweepUncalibrated) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    qssim_step_gpif_overflow(sim);
+    qssim_step_adc_overflow(sim);
+    // The overrun outranks the overflow and clears it with it.
+    EXPECT_EQ(Fetch(), qsUncalSweep);
+    EXPECT_EQ(Fetch(), qsNoError);
+}
+
+TEST_F(SweepFetch, ChannelsOutOfStepFailTheFetch) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    qssim_slip_channel2(sim);
+    EXPECT_EQ(Fetch(), qsPacketFramingErr);
+}
+
+TEST_F(SweepFetch, AnUnpluggedDeviceEndsTheFetchWithAConnectionError) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    qssim_remove_device(sim);
+    EXPECT_EQ(Fetch(), qsDeviceConnectionErr);
+    EXPECT_EQ(Fetch(), qsDeviceConnectionErr);
+}
+
+TEST_F(SweepFetch, AStalledTransferEndsTheFetchWithATimeout) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    qssim_stall_transfer(sim, 0x82);
+    EXPECT_EQ(Fetch(), qsUSBTimeoutErr);
+}
+
+TEST_F(SweepFetch, MonitorValuesArriveWithTheBlocksAndTheMapleCurrentIsDoubled) {
+    qssim_set_temperature(sim, 41.5);
+    for (int i = 0; i < 8; ++i) ASSERT_EQ(Fetch(), qsNoError);
+    float temperature = 0, volts = 0, current = 0;
+    ASSERT_EQ(qsGetDeviceDiagnostics(h, &temperature, &volts, &current), qsNoError);
+    EXPECT_NEAR(temperature, 41.5, 0.125);
+    EXPECT_GT(volts, 4.0f);
+    EXPECT_LT(volts, 5.5f);
+    // The simulated Maple reports half its current on the wire, as the
+    // instrument does; the library doubles it back.
+    EXPECT_GT(current, 400.0f);
+    unsigned id = 0;
+    ASSERT_EQ(qsGetFPGAid(h, &id), qsNoError);
+    EXPECT_NE(id, 0u);
+}
+
+using Flash = OpenSimulatedDevice;
+
+TEST_F(Flash, AWrittenBlockReadsBackAndTheRestOfThePageIsUntouched) {
+    // Page 40 is outside the calibration image; write block 256 * 40 + 3.
+    std::vector<unsigned char> before(65536), after(65536), data(256);
+    ASSERT_EQ(qsReadFlash(h, 40, before.data()), qsNoError);
+    for (int i = 0; i < 256; ++i) data[i] = static_cast<unsigned char>(i ^ 0x5A);
+    ASSERT_EQ(qsWriteFlash(h, 256 * 40 + 3, data.data()), qsNoError);
+    ASSERT_EQ(qsReadFlash(h, 40, after.data()), qsNoError);
+    for (int i = 0; i < 65536; ++i) {
+        const bool written = i >= 3 * 256 && i < 4 * 256;
+        ASSERT_EQ(after[i], written ? (before[i] & data[i - 3 * 256]) : before[i]) << i;
+    }
+}
+
+TEST_F(Flash, AShortPageReadLeavesTheNextSweepClean) {
+    std::vector<unsigned char> page(65536);
+    qssim_short_flash_page(sim, 1000);
+    ASSERT_EQ(qsReadFlash(h, 40, page.data()), qsNoError);  // the call itself succeeds
+    // A sweep after it starts clean: the status belongs to the read.
+    ASSERT_EQ(qsConfigureCenterSpan(h, 1.0e9, 20e6), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+    unsigned n = 0;
+    double bin = 0, start = 0;
+    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+    std::vector<double> a(n), b(n);
+    EXPECT_EQ(qsFetchTrace(h, static_cast<int>(n), a.data(), b.data()), qsNoError);
+}
+
+}  // namespace
