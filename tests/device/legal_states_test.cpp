@@ -15,7 +15,8 @@ namespace {
 struct Row {
     const char* call;
     std::function<qsStatus(int)> run;
-    qsStatus idle;  // -3 for a fetch or query of a mode that does not run
+    qsStatus idle;   // -3 for a fetch or query of a mode that does not run
+    qsStatus sweep;  // while a swept measurement is configured
 };
 
 std::vector<Row> Rows() {
@@ -27,19 +28,19 @@ std::vector<Row> Rows() {
     static int a, b;
     static short iq[64];
     return {
-        {"qsConfigureCenterSpan", [](int h) { return qsConfigureCenterSpan(h, 1e9, 1e6); }, qsNoError},
-        {"qsConfigureIO", [](int h) { return qsConfigureIO(h, 0, 0); }, qsNoError},
+        {"qsConfigureCenterSpan", [](int h) { return qsConfigureCenterSpan(h, 1e9, 1e6); }, qsNoError, qsNoError},
+        {"qsConfigureIO", [](int h) { return qsConfigureIO(h, 0, 0); }, qsNoError, qsDeviceNotIdleErr},
         {"qsConfigureDemod",
          [](int h) { return qsConfigureDemod(h, QS_DEMOD_AM, 1e8, 1e4f, 5e3f, 20.0f, 75.0f); },
-         qsNoError},
-        {"qsAbort", [](int h) { return qsAbort(h); }, qsDeviceNotConfiguredErr},
-        {"qsFetchTrace", [](int h) { return qsFetchTrace(h, 0, d, d); }, qsDeviceNotConfiguredErr},
+         qsNoError, qsNoError},
+        {"qsAbort", [](int h) { return qsAbort(h); }, qsDeviceNotConfiguredErr, qsNoError},
+        {"qsFetchTrace", [](int h) { return qsFetchTrace(h, 0, d, d); }, qsDeviceNotConfiguredErr, qsNoError},
         {"qsFetchTrace_32f", [](int h) { return qsFetchTrace_32f(h, 0, f, f); },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsNoError},
         {"qsFetchRealTimeFrame", [](int h) { return qsFetchRealTimeFrame(h, f, f, nullptr, nullptr); },
-         qsDeviceNotConfiguredErr},
-        {"qsFetchAudio", [](int h) { return qsFetchAudio(h, f); }, qsDeviceNotConfiguredErr},
-        {"qsFetchRaw", [](int h) { return qsFetchRaw(h, f, ints); }, qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
+        {"qsFetchAudio", [](int h) { return qsFetchAudio(h, f); }, qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
+        {"qsFetchRaw", [](int h) { return qsFetchRaw(h, f, ints); }, qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsGetIQ",
          [](int h) {
              qsIQPacket pkt{};
@@ -47,23 +48,23 @@ std::vector<Row> Rows() {
              pkt.iqCount = 16;
              return qsGetIQ(h, &pkt);
          },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsGetIQUnpacked",
          [](int h) {
              return qsGetIQUnpacked(h, iq, 16, nullptr, 0, 0, &a, &b, nullptr, nullptr);
          },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsQueryTraceInfo", [](int h) { return qsQueryTraceInfo(h, &len, &value, &value); },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsNoError},
         {"qsQueryRealTimeInfo", [](int h) { return qsQueryRealTimeInfo(h, &a, &b); },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsQueryRealTimePoi", [](int h) { return qsQueryRealTimePoi(h, &value); },
-         qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsQueryStreamInfo", [](int h) { return qsQueryStreamInfo(h, &a, &value, &b); },
-         qsDeviceNotConfiguredErr},
-        {"qsGetIQCorrection", [](int h) { return qsGetIQCorrection(h, f); }, qsDeviceNotConfiguredErr},
+         qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
+        {"qsGetIQCorrection", [](int h) { return qsGetIQCorrection(h, f); }, qsDeviceNotConfiguredErr, qsDeviceNotConfiguredErr},
         {"qsGetDeviceDiagnostics", [](int h) { return qsGetDeviceDiagnostics(h, f, f, f); },
-         qsNoError},
+         qsNoError, qsNoError},
     };
 }
 
@@ -71,6 +72,17 @@ using LegalStates = OpenSimulatedDevice;
 
 TEST_F(LegalStates, AnIdleDeviceAnswersEachCallAsTheTableSays) {
     for (const Row& row : Rows()) EXPECT_EQ(row.run(h), row.idle) << row.call;
+}
+
+// The buffers hold any trace of the sweep configured below.
+TEST_F(LegalStates, ASweepingDeviceAnswersEachCallAsTheTableSays) {
+    for (const Row& row : Rows()) {
+        // Each row runs in a freshly configured sweep: qsAbort ends one.
+        ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 10e6), qsNoError);
+        ASSERT_EQ(qsConfigureSweepCoupling(h, 300e3, 300e3, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
+        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+        EXPECT_EQ(row.run(h), row.sweep) << row.call;
+    }
 }
 
 TEST_F(LegalStates, EveryCallChecksItsHandleFirst) {
