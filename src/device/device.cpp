@@ -118,6 +118,11 @@ qsStatus Device::Abort() {
     if (m_mode.load() == QS_MODE_IDLE) return qsDeviceNotConfiguredErr;
     m_fftReady = false;
     if (IsStreaming()) StopStreaming();
+    // The interface thread may still be inside StoreData with the last
+    // blocks of a sweep (it looked at m_fftReady before they came); the
+    // engine must outlive them. Back in idle with nothing queued, the
+    // thread has left StoreData for good.
+    while (m_usb->CommandsQueued() > 0 || !m_usb->IsIdle()) usleep(1000);
     m_mode = QS_MODE_IDLE;
     m_secondsFromCPU = 0;
     m_partialSecond = 0.0;
