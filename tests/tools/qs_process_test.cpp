@@ -19,7 +19,6 @@
 #include <vector>
 
 #include "qs_api.h"
-#include "qs_sim.h"
 
 extern char** environ;
 
