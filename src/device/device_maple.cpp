@@ -7,6 +7,8 @@
 #include <exception>
 #include <vector>
 
+#include <unistd.h>
+
 #include "calibration/corrections_maple.h"
 #include "dsp/qs_lib.h"
 #include "settings/settings.h"
@@ -360,6 +362,49 @@ int DeviceMaple::SetupCommand() {
     m_cmd.subBandCount = static_cast<uint16_t>(si.activeBandCnt + rps.m_residualCount);
     const int copied = std::min<int>(m_cmd.subBandCount, QS_MAX_SUBBANDS);
     std::memcpy(m_cmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(copied));
+    CorrMaple().GetRoughGainArray(m_cmd.roughCorrArray, si.patchInfo);
+    return 0;
+}
+
+int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
+    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    SweepInfo& si = m_sweepInfo;
+    const int row = bandZero ? 0 : std::min(get_band_maple(GetRev(), center), MAPLE_LO_ROWS - 1);
+    const LOLUTMaple& lut = lolutMaple[row];
+
+    m_cmd.headerType = QS_CMD_CONFIGURE;
+    m_cmd.commandType = QS_CFG_STREAM;
+    m_cmd.subBandCount = 1;
+
+    s3Ctrl_t s{};
+    s.stream = 1;
+    s.band = static_cast<int8_t>(lut.band);
+    s.gain = m_corr->GetGain(row);
+    s.atten = m_corr->GetAtten(row);
+    s.pktsz = 4;
+
+    si.initialBand = row;
+    si.secondLOOffset = 0.0;
+    si.activeBandCnt = 1;
+
+    subBand_t sb{};
+    sb.LO1startFreq = static_cast<uint16_t>(round_to_int((center + lut.lo1c) / kLO1Unit));
+    sb.LO2Freq = static_cast<uint16_t>(round_to_int(lut.lo2c / kLO2Unit));
+    sb.LO1stepFreq = 200;
+    sb.packetsPerFreq = 16;
+    sb.stepCount = 4096;
+
+    Patch patch;
+    patch.length = si.fftSize / 4;
+    patch.band = row;
+    patch.if_offset = si.IFOffset;
+    patch.center_freq = center;
+    patch.if_center = 0.0;
+    patch.flip_spectrum = lut.flip;
+    si.patchInfo.Append(patch);
+
+    PackSettings(&s, sb.settings);
+    std::memcpy(&m_cmd.subBandArray[0], &sb, sizeof sb);
     CorrMaple().GetRoughGainArray(m_cmd.roughCorrArray, si.patchInfo);
     return 0;
 }

@@ -29,6 +29,11 @@ public:
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();
 
+    // The one-position command of the streaming modes: sub-band 0 streams
+    // from the LO position of `center` (row 0 when bandZero) and one patch
+    // describes it. Waits until the mailbox is empty first. Always 0.
+    int SetupRealTimeCommand(double center, bool bandZero);
+
     // The four control bytes of a sub-band. s.gain is not packed on this
     // model; the low byte of the port mask goes into byte 0.
     void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;
