@@ -59,6 +59,7 @@ void VideoNarrow::Process(Ipp64fc* in, Ipp64f* outMin, Ipp64f* outMax, int video
     ippsZero_64f(outMax, fftDiv4);
     ippsZero_64f(filtered, fftDiv4);
 
+    int averageOver = 0;
     if (videoUnits == QS_VIDEO_SAMPLE) {
         ippsMul_64fc(in, window, windowedBuf, fftSize);
         fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
@@ -66,6 +67,7 @@ void VideoNarrow::Process(Ipp64fc* in, Ipp64f* outMin, Ipp64f* outMax, int video
         ippsCopy_64f(outMin, outMax, fftDiv4);
         videoUnits = QS_VIDEO_POWER;
     } else {
+        if (detector == QS_DETECTOR_AVERAGE) averageOver = steps;
         video::DetectState st;
         for (int i = 0; i < steps; ++i) {
             ippsMul_64fc(in + size_t(i) * size_t(stepSize), window, windowedBuf, fftSize);
@@ -77,18 +79,8 @@ void VideoNarrow::Process(Ipp64fc* in, Ipp64f* outMin, Ipp64f* outMax, int video
             }
             video::Accumulate(ampBuf, filtered, outMin, outMax, fftDiv4, detector, a0, b1, st);
         }
-        if (detector == QS_DETECTOR_AVERAGE) {
-            ippsMulC_64f(outMin, 1.0 / steps, outMin, fftDiv4);
-            ippsCopy_64f(outMin, outMax, fftDiv4);
-        }
     }
-
-    video::ToOutputUnits(outMin, fftDiv4, videoUnits, outUnits);
-    video::ToOutputUnits(outMax, fftDiv4, videoUnits, outUnits);
-    if (flip_spectrum) {
-        ippsFlip_64f_I(outMin, fftDiv4);
-        ippsFlip_64f_I(outMax, fftDiv4);
-    }
+    video::Finish(outMin, outMax, fftDiv4, averageOver, videoUnits, outUnits, flip_spectrum);
 }
 
 }  // namespace qs

@@ -53,6 +53,20 @@ void Accumulate(Ipp64f* amp, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, i
     }
 }
 
+void Finish(Ipp64f* outMin, Ipp64f* outMax, int len, int averageOver, int videoUnits, int outUnits,
+            bool flip) {
+    if (averageOver > 0) {
+        ippsMulC_64f(outMin, 1.0 / averageOver, outMin, len);
+        ippsCopy_64f(outMin, outMax, len);
+    }
+    ToOutputUnits(outMin, len, videoUnits, outUnits);
+    ToOutputUnits(outMax, len, videoUnits, outUnits);
+    if (flip) {
+        ippsFlip_64f_I(outMin, len);
+        ippsFlip_64f_I(outMax, len);
+    }
+}
+
 void ToOutputUnits(Ipp64f* v, int len, int videoUnits, int outUnits) {
     // The short constants are used as they stand: 223.6 is sqrt(50000) (the
     // step from sqrt(mW) to mV in 50 ohm), 46.9897 the same in dB, and
@@ -122,6 +136,7 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
     // packs the two purely real end bins).
     const Ipp64fc* kept = complexBuf.ptr + (fftDiv8 + offset);
 
+    int averageOver = 0;
     if (videoUnits == QS_VIDEO_SAMPLE) {
         ippsMul_64f(in, window, windowedBuf, fftSize);
         fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
@@ -129,6 +144,7 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
         ippsCopy_64f(outMin, outMax, fftDiv4);
         videoUnits = QS_VIDEO_POWER;
     } else {
+        if (detector == QS_DETECTOR_AVERAGE) averageOver = steps;
         video::DetectState st;
         for (int i = 0; i < steps; ++i) {
             ippsMul_64f(in + size_t(i) * size_t(stepSize), window, windowedBuf, fftSize);
@@ -144,18 +160,8 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
             }
             video::Accumulate(ampBuf, filtered, outMin, outMax, fftDiv4, detector, a0, b1, st);
         }
-        if (detector == QS_DETECTOR_AVERAGE) {
-            ippsMulC_64f(outMin, 1.0 / steps, outMin, fftDiv4);
-            ippsCopy_64f(outMin, outMax, fftDiv4);
-        }
     }
-
-    video::ToOutputUnits(outMin, fftDiv4, videoUnits, outUnits);
-    video::ToOutputUnits(outMax, fftDiv4, videoUnits, outUnits);
-    if (flip) {
-        ippsFlip_64f_I(outMin, fftDiv4);
-        ippsFlip_64f_I(outMax, fftDiv4);
-    }
+    video::Finish(outMin, outMax, fftDiv4, averageOver, videoUnits, outUnits, flip);
 }
 
 }  // namespace qs

@@ -51,6 +51,12 @@ void Accumulate(Ipp64f* amp, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, i
 // QS_OUT_DBM, QS_OUT_MV or QS_OUT_MW, in place.
 void ToOutputUnits(Ipp64f* v, int len, int videoUnits, int outUnits);
 
+// The end of a chunk's detection, shared by both processors: the mean of
+// averageOver summed transforms into both outputs (none for 0), the output
+// units, and the reversal of a flipped row.
+void Finish(Ipp64f* outMin, Ipp64f* outMax, int len, int averageOver, int videoUnits, int outUnits,
+            bool flip);
+
 }  // namespace video
 
 class VideoIIR {
