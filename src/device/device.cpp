@@ -134,6 +134,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     // The engines of the other modes join here as they are built.
     m_fftReady = false;
     m_fft.reset();
+    m_dsfft.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -220,9 +221,17 @@ qsStatus Device::GetIQCorrection(float& correction) const {
 
 template <typename T>
 qsStatus Device::GetSweep(T* min, T* max) {
-    if (m_mode.load() != QS_MODE_SWEEP || !m_fft) return qsDeviceNotConfiguredErr;
+    if (m_mode.load() != QS_MODE_SWEEP || (!m_fft && !m_dsfft)) return qsDeviceNotConfiguredErr;
     AddCommand();
-    const qsStatus status = FinalStatus(m_fft->GetSweep(min, max, m_corr->GetCorrections()));
+    const VecDouble& corr = m_corr->GetCorrections();
+    qsStatus engine;
+    if (m_sweepInfo.dsRatio < 2)
+        engine = m_fft->GetSweep(min, max, corr);
+    else if (m_settings->ImageReject())
+        engine = m_dsfft->GetNoiseRejectSweep(min, max, corr);
+    else
+        engine = m_dsfft->GetStandardSweep(min, max, corr);
+    const qsStatus status = FinalStatus(engine);
     return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
 }
 template qsStatus Device::GetSweep<float>(float*, float*);
@@ -276,8 +285,8 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
     m_triggerBufCnt = 0;
     switch (m_mode.load()) {
         case QS_MODE_SWEEP:
-            // A narrow plan is refused at set-up, so a sweep here is wide.
-            return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
+            if (m_sweepInfo.dsRatio < 2) return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
+            return m_dsfft ? m_dsfft->Store(m_rawUnpacked, ppf, index) : 0;
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();

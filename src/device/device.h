@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "calibration/corrections.h"
+#include "engines/engine_narrow.h"
 #include "engines/engine_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
@@ -182,6 +183,9 @@ protected:
     // The engine of a wide sweep; built by the model's sweep set-up,
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<SweepEngine> m_fft;
+    // The engine of a narrow sweep (dsRatio 16 or 256), built instead of
+    // m_fft.
+    std::unique_ptr<NarrowSweep> m_dsfft;
 };
 
 }  // namespace qs

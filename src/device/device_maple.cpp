@@ -120,15 +120,11 @@ qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
     return qsNoError;
 }
 
-qsStatus DeviceMaple::BuildSweepEngine() {
-    if (m_sweepInfo.dsRatio > 1) {
-        // m_dsfft = new NarrowSweep(&m_sweepInfo, m_settings) joins here.
-        // Until it exists a narrow plan is refused, so no fetch can wait
-        // for an engine that is not there.
-        return qsNotSupportedErr;
-    }
-    m_fft.reset(new SweepEngine_Maple(&m_sweepInfo, m_settings));
-    return qsNoError;
+void DeviceMaple::BuildSweepEngine() {
+    if (m_sweepInfo.dsRatio > 1)
+        m_dsfft.reset(new NarrowSweep(&m_sweepInfo, m_settings));
+    else
+        m_fft.reset(new SweepEngine_Maple(&m_sweepInfo, m_settings));
 }
 
 qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
@@ -269,8 +265,7 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
             }
         }
 
-        const qsStatus engine = BuildSweepEngine();
-        if (engine != qsNoError) return engine;
+        BuildSweepEngine();
     } catch (const std::exception&) {
         return qsAllocationLimitErr;
     }

@@ -60,9 +60,8 @@ protected:
     qsStatus ConfigureBandZeroOnlySweep();
 
     // The one place where a planned sweep gets its engine: SweepEngine_Maple
-    // for dsRatio 1, NarrowSweep above. Returns qsNoError once the engine
-    // exists; until then a planned sweep refuses to start.
-    qsStatus BuildSweepEngine();
+    // for dsRatio 1, NarrowSweep above. Throws as the engines do.
+    void BuildSweepEngine();
 
     CorrectionsMaple& CorrMaple();
 

@@ -444,18 +444,6 @@ TEST_F(MaplePlanning, RBWAboveSpanIsRefusedWithThePlanUntouched) {
     EXPECT_EQ(device->GetMode(), QS_MODE_IDLE);
 }
 
-TEST_F(MaplePlanning, ANarrowPlanDoesNotClaimToRunWithoutItsEngine) {
-    Open(QSSIM_PID_MAPLE_REV1);
-    EXPECT_EQ(Plan({100e6, 200e6}), qsNoError);
-    EXPECT_EQ(device->GetMode(), QS_MODE_SWEEP);
-    SweepRequest narrow{99.995e6, 100.005e6};
-    narrow.rbw = narrow.vbw = 100.0;
-    EXPECT_EQ(Plan(narrow), qsNotSupportedErr);
-    EXPECT_EQ(device->GetMode(), QS_MODE_IDLE);
-    // The plan still stands for inspection.
-    EXPECT_EQ(Info().dsRatio, 16);
-}
-
 TEST_F(MaplePlanning, DeviceAnswersTheCommandWithThePlannedBlocks) {
     Open(QSSIM_PID_MAPLE_REV2);
     struct Case {
@@ -482,21 +470,6 @@ TEST_F(MaplePlanning, DeviceAnswersTheCommandWithThePlannedBlocks) {
         EXPECT_EQ(device->BlocksReceived() - blocksBefore, c.blocks);
         EXPECT_EQ(device->TransferStatus(), qsNoError);
     }
-}
-
-TEST(MaplePlanningPublic, NarrowSweepReportsNotSupportedAndFetchDoesNotWait) {
-    qssim_reset();
-    qssim_add_device(QSSIM_PID_MAPLE_REV2, 12345678);
-    int h = -1;
-    ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 12345678), qsNoError);
-    ASSERT_EQ(qsConfigureCenterSpan(h, 100e6, 10000.0), qsNoError);
-    ASSERT_EQ(qsConfigureSweepCoupling(h, 100.0, 100.0, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE),
-              qsNoError);
-    EXPECT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNotSupportedErr);
-    std::vector<double> mn(264), mx(264);
-    EXPECT_EQ(qsFetchTrace(h, 264, mn.data(), mx.data()), qsDeviceNotConfiguredErr);
-    EXPECT_EQ(qsCloseDevice(h), qsNoError);
-    qssim_reset();
 }
 
 }  // namespace

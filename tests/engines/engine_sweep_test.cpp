@@ -24,29 +24,7 @@
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 
-// Every operator new of the process is counted, so a test can tell that a
-// stretch of the data path allocated nothing.
-namespace {
-std::atomic<long> g_allocations{0};
-// Out of line, so the compiler does not pair this malloc with the free
-// below and warn about a mismatch it cannot see through.
-__attribute__((noinline)) void* counted(std::size_t n) {
-    ++g_allocations;
-    return std::malloc(n ? n : 1);
-}
-__attribute__((noinline)) void release(void* p) { std::free(p); }
-}  // namespace
-void* operator new(std::size_t n) {
-    if (void* p = counted(n)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t n) { return operator new(n); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return counted(n); }
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return counted(n); }
-void operator delete(void* p) noexcept { release(p); }
-void operator delete[](void* p) noexcept { release(p); }
-void operator delete(void* p, std::size_t) noexcept { release(p); }
-void operator delete[](void* p, std::size_t) noexcept { release(p); }
+#include "allocation_counter.inc"
 
 namespace {
 
@@ -436,13 +414,13 @@ TEST(SweepEngine, DataPathDoesNotAllocate) {
     std::atomic<long> inStore{-1};
     std::thread feeder([&] {
         int index = 0;
-        const long before = g_allocations.load();
+        const long before = qs_test::Allocations();
         for (size_t at = 0; at < s.size(); at += BLOCK) index = e.Store(s.data() + at, r.info.ppf, index);
-        inStore = g_allocations.load() - before;
+        inStore = qs_test::Allocations() - before;
     });
-    const long before = g_allocations.load();
+    const long before = qs_test::Allocations();
     e.GetSweep(mn.data(), mx.data(), corr);
-    const long during = g_allocations.load() - before;
+    const long during = qs_test::Allocations() - before;
     feeder.join();
     // Counts every thread: Store, the workers and the fetch.
     EXPECT_EQ(inStore.load(), 0);

@@ -151,6 +151,43 @@ TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     EXPECT_LT(levelAt(1.3e9 + 2.5 * rbw), -40.0 - 20.0);
 }
 
+// Narrow spans at fine resolution go through the tuned and decimated path:
+// ratio 16 and 256, in an ordinary row, a flipped one and the low band,
+// and with image rejection (two looks 800 kHz apart).
+TEST_P(SweepTruth, NarrowSpansReadTheToneBack) {
+    const bool rev2 = GetParam() == QSSIM_PID_MAPLE_REV2;
+    const struct {
+        double freq, level, span, rbw;
+        bool flipped;
+    } cases[] = {
+        {1.5e9, -40.0, 200e3, 1e3, rev2},  // ratio 16
+        {2.2e9, -50.0, 20e3, 100.0, true},  // ratio 256, a flipped row
+        {1.0e6, -30.0, 200e3, 1e3, false},   // low band
+    };
+    for (const auto& c : cases) {
+        qssim_clear_signals(id);
+        qssim_set_tone(id, c.freq, c.level);
+        ExpectTone(Sweep(c.freq - c.span / 2, c.freq + c.span / 2, c.rbw, c.level + 10.0), c.freq, c.level,
+                   c.flipped);
+    }
+    qssim_clear_signals(id);
+    qssim_set_tone(id, 1.1e9, -40.0);
+    ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 100e3), qsNoError);
+    ASSERT_EQ(qsConfigureSweepCoupling(h, 1e3, 1e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_IMAGE), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+    Trace t;
+    unsigned n = 0;
+    ASSERT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
+    t.min.resize(n);
+    t.max.resize(n);
+    // Twice, so the second sweep runs on the filters and oscillator the
+    // first left running.
+    for (int i = 0; i < 2; ++i) {
+        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
+        ExpectTone(t, 1.1e9, -40.0, rev2);
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(BothRevisions, SweepTruth,
                          ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2),
                          [](const ::testing::TestParamInfo<int>& info) {

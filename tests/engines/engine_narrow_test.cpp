@@ -1,0 +1,119 @@
+// Narrow sweep engine on synthetic blocks: where a tone near the tuned IF
+// lands at both ratios and after a spectrum flip, that a sweep's last
+// packet starts the next sweep afresh, destruction at any point, and a
+// data path that allocates nothing.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cmath>
+#include <cstdlib>
+#include <new>
+#include <thread>
+#include <vector>
+
+#include "allocation_counter.h"
+#include "engines/engine_narrow.h"
+#include "qs_api.h"
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+
+namespace {
+
+constexpr int PKT = 18688;
+constexpr int BLOCK = 16 * PKT;
+
+// A narrow plan of one step (two with rejection) of ppf packets, the 4 of
+// settling included, tuned to centreKHz; whole blocks make a sweep.
+struct Rig {
+    qs::SettingsMaple settings;
+    qs::SweepInfo info;
+    Rig(int ratio, int ppf, int centreKHz, bool flip = false, int steps = 1) {
+        info.fftSize = ratio == 16 ? 16384 : 65536;  // 1024 and 256 points decimated
+        info.zeroPadAmount = 0;
+        info.dsRatio = ratio;
+        info.ppf = ppf;
+        info.chunkSize = ppf * PKT;
+        info.stepCount = steps;
+        info.firstPatchSkipCnt = 0;
+        info.traceLen = info.fftSize / ratio / 4;
+        info.narrow_center[0] = info.narrow_center[1] = centreKHz;
+        info.patchInfo.Append(qs::Patch{info.traceLen, 1, 0, 0.0, 0.0, flip});
+        settings.SetVBW(1e9);
+        settings.SetVideoUnits(QS_VIDEO_POWER);
+        settings.SetDetector(QS_DETECTOR_AVERAGE);
+        settings.SetLogScale(true);
+        settings.SetImageReject(steps == 2);
+    }
+    // Decimated rate and the output's bin, Hz.
+    double Rate() const { return 8e7 / info.dsRatio; }
+    double Bin() const { return Rate() / (info.fftSize / info.dsRatio); }
+};
+
+// Samples of a tone at freqHz (real, at 80 MHz), whole blocks covering the
+// sweep, the phase running on from sample `from`.
+std::vector<Ipp16s> tone_blocks(const Rig& r, double freqHz, long from = 0) {
+    const int packets = r.info.ppf * r.info.stepCount;
+    std::vector<Ipp16s> s(size_t((packets + 15) / 16) * BLOCK);
+    for (size_t i = 0; i < s.size(); ++i)
+        s[i] = Ipp16s(std::lround(8000.0 * std::cos(2 * M_PI * freqHz * double(long(i) + from) / 8e7)));
+    return s;
+}
+
+std::vector<double> sweep(qs::NarrowSweep& e, const Rig& r, const std::vector<Ipp16s>& s) {
+    const std::vector<double> corr(size_t(r.info.stepCount * r.info.traceLen), 0.0);
+    std::vector<double> mn(size_t(r.info.traceLen)), mx(size_t(r.info.traceLen));
+    std::thread feeder([&] {
+        for (size_t at = 0; at < s.size(); at += BLOCK) e.Store(const_cast<Ipp16s*>(s.data() + at), 0, 0);
+    });
+    const qsStatus st = r.settings.ImageReject() ? e.GetNoiseRejectSweep(mn.data(), mx.data(), corr)
+                                                 : e.GetStandardSweep(mn.data(), mx.data(), corr);
+    feeder.join();
+    EXPECT_EQ(st, qsNoError);
+    return mx;
+}
+
+int peak(const std::vector<double>& v) { return int(std::max_element(v.begin(), v.end()) - v.begin()); }
+
+TEST(NarrowSweep, AToneLandsAtItsOffsetFromTheTunedIf) {
+    const struct {
+        int ratio, ppf;
+        bool flip;
+        double offsetBins;
+    } cases[] = {{16, 16, false, 100}, {16, 16, false, -37}, {16, 16, true, 100}, {256, 32, false, 30}};
+    for (const auto& c : cases) {
+        Rig r(c.ratio, c.ppf, 20000, c.flip);
+        qs::NarrowSweep e(&r.info, &r.settings);
+        // Zero frequency sits in the middle of the output; a flipped step
+        // mirrors the tone about it.
+        const double f = 20e6 + (c.flip ? -1 : 1) * c.offsetBins * r.Bin();
+        const std::vector<double> out = sweep(e, r, tone_blocks(r, f));
+        EXPECT_EQ(peak(out), r.info.traceLen / 2 + int(c.offsetBins)) << c.ratio << " " << c.offsetBins;
+    }
+}
+
+TEST(NarrowSweep, EachSweepStartsItsRecordAfreshAndTheTwoStepsAgree) {
+    Rig r(16, 8, 20000, false, 2);
+    qs::NarrowSweep e(&r.info, &r.settings);
+    const double f = 20e6 + 50 * r.Bin();
+    const long perSweep = BLOCK;
+    const std::vector<double> first = sweep(e, r, tone_blocks(r, f));
+    const std::vector<double> second = sweep(e, r, tone_blocks(r, f, perSweep));
+    EXPECT_EQ(peak(first), r.info.traceLen / 2 + 50);
+    EXPECT_EQ(peak(second), peak(first));
+    EXPECT_NEAR(second[size_t(peak(second))], first[size_t(peak(first))], 0.1);
+}
+
+TEST(NarrowSweep, DestructionNeverHangsAndStoreAllocatesNothing) {
+    for (int ratio : {16, 256}) {
+        Rig r(ratio, 32, 20000);
+        { qs::NarrowSweep idle(&r.info, &r.settings); }
+        const std::vector<Ipp16s> s = tone_blocks(r, 20.1e6);
+        qs::NarrowSweep e(&r.info, &r.settings);
+        const long before = qs_test::Allocations();
+        e.Store(const_cast<Ipp16s*>(s.data()), 0, 0);  // part of a sweep, then the end
+        EXPECT_EQ(qs_test::Allocations() - before, 0);
+    }
+}
+
+}  // namespace
