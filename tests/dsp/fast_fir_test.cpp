@@ -27,20 +27,25 @@ cd response(const std::vector<float>& h, double f) {
 }
 
 // e^(j 2 pi x) with x reduced first, so that long runs keep their phase.
-cd turn(long double x) { return std::polar(1.0, kTwoPi * double(x - std::floor(x))); }
+cd turn(double x) { return std::polar(1.0, kTwoPi * (x - std::floor(x))); }
 cd cplx(const Ipp32fc& v) { return cd(v.re, v.im); }
 
 struct Tone {
     double f, amp, phase;
 };
 
+// A phasor turned sample by sample, set afresh every 1024 samples so that
+// rounding can't build up.
 std::vector<float> real_tones(const std::vector<Tone>& tones, int n) {
-    std::vector<float> x(size_t(n), 0.0f);
-    for (int t = 0; t < n; ++t) {
-        for (const Tone& tn : tones)
-            x[size_t(t)] += float(tn.amp * (turn((long double)tn.f * t) * std::polar(1.0, tn.phase)).real());
+    std::vector<double> x(size_t(n), 0.0);
+    for (const Tone& tn : tones) {
+        const cd step = turn(tn.f);
+        for (int t0 = 0; t0 < n; t0 += 1024) {
+            cd p = tn.amp * turn(tn.f * t0) * std::polar(1.0, tn.phase);
+            for (int t = t0; t < std::min(n, t0 + 1024); ++t, p *= step) x[size_t(t)] += p.real();
+        }
     }
-    return x;
+    return std::vector<float>(x.begin(), x.end());
 }
 
 std::vector<Ipp32fc> run(FastFIR_32f& fir, std::vector<float>& x, int calls) {
@@ -89,10 +94,10 @@ public:
     }
     // Output sample q; valid from settled() on (both stages full of history).
     cd at(long q) const {
-        const long u = q * d2_;                      // first-stage output index
-        const long double T = (long double)u * d1_;  // input time
+        const long u = q * d2_;            // first-stage output index
+        const double T = double(u) * d1_;  // input time
         cd z = 0.0;
-        for (const auto& p : parts_) z += p.second * turn((long double)p.first * T - 0.25L * T + (long double)ft_ * u);
+        for (const auto& p : parts_) z += p.second * turn(p.first * T - 0.25 * T + ft_ * double(u));
         return z;
     }
     long settled() const { return settled_; }
