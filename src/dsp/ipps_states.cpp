@@ -1,6 +1,7 @@
 #include "dsp/ipps_states.h"
 
 #include <algorithm>
+#include <cmath>
 #include <stdexcept>
 #include <vector>
 
@@ -399,6 +400,9 @@ FastFIR_32f::FastFIR_32f(int downsampleScale, double center, double width, bool 
     : downsample_scale(downsampleScale), usingBandZero(bandZero) {
     if (downsampleScale < 0 || downsampleScale > kMaxScale)
         throw std::invalid_argument("fast FIR decimation scale out of range");
+    // Keeps the bin count of the shift below within an int; the band check
+    // further down is the real limit.
+    if (!(std::fabs(center) < 1.0)) throw std::invalid_argument("fast FIR centre out of range");
     filtering = true;
     filter_delay = 0;
     if (usingBandZero) {

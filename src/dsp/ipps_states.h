@@ -2,9 +2,10 @@
 // the vector layer, with one life each: build, (reset,) process.
 //
 // None of them lock or start threads, but for FastFIR_32f with its two
-// workers; each belongs to one thread at a time while in use. Building allocates (smart_ptr members throw qs_exception,
-// DSP::SimpleVector members std::bad_alloc) and a constructor that throws
-// leaves nothing behind. Processing allocates nothing.
+// workers; each belongs to one thread at a time while in use. Building
+// allocates (smart_ptr members throw qs_exception, DSP::SimpleVector members
+// std::bad_alloc) and a constructor that throws leaves nothing behind.
+// Processing allocates nothing.
 #pragma once
 
 #include <atomic>
@@ -291,8 +292,8 @@ public:
     // Fewer than 2048 entries: no correction. Call before the first Filter.
     void AddCorrections(const std::vector<double>& adjustments);
     // 393216 real samples from src to OutputLength() complex samples at dst;
-    // returns when done. src is not changed; src and dst stay valid until
-    // the call returns and must not overlap.
+    // blocks until both workers are done. src is not changed; src and dst
+    // must not overlap. Takes no lock but the hand-over semaphores.
     void Filter(Ipp32f* src, Ipp32fc* dst);
 
     std::atomic<bool> filtering{false};

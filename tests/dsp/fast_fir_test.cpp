@@ -266,6 +266,8 @@ TEST(FastFIR, RefusedSettings) {
                      {2, 0.45, 0.2},  {7, 0.01, 0.003},  {7, 0.25, 0.07}, {7, 0.25, 0.0}};
     for (const auto& c : realCases)
         EXPECT_THROW(FastFIR_32f(c.s, c.center, c.width, false), std::invalid_argument) << c.s << " " << c.center;
+    EXPECT_THROW(FastFIR_32f(2, NAN, 0.01, true), std::invalid_argument);
+    EXPECT_THROW(FastFIR_32f(2, 1e12, 0.01, true), std::invalid_argument);
     EXPECT_NO_THROW(FastFIR_32fc(1024, 0.001, 1024));
     EXPECT_NO_THROW(FastFIR_32f(13, 0.25, 0.0002, false));
 }
