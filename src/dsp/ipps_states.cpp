@@ -507,7 +507,7 @@ void FastFIR_32f::FilterThread(int thread_num) {
     // down by as much as the centre has moved, the same rotation taken
     // modulo 2048, so that the band and the centre in use always agree.
     const int rot = ((fftShiftAmount % kBins) + kBins) % kBins;
-    Ipp32fc* spec = reinterpret_cast<Ipp32fc*>(w.spectrum.ptr);
+    Ipp32fc* bins = reinterpret_cast<Ipp32fc*>(w.spectrum.ptr);
     const Ipp32fc* kern = reinterpret_cast<const Ipp32fc*>(kernel.ptr);
     while (filtering.load()) {
         input_ready[t].wait();
@@ -524,11 +524,11 @@ void FastFIR_32f::FilterThread(int thread_num) {
                 w.fwd->FwdFFT(in + start, w.spectrum.ptr);
             }
             if (rot > 0) {
-                ippsCopy_32fc(spec + kBins - rot, w.rotation.ptr, rot);
-                ippsMove_32fc(spec, spec + rot, kBins - rot);
-                ippsCopy_32fc(w.rotation.ptr, spec, rot);
+                ippsCopy_32fc(bins + kBins - rot, w.rotation.ptr, rot);
+                ippsMove_32fc(bins, bins + rot, kBins - rot);
+                ippsCopy_32fc(w.rotation.ptr, bins, rot);
             }
-            ippsMul_32fc(spec, kern, w.product.ptr, kBins);
+            ippsMul_32fc(bins, kern, w.product.ptr, kBins);
             FrequencySumToComplex(w.product.ptr, e);
             w.inv->InvFFT(w.product.ptr, w.product.ptr);
             // The first 512 / 2^e samples are the wrapped-around part.
