@@ -404,8 +404,8 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
             image, k.table + 4 * (size_t((k.atten * 4 + k.gain) * 8 + t) * k.steps + k.step));
         const int ifIndex = static_cast<int>(std::lround((30e6 - k.delta) / 200e3));
         const double ifTerm = ImageFloat(image, 358656 + 9632 * k.ifTable + 4 * (t * 301 + ifIndex));
-        const double selfCal = qssim::GainModel::LarchSelfCalIfDb(k.delta) -
-                               qssim::GainModel::LarchSelfCalMeanDb();
+        const double selfCal = r.factory.Model().LarchSelfCalIfDb(k.delta) -
+                               r.factory.Model().LarchSelfCalMeanDb();
         EXPECT_NEAR(Db(a) - 20 * std::log10(2.0) + rfTerm - ifTerm - selfCal, level, 0.1);
     }
 }
@@ -428,7 +428,7 @@ TEST(ReceiverLarch, CaptureSweepsTheCalibrationToneAcrossTheIf) {
     const auto x = r.Packet(c, QuietScene(1e6, -10.0), 100);
     const int bin = kIfBin + 800;  // 3.90625 MHz
     EXPECT_EQ(PeakBin(x, kIfBin - 2400, kIfBin + 2400), bin);
-    EXPECT_NEAR(Db(BinAmplitude(x, bin)), -20.0 + qssim::GainModel::LarchSelfCalIfDb(3.90625e6), 0.05);
+    EXPECT_NEAR(Db(BinAmplitude(x, bin)), -20.0 + r.factory.Model().LarchSelfCalIfDb(3.90625e6), 0.05);
 }
 
 }  // namespace
