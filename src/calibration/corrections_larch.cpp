@@ -51,12 +51,6 @@ int round_clamped(float v) {
     return static_cast<int>(r);
 }
 
-// The fraction of x past its floor, 0 for a value with no finite floor.
-double frac(double x) {
-    if (!std::isfinite(x)) return 0.0;
-    return x - std::floor(x);
-}
-
 void to_linear(VecDouble& v) {
     for (double& x : v) x = std::pow(10.0, 0.05 * x);
 }
@@ -283,9 +277,9 @@ RFCorrLarch* CorrectionsLarch::GetBandStruct(int band, double freq) const {
 double CorrectionsLarch::GetSelfCalCorrection(double freq) const {
     const double x = (freq - kSelfCalFirstHz) / kSelfCalStepHz;
     const int i = clamp_floor(x, 0, SELF_CAL_CONSTANTS - 2);
-    // The fraction of the point itself, not of the clamped one: past either
-    // end the last pair is read, not extrapolated.
-    const double p = static_cast<float>(frac(x));
+    // The fraction is taken from the clamped point: past either end the
+    // first or last pair goes on in a straight line, as the filter's edge does.
+    const double p = static_cast<float>(x - i);
     return -((1.0 - p) * m_IFSelfCal[i] + p * m_IFSelfCal[i + 1]);
 }
 
@@ -295,7 +289,7 @@ double CorrectionsLarch::GetIFCorrection(int band, double freq, double center_of
     // The factory's table runs the other way from freq.
     const double x2 = (kIFTableTopHz - freq + center_offset) / kIFTableStepHz;
     const int i2 = clamp_floor(x2, 0, IFCorrLarch::steps - 2);
-    const float p2 = static_cast<float>(frac(x2));
+    const float p2 = static_cast<float>(x2 - i2);
     const float q2 = 1.0f - p2;
     const float v = (t.b[m_t][i2] * q2 + t.b[m_t][i2 + 1] * p2) * (1.0f - m_tp) +
                     (t.b[m_t + 1][i2] * q2 + t.b[m_t + 1][i2 + 1] * p2) * m_tp;
