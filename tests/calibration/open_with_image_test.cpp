@@ -101,17 +101,4 @@ TEST_F(ImageAtOpen, AddedCorrectionsFillTheSlotsAndSurviveAReopenUntilFull) {
     EXPECT_DOUBLE_EQ(Ratio(), full);
 }
 
-TEST(TimebaseCalls, LarchHasNoTimebaseSlotsOrRoughGains) {
-    qssim_reset();
-    qssim_add_device(QSSIM_PID_LARCH, 10000001);
-    int h = -1;
-    ASSERT_GE(qsOpenDevice(&h), 0);
-    unsigned char gains[64] = {};
-    EXPECT_EQ(qsAddTimebaseCorrection(h, 1.0), qsDeviceInvalidErr);
-    EXPECT_EQ(qsApplyRoughGain(h, gains, gains), qsDeviceInvalidErr);
-    EXPECT_EQ(qsSelfCal(h), qsNoError);
-    qsCloseDevice(h);
-    qssim_reset();
-}
-
 }  // namespace
