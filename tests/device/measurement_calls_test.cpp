@@ -1,7 +1,6 @@
 // The measurement and service calls that work without a running mode.
 #include <gtest/gtest.h>
 
-
 #include "qs_api.h"
 #include "qs_sim.h"
 #include "sim_fixture.h"
