@@ -316,14 +316,15 @@ double CorrectionsLarch::GetSingleCorrection(int band, double CF, double IF, dou
             hi = 1;
             p = 0.0f;
         } else {
-            const int n = clamp_floor(x, 0, last);
-            lo = n;
-            hi = n + 1;
+            lo = clamp_floor(x, 0, last);
+            hi = lo + 1;
             if (hi > last) {
                 hi = last;
                 lo = last - 1;
             }
-            p = static_cast<float>(x - n);
+            // The fraction of the unclamped step: above the table the last
+            // two values are interpolated, not extrapolated.
+            p = std::isfinite(x) ? static_cast<float>(x - std::floor(x)) : 0.0f;
         }
     } else {
         const double x = (f - r.m_start) / r.m_stepSize;

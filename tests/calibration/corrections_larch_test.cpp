@@ -193,7 +193,25 @@ TEST(CorrectionsLarch, ArraysPerPatchInEachScale) {
     c.BuildCorrectionArray(&set, &info, false);
     for (double v : c.GetCorrections()) ASSERT_NEAR(v, -1.0, 1e-12);
 
+    // Tracking-generator points: every band at the given pair, the edge
+    // points of a fine grid held 100 kHz inside the patch.
+    double slope[576];
+    for (int i = 0; i < 576; ++i) slope[i] = 0.001 * i;
+    c.SetSelfCalConstants(slope);
     set.SetFullScale(false);
+    info.traceLen = 2 * 250 - 8;
+    c.BuildQSTGCorrectionArray(&set, &info, 250, 2, 1);
+    for (int band = 0; band < LARCH_BANDS; ++band) {
+        EXPECT_EQ(c.GetGain(band), 2);
+        EXPECT_EQ(c.GetAtten(band), 10);
+    }
+    ASSERT_EQ(c.GetCorrections().size(), 500u);
+    EXPECT_DOUBLE_EQ(c.GetCorrections()[250], c.GetSingleCorrection(2, 2.5e9, -9.9e6, 0.0));
+    EXPECT_DOUBLE_EQ(c.GetCorrections()[499], c.GetSingleCorrection(2, 2.5e9, 9.9e6, 0.0));
+    EXPECT_DOUBLE_EQ(c.GetCorrections()[375], c.GetSingleCorrection(2, 2.5e9, 1e7 / 250, 0.0));
+    EXPECT_NE(c.GetCorrections()[250], c.GetSingleCorrection(2, 2.5e9, -9.96e6, 0.0));
+
+    c.SetSelfCalConstants(ones);
     VecDouble ifArray;
     c.BuildIFCorrectionArray(&set, &info, ifArray);
     ASSERT_EQ(ifArray.size(), 512u);
