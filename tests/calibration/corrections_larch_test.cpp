@@ -1,6 +1,6 @@
 // The Larch's corrections: where a temperature falls among the tables, the
 // gain and attenuation solved per band, a single correction across its
-// tables, the two IF terms, the arrays and the trigger delay. Tables are
+// tables, the two IF terms and the arrays. Tables are
 // filled by hand so that each rule decides the result.
 #include <gtest/gtest.h>
 
@@ -219,25 +219,6 @@ TEST(CorrectionsLarch, ArraysPerPatchInEachScale) {
     EXPECT_EQ(ifArray[o - 1], 0.0);
     EXPECT_NEAR(ifArray[o], c.GetCorrections()[0], 1e-12);
     EXPECT_NEAR(ifArray[511], c.GetCorrections()[511 - o], 1e-12);
-}
-
-TEST(CorrectionsLarch, TriggerDelayByHardwareBandAndTemperature) {
-    CorrectionsLarch c;
-    for (int t = 0; t < 8; ++t)
-        for (int h = 0; h < 4; ++h) c.m_trigDelays->b[t][h] = 80.0f + 4.0f * h + 1.0f * t;
-    SweepInfo info;
-    const struct {
-        double temp, freq;
-        int want;
-    } cases[] = {
-        {10.0, 1e9, 80}, {10.0, 1.5e9, 80}, {10.0, 2.5e9, 84}, {10.0, 4e9, 88}, {10.0, 6e9, 92},
-        {10.0, 7e9, 92},  // past the table: the top band
-        {22.0, 4e9, 89},  // 0.7 of the way to the next temperature: 88.7
-    };
-    for (const auto& k : cases) {
-        c.Configure(k.temp, Sweep(1e9, 2e9, 0.0, 0.0, 1), info);
-        EXPECT_EQ(c.GetTriggerDelay(k.freq), k.want) << k.freq << " at " << k.temp;
-    }
 }
 
 }  // namespace

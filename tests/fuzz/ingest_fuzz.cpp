@@ -65,12 +65,7 @@ void CheckImages(const uint8_t* data, size_t size) {
     if (larch.Initialize(image.data())) {
         qs::SettingsLarch settings;
         qs::SweepInfo plan;
-        const double temp = size > 1 ? static_cast<int8_t>(data[1]) : 25.0;
-        larch.Configure(temp, settings, plan);
-        for (int band = 0; band < 5; ++band) {
-            larch.GetGain(band);
-            larch.GetAtten(band);
-        }
+        larch.Configure(size > 1 ? static_cast<int8_t>(data[1]) : 25.0, settings, plan);
         larch.GetTriggerDelay(size > 2 ? data[2] * 2.5e7 : 1e9);
     }
 }

@@ -414,8 +414,8 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
 // With its IF filter moved off centre, a Larch's tone still reads back at
 // its level through the library's own corrections: the image written for
 // that device, and self-calibration constants of the moved shape less its
-// mean over the middle of the band. Tones across the band, with and
-// without the move; the capture tone follows the moved shape too.
+// mean over the middle of the band. Tones across the band, out to its
+// edges where a move shows most, with and without the move.
 TEST(ReceiverLarch, AMovedIfFilterReadsBackThroughTheLibrarysCorrections) {
     for (double centreHz : {0.0, 700e3}) {
         SCOPED_TRACE(centreHz);
@@ -454,25 +454,7 @@ TEST(ReceiverLarch, AMovedIfFilterReadsBackThroughTheLibrarysCorrections) {
             const double reading = Db(a) - 20 * std::log10(2.0) + corr.GetSingleCorrection(2, rfCentre, delta, 0.0);
             EXPECT_NEAR(reading, level, 0.1);
         }
-
-        Command cap;
-        cap.headerType = qssim::kCmdCapture;
-        cap.commandType = 0;
-        cap.subBandCount = 1;
-        const uint8_t cal[4] = {1, 0, 0x89, 0x7C};
-        std::memcpy(cap.subBands[0].settings, cal, 4);
-        cap.subBands[0].packetsPerFreq = 1;
-        cap.subBands[0].stepCount = 288;
-        // Step 20 of the lower pass, -10.46875 MHz: on the filter's edge.
-        const auto y = r.Packet(cap, QuietScene(1e6, -10.0), 20);
-        EXPECT_NEAR(Db(BinAmplitude(y, kIfBin - 2144)), -20.0 + m.LarchSelfCalIfDb(-10.46875e6), 0.05);
     }
-    // The edge is where a move shows: 700 kHz up takes the filter's lower
-    // edge further in.
-    Receiver moved(QSSIM_PID_LARCH);
-    moved.factory.SetLarchIfCentre(700e3);
-    EXPECT_LT(moved.factory.Model().LarchSelfCalIfDb(-10.46875e6),
-              Receiver(QSSIM_PID_LARCH).factory.Model().LarchSelfCalIfDb(-10.46875e6) - 1.0);
 }
 
 // The capture command of the self-calibration sweeps the internal tone:
