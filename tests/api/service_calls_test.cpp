@@ -14,11 +14,9 @@ namespace {
 
 enum Target { kNoDevice, kLarch, kMaple };
 
-// What a row's call left behind that the user can see: a value it wrote,
-// or what the device received.
-struct Seen {
-    std::string text;
-};
+// What a row's call left behind that the user can see (a value it wrote,
+// or what the device received), as text.
+using Seen = std::string;
 
 struct Devices {
     int larchSim = -1, mapleSim = -1;
@@ -36,6 +34,20 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
     ASSERT_EQ(qsOpenDeviceBySerialNumber(&g.maple, 12345678), qsNoError);
 
     unsigned char gains[310] = {};
+    const auto mapleRev = [](int h, Seen& s) {
+        int rev = 7;
+        const qsStatus st = qsGetMapleRev(h, &rev);
+        s = std::to_string(rev);
+        return st;
+    };
+    const auto commandsOfSelfCal = [](Target t) {
+        return [t](int h, Seen& s) {
+            const int before = CommandsTo(t);
+            const qsStatus st = qsSelfCal(h);
+            s = std::to_string(CommandsTo(t) - before) + " commands";
+            return st;
+        };
+    };
     const struct Row {
         const char* what;
         Target target;  // kNoDevice: handle 7, where nothing is open
@@ -44,9 +56,9 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
         const char* seen;
     } rows[] = {
         {"the API version needs no device", kNoDevice,
-         [](int, Seen& s) { s.text = qsGetAPIVersion(); return qsNoError; }, qsNoError, "4.3.0"},
+         [](int, Seen& s) { s = qsGetAPIVersion(); return qsNoError; }, qsNoError, "4.3.0"},
         {"the product id needs no device", kNoDevice,
-         [](int, Seen& s) { s.text = qsGetProductID(); return qsNoError; }, qsNoError, "7716-3405"},
+         [](int, Seen& s) { s = qsGetProductID(); return qsNoError; }, qsNoError, "7716-3405"},
         {"self-calibration without a device", kNoDevice, [](int h, Seen&) { return qsSelfCal(h); },
          qsDeviceNotOpenErr, ""},
         {"a flash read without a device, before its pointer", kNoDevice,
@@ -54,28 +66,14 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
         {"rough gains without a device, before their pointers", kNoDevice,
          [](int h, Seen&) { return qsApplyRoughGain(h, nullptr, nullptr); }, qsDeviceNotOpenErr, ""},
 
-        {"the Maple revision of a Larch", kLarch,
-         [](int h, Seen& s) {
-             int rev = 7;
-             const qsStatus st = qsGetMapleRev(h, &rev);
-             s.text = std::to_string(rev);
-             return st;
-         },
-         qsDeviceInvalidErr, "-1"},
-        {"the Maple revision of a Maple", kMaple,
-         [](int h, Seen& s) {
-             int rev = 7;
-             const qsStatus st = qsGetMapleRev(h, &rev);
-             s.text = std::to_string(rev);
-             return st;
-         },
-         qsNoError, "2"},
+        {"the Maple revision of a Larch", kLarch, mapleRev, qsDeviceInvalidErr, "-1"},
+        {"the Maple revision of a Maple", kMaple, mapleRev, qsNoError, "2"},
         {"a timebase slot on a Larch changes nothing", kLarch,
          [](int h, Seen& s) {
              const qsStatus st = qsAddTimebaseCorrection(h, 1.0);
              double ratio = 0.0;
              qsGetTimebaseCorrection(h, &ratio);
-             s.text = ratio == 1.0 ? "ratio 1" : std::to_string(ratio);
+             s = ratio == 1.0 ? "ratio 1" : std::to_string(ratio);
              return st;
          },
          qsDeviceInvalidErr, "ratio 1"},
@@ -83,22 +81,9 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
          [&gains](int h, Seen&) { return qsApplyRoughGain(h, gains, gains); }, qsDeviceInvalidErr, ""},
         {"rough gains with a null half", kMaple,
          [&gains](int h, Seen&) { return qsApplyRoughGain(h, gains, nullptr); }, qsNullPtrErr, ""},
-        {"self-calibration of a Larch runs both capture passes", kLarch,
-         [](int h, Seen& s) {
-             const int before = CommandsTo(kLarch);
-             const qsStatus st = qsSelfCal(h);
-             s.text = std::to_string(CommandsTo(kLarch) - before) + " commands";
-             return st;
-         },
-         qsNoError, "2 commands"},
-        {"self-calibration of a Maple does nothing", kMaple,
-         [](int h, Seen& s) {
-             const int before = CommandsTo(kMaple);
-             const qsStatus st = qsSelfCal(h);
-             s.text = std::to_string(CommandsTo(kMaple) - before) + " commands";
-             return st;
-         },
-         qsNoError, "0 commands"},
+        {"self-calibration of a Larch runs both capture passes", kLarch, commandsOfSelfCal(kLarch), qsNoError,
+         "2 commands"},
+        {"self-calibration of a Maple does nothing", kMaple, commandsOfSelfCal(kMaple), qsNoError, "0 commands"},
     };
 
     // Calls that go the same way on both models.
@@ -107,9 +92,9 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
          [](int h, Seen& s) {
              std::vector<unsigned char> data(65536, 0xA5);
              const qsStatus st = qsReadFlash(h, 49, data.data());
-             s.text = "untouched";
+             s = "untouched";
              for (unsigned char b : data)
-                 if (b != 0xA5) s.text = "written";
+                 if (b != 0xA5) s = "written";
              return st;
          },
          qsNoError, "untouched"},
@@ -140,7 +125,7 @@ TEST(ServiceCalls, EdgeCasesUsersCanHit) {
         SCOPED_TRACE(testing::Message() << r.what << (r.target == kLarch ? " (Larch)" : r.target == kMaple ? " (Maple)" : ""));
         Seen seen;
         EXPECT_EQ(r.call(h, seen), r.status);
-        EXPECT_EQ(seen.text, r.seen);
+        EXPECT_EQ(seen, r.seen);
     }
 
     qsCloseDevice(g.larch);
