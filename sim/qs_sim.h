@@ -129,6 +129,17 @@ int qssim_set_flash_image(int id, int kind);
  * a complete one. Returns 0, or -1 for a Larch, no device or a bad count. */
 int qssim_set_timebase_slots(int id, int used, double ppm);
 
+/* Larch only: the middle of the IF pass band that the self-calibration
+ * measures lies hz from the nominal IF centre (0 at plug-in); the filter
+ * keeps its shape. The factory image is rewritten to match, as if the device
+ * had been calibrated so (its RF tables hold the path less the filter's mean
+ * over the middle of the band). The device's -2 dB band reaches about
+ * 10 MHz either side of its middle; a host that looks for both edges within
+ * 8.75 to 11.25 MHz of the nominal centre finds them for |hz| up to about
+ * 1 MHz. Returns 0, or -1 for a Maple, no device or a value that is not
+ * finite. */
+int qssim_set_larch_if_centre(int id, double hz);
+
 #ifdef __cplusplus
 }
 #endif

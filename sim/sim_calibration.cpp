@@ -138,6 +138,12 @@ bool FactoryCalibration::SetTimebaseSlots(int used, double ppm) {
     return true;
 }
 
+bool FactoryCalibration::SetLarchIfCentre(double hz) {
+    if (m_productId != QSSIM_PID_LARCH) return false;
+    m_model.SetLarchIfCentre(hz);
+    return true;
+}
+
 double FactoryCalibration::ClockRatio() const {
     if (m_kind != QSSIM_FLASH_CALIBRATED || m_timebaseUsed == 0) return 1.0;
     return 1.0 - m_timebasePpm * 1e-6;
@@ -255,7 +261,7 @@ void FactoryCalibration::WriteLarch(uint8_t* image, uint32_t fpgaId) const {
         return;
     }
     const GainModel& m = m_model;
-    const double selfCalMean = GainModel::LarchSelfCalMeanDb();
+    const double selfCalMean = m.LarchSelfCalMeanDb();
     // RF tables: curve (a, g, t) of S steps at float ((a * 4 + g) * 8 + t) * S.
     uint8_t* p = image + kBand0A;
     for (int k = 0; k < kLarchRfTables; ++k) {

@@ -101,6 +101,10 @@ public:
     // towards 1. False for a Larch or a count outside 0 to 256.
     bool SetTimebaseSlots(int used, double ppm);
 
+    // Larch only: the middle of the IF filter that the self-calibration
+    // measures, hz from the nominal IF centre. False for a Maple.
+    bool SetLarchIfCentre(double hz);
+
     // The device's true clock over the nominal one, as its image states it:
     // the newest timebase slot, or the factory's ratio.
     double ClockRatio() const;

@@ -164,12 +164,12 @@ double GainModel::LarchPathDb(int row, double rfHz, int gain, int attenIndex,
            DriftDb(celsius) - 10.0 * std::log10(1.0 + std::pow(20e3 / std::max(rfHz, 1.0), 4));
 }
 
-double GainModel::LarchSelfCalIfDb(double ifOffsetHz) {
-    const double x = ifOffsetHz / 1e6;
+double GainModel::LarchSelfCalIfDb(double ifOffsetHz) const {
+    const double x = (ifOffsetHz - m_larchIfCentreHz) / 1e6;
     return 0.3 * std::cos(2 * kPi * x / 6.0 + 0.5) + 0.02 * x - 3.0 * std::pow(std::fabs(x) / 10.5, 8);
 }
 
-double GainModel::LarchSelfCalMeanDb() {
+double GainModel::LarchSelfCalMeanDb() const {
     // Points 144 to 431 of the 576, 39,062.5 Hz apart from -11.25 MHz.
     double sum = 0;
     for (int i = 144; i < 432; ++i) sum += LarchSelfCalIfDb(-11.25e6 + i * 39062.5);

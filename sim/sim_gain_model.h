@@ -104,13 +104,18 @@ public:
     // RF tables hold the path less the mean of the measured filter over the
     // middle of the band, which the self-calibration takes away.
     double LarchPathDb(int row, double rfHz, int gain, int attenIndex, double celsius) const;
-    static double LarchSelfCalIfDb(double ifOffsetHz);
+    // The measured filter: one shape, its middle at the device's own IF
+    // centre offset (0 unless set), which every Larch's filter has a little
+    // of and the self-calibration finds.
+    double LarchSelfCalIfDb(double ifOffsetHz) const;
+    void SetLarchIfCentre(double hz) { m_larchIfCentreHz = hz; }
+    double LarchIfCentre() const { return m_larchIfCentreHz; }
     double LarchFrontIfDb(int row, double ifOffsetHz) const;
     // The tilt of the IF below 130 MHz of RF centre, in dB at the RF offset delta.
     static double LarchLowTiltDb(double centreHz, double deltaHz);
     // The mean of LarchSelfCalIfDb over the points the self-calibration
     // takes as its middle.
-    static double LarchSelfCalMeanDb();
+    double LarchSelfCalMeanDb() const;
     double LarchGainDb(int row, double centreHz, double rfHz, double ifOffsetHz, int gain,
                        int attenIndex, double celsius) const;
 
@@ -118,6 +123,7 @@ private:
     int m_productId;
     int m_rev;
     double m_rowSpread[kMapleRows];
+    double m_larchIfCentreHz = 0.0;
 };
 
 }  // namespace qssim

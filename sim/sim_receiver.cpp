@@ -266,7 +266,7 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
     // filter that it measures.
     if (s.calTone)
         AddTone(acc, count, ctx.runSample, (kIfCentre + s.calOffsetHz) / kSampleRate,
-                0.1 * std::pow(10.0, GainModel::LarchSelfCalIfDb(s.calOffsetHz) / 20.0), 0.0);
+                0.1 * std::pow(10.0, m_factory->Model().LarchSelfCalIfDb(s.calOffsetHz) / 20.0), 0.0);
 
     // 14 bits: steps of 4 in the 16-bit word, rounded to the nearest and
     // clipped at full scale.

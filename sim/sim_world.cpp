@@ -1,5 +1,6 @@
 #include "sim_world.h"
 
+#include <cmath>
 #include <cstdlib>
 #include <algorithm>
 #include <cstring>
@@ -267,6 +268,16 @@ __attribute__((visibility("default"))) int qssim_set_timebase_slots(int id, int 
     SimDevice* dev = DeviceLocked(id);
     if (!dev || !dev->Factory().SetTimebaseSlots(used, ppm)) return -1;
     dev->Factory().SetKind(QSSIM_FLASH_CALIBRATED);
+    dev->GetFirmware().RewriteFlash();
+    return 0;
+}
+
+__attribute__((visibility("default"))) int qssim_set_larch_if_centre(int id, double hz) {
+    if (!std::isfinite(hz)) return -1;
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    if (!dev || !dev->Factory().SetLarchIfCentre(hz)) return -1;
     dev->GetFirmware().RewriteFlash();
     return 0;
 }

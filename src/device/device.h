@@ -26,15 +26,6 @@ namespace qs {
 class Settings;
 struct AudioConfig;
 
-// Residual-spur steps of a sweep plan: entry k names the residual table row
-// and the sweep step its patch repairs. The Maple plans none.
-struct ResidualInfo {
-    static constexpr int MAX_RESIDUALS = 32;
-    int m_residualCount = 0;
-    int m_residualLocation[MAX_RESIDUALS] = {};
-    int m_residualID[MAX_RESIDUALS] = {};
-};
-
 // Monitor values as last reported by the device.
 struct Diagnostics {
     std::atomic<float> celcius{0.0f};

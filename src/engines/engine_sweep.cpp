@@ -183,6 +183,83 @@ void SweepEngine_Maple::FinishNoiseRejectSweep(const VecDouble& corr) {
     }
 }
 
+// ---- Larch ------------------------------------------------------------------
+
+SweepEngine_Larch::SweepEngine_Larch(const SweepInfo* info, const Settings* settings, const ResidualInfo* rps,
+                                     int maxThreads)
+    : SweepEngine(info, settings, maxThreads), m_rps(*rps) {}
+
+int SweepEngine_Larch::TraceStart() const { return m_rps.m_residualCount * m_fftDiv4; }
+
+qsStatus SweepEngine_Larch::GetSweep(float* min, float* max, const VecDouble& corr) {
+    FinishSweep(corr);
+    Deliver(min, max, TraceStart() + m_sweepInfo->firstPatchSkipCnt);
+    return qsNoError;
+}
+
+qsStatus SweepEngine_Larch::GetSweep(double* min, double* max, const VecDouble& corr) {
+    FinishSweep(corr);
+    Deliver(min, max, TraceStart() + m_sweepInfo->firstPatchSkipCnt);
+    return qsNoError;
+}
+
+void SweepEngine_Larch::FinishStandardSweep(const VecDouble& corr) {
+    for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
+    const size_t f4 = size_t(m_fftDiv4);
+    const size_t e = f4 / 8;
+    const size_t end = size_t(m_chunkCount) * f4;
+    for (int i = 0; i < m_rps.m_residualCount; ++i) {
+        const size_t src = size_t(i) * f4;
+        const int loc = m_rps.m_residualLocation[i];
+        if (loc < 0 || size_t(loc) * f4 + f4 > end) continue;  // not a patch of this plan
+        double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
+        for (double* out : arrays) {
+            if (m_rps.m_residualID[i] != 0) {
+                ippsCopy_64f(out + src, out + size_t(loc) * f4, int(f4));
+            } else {
+                // Read 5 MHz off the spur: bins e..4e-1 of the residual patch
+                // hold what bins 3e..6e-1 of the regular patch should.
+                ippsCopy_64f(out + src + e, out + size_t(loc) * f4 + 3 * e, int(3 * e));
+            }
+        }
+    }
+}
+
+void SweepEngine_Larch::FinishNoiseRejectSweep(const VecDouble& corr) {
+    for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
+    const int R = m_rps.m_residualCount;
+    const size_t f4 = size_t(m_fftDiv4), f8 = size_t(m_fftDiv8);
+    const size_t B = size_t(R) * f4;
+    const int S = m_sweepInfo->stepCount - R;
+    double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
+    // Each half-patch was seen by two neighbouring regular chunks; the pairs
+    // compact in place from B, the writes always behind the reads.
+    for (int i = 1; i < S; ++i)
+        for (double* out : arrays)
+            ippsMinEvery_64f(out + B + size_t(i) * f4 - f8, out + B + size_t(i) * f4, out + B + size_t(i - 1) * f8,
+                             int(f8));
+    // A residual can only lower the bins about its spur here.
+    const size_t q = f8 / 4;
+    const size_t end = size_t(m_chunkCount) * f4;
+    for (int i = 0; i < R; ++i) {
+        const long d = long(B) + long(m_rps.m_residualLocation[i] - R) * long(f8) - long(q);
+        if (d < 0 || size_t(d) + 2 * q > end) continue;  // not a place of this plan
+        const size_t src = size_t(i) * f4 + (m_rps.m_residualID[i] != 0 ? f8 - q : q);
+        for (double* out : arrays)
+            ippsMinEvery_64f(out + src, out + size_t(d), out + size_t(d), int(2 * q));
+    }
+}
+
+int SweepEngine_Larch::GetCalSweep(double* peakValues) {
+    for (int n = 0; n < CAL_SWEEP_POINTS; ++n) {
+        m_processedReady[m_chunkProcessPos].wait();
+        const double* patch = m_outputDataMax.ptr + size_t(m_chunkProcessPos) * size_t(m_fftDiv4);
+        peakValues[n] = *std::max_element(patch, patch + m_fftDiv4);
+        if (++m_chunkProcessPos == m_chunkCount) m_chunkProcessPos = 0;
+    }
+    return 0;
+}
+
 // ---- Maple low band only ------------------------------------------------------
 
 qsStatus BandZeroCalEngine_Maple::GetSweep(double* min, double* max, const VecDouble&) {

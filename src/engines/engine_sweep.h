@@ -41,6 +41,16 @@ namespace qs {
 class Settings;
 struct SweepInfo;
 
+// Residual-spur steps of a sweep plan: entry k names the residual table row
+// and the sweep step its patch repairs. The Maple plans none. The Larch's
+// engine keeps its own copy.
+struct ResidualInfo {
+    static constexpr int MAX_RESIDUALS = 32;
+    int m_residualCount = 0;
+    int m_residualLocation[MAX_RESIDUALS] = {};
+    int m_residualID[MAX_RESIDUALS] = {};
+};
+
 class SweepEngine {
 public:
     static constexpr int MAX_THREADS = 4;
@@ -138,6 +148,40 @@ public:
     qsStatus GetSweep(double* min, double* max, const VecDouble& corr) override;
     void FinishStandardSweep(const VecDouble& corr) override;
     void FinishNoiseRejectSweep(const VecDouble& corr) override;
+};
+
+// The Larch's wide sweep. Its chunks are the plan's residual steps first
+// (m_rps.m_residualCount of them), then the regular steps. Standard pass: a
+// residual patch is laid over the regular patch it repairs (residual row 0,
+// whose read and write centres differ by 5 MHz, only over the 3/8 of a
+// patch about the spur). Rejection pass: the regular half-patches are paired
+// by minimum as on the Maple, then each residual can only lower the bins
+// about its location. The trace starts firstPatchSkipCnt bins into the
+// first regular patch.
+class SweepEngine_Larch : public SweepEngine {
+public:
+    SweepEngine_Larch(const SweepInfo* info, const Settings* settings, const ResidualInfo* rps,
+                      int maxThreads = MAX_THREADS);
+    ~SweepEngine_Larch() override = default;
+
+    qsStatus GetSweep(float* min, float* max, const VecDouble& corr) override;
+    qsStatus GetSweep(double* min, double* max, const VecDouble& corr) override;
+    void FinishStandardSweep(const VecDouble& corr) override;
+    void FinishNoiseRejectSweep(const VecDouble& corr) override;
+
+    // The IF self-calibration's pass: for each of the 288 chunks in turn
+    // (the plan has 288 steps of one packet), waits for its patch and
+    // writes the largest value of the maximum array into peakValues[n]. No
+    // correction. Application's thread; blocks like GetSweep. Returns 0.
+    int GetCalSweep(double* peakValues);
+
+    static constexpr int CAL_SWEEP_POINTS = 288;
+
+private:
+    // Position of the first regular patch in the output arrays.
+    int TraceStart() const;
+
+    ResidualInfo m_rps;
 };
 
 // The Maple's low-band-only sweep (one chunk): delivers bins 0 to

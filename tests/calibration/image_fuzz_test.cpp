@@ -19,14 +19,7 @@ using namespace qs;
 
 namespace {
 
-// The measurement side of the Larch is not under test here.
-class LarchTables : public CorrectionsLarch {
-public:
-    bool Configure(double, const Settings&, const SweepInfo&) override { return true; }
-    void BuildCorrectionArray(const Settings*, const SweepInfo*, bool) override {}
-    void BuildIFCorrectionArray(const Settings*, const SweepInfo*, VecDouble&) override {}
-    int GetTriggerDelay(double) override { return 0; }
-};
+using LarchTables = CorrectionsLarch;
 
 // Bytes that are mostly floats of the awkward kinds: NaN, infinities,
 // huge and tiny values, erased words, and plain noise.
@@ -169,10 +162,26 @@ TEST(ImageFuzz, RandomLarchImages) {
                 const float v = c.m_trigDelays->b[t][h];
                 ASSERT_TRUE(v == 0.0f || (v > 70.0f && v < 120.0f)) << t << " " << h << " " << v;
             }
+        // Whatever the tables hold, each band is solved to a pair the
+        // device can be set to, and the arrays read only inside the tables.
+        SettingsLarch set;
+        set.SetStart(1e6);
+        set.SetStop(6e9);
+        SweepInfo plan;
+        plan.fftSize = 256;
+        plan.dsRatio = 1;
+        plan.binSize = 80e6 / 256;
+        plan.stepCount = 5;
+        for (int band = 0; band < 5; ++band) plan.patchInfo.Append({64, band, 0, 1e7 + band * 1.5e9, 0.0, false});
+        c.Configure(static_cast<double>(rng() % 120) - 20.0, set, plan);
         for (int b = -2; b < 8; ++b) {
-            c.GetGain(b);
-            c.GetAtten(b);
+            ASSERT_LE(c.GetGain(b), 3) << b;
+            ASSERT_EQ(c.GetAtten(b) % 10, 0) << b;
+            ASSERT_LE(c.GetAtten(b), 30) << b;
         }
+        c.BuildCorrectionArray(&set, &plan, false);
+        ASSERT_EQ(c.GetCorrections().size(), 5u * 64u);
+        c.GetTriggerDelay(3e9);
     }
 }
 

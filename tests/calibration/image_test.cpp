@@ -19,14 +19,7 @@ namespace {
 
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 
-// The measurement side of the Larch is not under test here.
-class LarchTables : public CorrectionsLarch {
-public:
-    bool Configure(double, const Settings&, const SweepInfo&) override { return true; }
-    void BuildCorrectionArray(const Settings*, const SweepInfo*, bool) override {}
-    void BuildIFCorrectionArray(const Settings*, const SweepInfo*, VecDouble&) override {}
-    int GetTriggerDelay(double) override { return 0; }
-};
+using LarchTables = CorrectionsLarch;
 
 TEST(FlashIdentity, SerialAndFirmwareFromTheHeader) {
     MapleImage img;

@@ -73,6 +73,32 @@ TEST_F(ImageAtOpen, BlankTablesAreUncalibratedButKnowTheirIdentity) {
     EXPECT_EQ(sid, kSerial);
 }
 
+// A Larch opens whatever its flash holds; the header alone decides whether
+// it knows its serial number.
+TEST(LarchImageAtOpen, OpensOnEveryImageAndTakesItsIdentityFromTheHeader) {
+    const struct {
+        int kind;
+        qsStatus serial;
+    } cases[] = {
+        {QSSIM_FLASH_BLANK_TABLES, qsNoError},
+        {QSSIM_FLASH_ERASED, qsDeviceInvalidErr},
+    };
+    for (const auto& k : cases) {
+        SCOPED_TRACE(k.kind);
+        qssim_reset();
+        ASSERT_EQ(qssim_set_flash_image(qssim_add_device(QSSIM_PID_LARCH, kSerial), k.kind), 0);
+        int h = -1;
+        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
+        unsigned sid = 0;
+        EXPECT_EQ(qsGetSerialNumber(h, &sid), k.serial);
+        if (k.serial == qsNoError) {
+            EXPECT_EQ(sid, kSerial);
+        }
+        qsCloseDevice(h);
+    }
+    qssim_reset();
+}
+
 TEST_F(ImageAtOpen, TheNewestTimebaseSlotIsInForce) {
     ASSERT_EQ(qssim_set_timebase_slots(sim, 3, 2.0), 0);
     ASSERT_EQ(Open(), qsNoError);
@@ -99,19 +125,6 @@ TEST_F(ImageAtOpen, AddedCorrectionsFillTheSlotsAndSurviveAReopenUntilFull) {
     ASSERT_EQ(qsAddTimebaseCorrection(h, 0.5), qsNoError);  // no slot left: nothing kept
     Reopen();
     EXPECT_DOUBLE_EQ(Ratio(), full);
-}
-
-TEST(TimebaseCalls, LarchHasNoTimebaseSlotsOrRoughGains) {
-    qssim_reset();
-    qssim_add_device(QSSIM_PID_LARCH, 10000001);
-    int h = -1;
-    ASSERT_GE(qsOpenDevice(&h), 0);
-    unsigned char gains[64] = {};
-    EXPECT_EQ(qsAddTimebaseCorrection(h, 1.0), qsDeviceInvalidErr);
-    EXPECT_EQ(qsApplyRoughGain(h, gains, gains), qsDeviceInvalidErr);
-    EXPECT_EQ(qsSelfCal(h), qsNoError);
-    qsCloseDevice(h);
-    qssim_reset();
 }
 
 }  // namespace

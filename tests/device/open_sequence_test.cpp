@@ -1,5 +1,5 @@
-// What a Maple's open sends to the device, and how a USB failure during it
-// ends the open.
+// What a Maple's and a Larch's open send to the device, and how a USB
+// failure during the Maple's ends the open.
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -42,6 +42,41 @@ TEST(MapleOpen, SweepsOnceThenReadsTheImagePagesThenSetsThePorts) {
     }
     EXPECT_EQ(sent.back().headerType, 0x15);
     EXPECT_EQ(sent.back().portMask, 0);
+    qsCloseDevice(h);
+    qssim_reset();
+}
+
+// Two capture passes, the image pages, two more passes, the ports. Each
+// pass is one sub-band of 288 one-packet steps sending the internal tone
+// through the IF, and is answered by its 18 blocks.
+TEST(LarchOpen, SelfCalibratesReadsTheImageSelfCalibratesAgainThenSetsThePorts) {
+    qssim_reset();
+    const int sim = qssim_add_device(QSSIM_PID_LARCH, 10000001);
+    int h = -1;
+    ASSERT_EQ(qsOpenDevice(&h), qsNoError);
+    const std::vector<Sent> sent = CommandsOf(sim);
+    ASSERT_EQ(sent.size(), 2u + 8u + 2u + 1u);
+    const size_t passes[4] = {0, 1, 10, 11};
+    for (int k = 0; k < 4; ++k) {
+        const size_t i = passes[k];
+        SCOPED_TRACE(i);
+        EXPECT_EQ(sent[i].headerType, 0x05);      // capture
+        EXPECT_EQ(sent[i].commandType, k % 2);    // lower, then upper half of the IF
+        unsigned char block[1024];
+        ASSERT_EQ(qssim_get_command(sim, int(i), block), 0);
+        EXPECT_EQ(block[6] | block[7] << 8, 1);  // one sub-band
+        const unsigned char sub[14] = {1, 0, 0x89, 0x7C, 0xD8, 0x59, 0x50, 0x5F, 0, 0, 1, 0, 0x20, 0x01};
+        for (int b = 0; b < 14; ++b) EXPECT_EQ(block[16 + b], sub[b]) << "sub-band byte " << b;
+    }
+    for (int page = 8; page <= 15; ++page) {
+        EXPECT_EQ(sent[page - 6].headerType, 0x11) << page;
+        EXPECT_EQ(sent[page - 6].commandType, page);
+    }
+    EXPECT_EQ(sent.back().headerType, 0x15);
+    EXPECT_EQ(sent.back().portMask, 0);
+    // 18 blocks of 8 sample packets a channel per pass.
+    EXPECT_EQ(qssim_packets_served(sim, 0x81), 4 * 18 * 8);
+    EXPECT_EQ(qssim_packets_served(sim, 0x82), 4 * 18 * 8);
     qsCloseDevice(h);
     qssim_reset();
 }

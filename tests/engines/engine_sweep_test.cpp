@@ -2,7 +2,8 @@
 // while the test's thread sits in GetSweep, against patches made by a
 // VideoIIR run directly on each chunk; worker counts, stitching, flipped
 // rows, the low band's halves, the rejection pass, destruction and the
-// allocation-free data path.
+// allocation-free data path; the Larch's residual repair, its rejection pass
+// and the self-calibration's peak pass.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -426,6 +427,100 @@ TEST(SweepEngine, DataPathDoesNotAllocate) {
     EXPECT_EQ(inStore.load(), 0);
     EXPECT_EQ(during, 0);
     EXPECT_EQ(mx, stitched(r, reference_patches(r, s, corr, true)));
+}
+
+// ---- Larch ------------------------------------------------------------------
+
+// Residual chunks come first. A residual of row 0 moves only bins e..4e-1
+// of its patch to bins 3e..6e-1 of the regular patch it repairs (e = f4/8);
+// any other row replaces the whole patch. The trace starts at the first
+// regular chunk, in both arrays.
+TEST(SweepEngineLarch, ResidualPatchesRepairTheRegularOnes) {
+    Watchdog wd(60);
+    Rig r(256, 4, 4);  // f4 64; chunks 0, 1 residual, 2, 3 regular
+    r.info.traceLen = 2 * 64 - 5;
+    r.info.firstPatchSkipCnt = 5;
+    qs::ResidualInfo rps;
+    rps.m_residualCount = 2;
+    rps.m_residualID[0] = 0;
+    rps.m_residualLocation[0] = 2;
+    rps.m_residualID[1] = 3;
+    rps.m_residualLocation[1] = 3;
+    std::vector<double> corr = test_corrections(r, false);
+    auto s = sweep_samples(r, {{32 + 12}, {32 + 30}, {32 + 40}, {32 + 50}}, 21);
+    qs::SweepEngine_Larch e(&r.info, &r.settings, &rps);
+    Trace t = fetch(e, r, s, corr);
+    for (bool wantMax : {false, true}) {
+        auto p = reference_patches(r, s, corr, wantMax);
+        std::vector<double> want = p[2];
+        std::copy(p[0].begin() + 8, p[0].begin() + 32, want.begin() + 24);
+        want.insert(want.end(), p[1].begin(), p[1].end());
+        EXPECT_EQ(wantMax ? t.max : t.min, std::vector<double>(want.begin() + 5, want.end())) << wantMax;
+    }
+}
+
+// Rejection: the regular chunks pair by minimum from the first regular
+// position; then a residual can only lower the 2q bins about its place
+// (q = f8/4), taking them from its patch's middle (row 0: from its lower
+// quarter).
+TEST(SweepEngineLarch, RejectionPairsTheRegularChunksAndResidualsOnlyLower) {
+    Watchdog wd(60);
+    for (int id : {0, 4}) {
+        SCOPED_TRACE(id);
+        Rig r(256, 4, 4);  // f4 64, f8 32, q 8; chunk 0 residual, 1..3 regular
+        r.settings.SetImageReject(true);
+        r.info.traceLen = 2 * 32;
+        qs::ResidualInfo rps;
+        rps.m_residualCount = 1;
+        rps.m_residualID[0] = id;
+        rps.m_residualLocation[0] = 2;
+        std::vector<double> corr = test_corrections(r, false);
+        // Chunks 1 and 2 both see a tone at pair position 28, which only
+        // the residual lacks; the residual's own tones (patch bins 20 and
+        // 36) land at position 36, where the regular chunks are quiet. A
+        // patch starts at transform bin 32.
+        auto s = sweep_samples(r, {{32 + 20, 32 + 36}, {32 + 60}, {32 + 28}, {}}, 9);
+        qs::SweepEngine_Larch e(&r.info, &r.settings, &rps);
+        Trace t = fetch(e, r, s, corr);
+        for (bool wantMax : {false, true}) {
+            auto p = reference_patches(r, s, corr, wantMax);
+            std::vector<double> want(64);
+            for (int i = 1; i < 3; ++i)
+                for (int k = 0; k < 32; ++k)
+                    want[size_t((i - 1) * 32 + k)] = std::min(p[size_t(i)][size_t(32 + k)], p[size_t(i + 1)][size_t(k)]);
+            const std::vector<double> paired = want;
+            const int from = id != 0 ? 32 - 8 : 8;
+            for (int k = 0; k < 16; ++k)
+                want[size_t(32 - 8 + k)] = std::min(p[0][size_t(from + k)], want[size_t(32 - 8 + k)]);
+            EXPECT_EQ(wantMax ? t.max : t.min, want) << wantMax;
+            EXPECT_LT(want[28], paired[28] - 30.0);
+            EXPECT_EQ(want[36], paired[36]);
+        }
+    }
+}
+
+// The self-calibration's pass: 288 one-packet chunks, the largest value of
+// each maximum patch, no correction; pass after pass on one engine.
+TEST(SweepEngineLarch, CalSweepTakesThePeakOfEachOfTheChunks) {
+    Watchdog wd(60);
+    Rig r(1024, 1, 288, -128);
+    r.settings.SetDetector(QS_DETECTOR_AVERAGE);
+    std::vector<std::vector<int>> tones;
+    for (int c = 0; c < 288; ++c) tones.push_back(c % 5 == 0 ? std::vector<int>{} : std::vector<int>{100 + c % 50});
+    auto s = sweep_samples(r, tones, 3);
+    qs::ResidualInfo none;
+    qs::SweepEngine_Larch e(&r.info, &r.settings, &none);
+    const std::vector<double> zero(size_t(288 * 256), 0.0);
+    auto p = reference_patches(r, s, zero, true);
+    for (int pass = 0; pass < 2; ++pass) {
+        std::vector<double> peaks(288, 0.0);
+        std::thread feeder([&] { feed(e, s, 1); });
+        EXPECT_EQ(e.GetCalSweep(peaks.data()), 0);
+        feeder.join();
+        for (int c = 0; c < 288; ++c)
+            ASSERT_EQ(peaks[size_t(c)], *std::max_element(p[size_t(c)].begin(), p[size_t(c)].end())) << c;
+        EXPECT_GT(peaks[1], peaks[0] + 30.0);  // a tone against noise
+    }
 }
 
 }  // namespace

@@ -46,15 +46,6 @@ void CheckUnpacker(const uint8_t* data, size_t size) {
     for (int i = 0; i < 18688; ++i) Check(fast[i] == reference[i]);
 }
 
-// A Larch whose planning is not needed here: only the image load runs.
-class ImageOnlyLarch : public qs::CorrectionsLarch {
-public:
-    bool Configure(double, const qs::Settings&, const qs::SweepInfo&) override { return true; }
-    void BuildCorrectionArray(const qs::Settings*, const qs::SweepInfo*, bool) override {}
-    void BuildIFCorrectionArray(const qs::Settings*, const qs::SweepInfo*, qs::VecDouble&) override {}
-    int GetTriggerDelay(double) override { return 0; }
-};
-
 void CheckImages(const uint8_t* data, size_t size) {
     const std::vector<uint8_t> image = Cycle(data, size, 12 * 65536);
     const int rev = size ? 1 + (data[0] & 1) : 1;
@@ -70,8 +61,13 @@ void CheckImages(const uint8_t* data, size_t size) {
         }
         maple.GetTriggerDelay(size > 2 ? data[2] * 2.5e7 : 1e9);
     }
-    ImageOnlyLarch larch;
-    larch.Initialize(image.data());
+    qs::CorrectionsLarch larch;
+    if (larch.Initialize(image.data())) {
+        qs::SettingsLarch settings;
+        qs::SweepInfo plan;
+        larch.Configure(size > 1 ? static_cast<int8_t>(data[1]) : 25.0, settings, plan);
+        larch.GetTriggerDelay(size > 2 ? data[2] * 2.5e7 : 1e9);
+    }
 }
 
 }  // namespace

@@ -182,6 +182,28 @@ TEST_F(CalibrationImage, LarchFieldsSitAtTheirOffsets) {
     EXPECT_TRUE(f.Blank(398384, 8 * 65536 - 398384));
 }
 
+// Moving a Larch's IF filter rewrites its image: the RF tables hold the
+// path less the moved filter's mean over the middle of the band, and
+// nothing else changes. A Maple refuses the call.
+TEST_F(CalibrationImage, LarchIfCentreRewritesTheImagesSelfCalibrationMean) {
+    const int id = qssim_add_device(QSSIM_PID_LARCH, 10000001);
+    const Flash before(id, 8);
+    ASSERT_EQ(qssim_set_larch_if_centre(id, 700e3), 0);
+    const Flash after(id, 8);
+    qssim::GainModel centred(QSSIM_PID_LARCH, 10000001), moved(QSSIM_PID_LARCH, 10000001);
+    moved.SetLarchIfCentre(700e3);
+    const double shift = moved.LarchSelfCalMeanDb() - centred.LarchSelfCalMeanDb();
+    ASSERT_GT(std::fabs(shift), 0.01);
+    for (size_t at : {size_t(256), size_t(132352 + 4 * 999), size_t(276736 + 4 * 20000)})
+        EXPECT_NEAR(after.F(at) - before.F(at), -shift, 1e-5) << at;
+    EXPECT_EQ(std::memcmp(before.bytes.data() + 358656, after.bytes.data() + 358656, 397344 - 358656), 0)
+        << "IF tables, temperatures and trigger delays stay";
+
+    EXPECT_EQ(qssim_set_larch_if_centre(qssim_add_device(QSSIM_PID_MAPLE_REV1, 12345678), 1e5), -1);
+    EXPECT_EQ(qssim_set_larch_if_centre(id, std::nan("")), -1);
+    EXPECT_EQ(qssim_set_larch_if_centre(99, 0.0), -1);
+}
+
 TEST(CalibrationFlash, ImageIsWrittenAtFirstUseAndNotAfterAClear) {
     int writes = 0;
     auto init = [&writes](uint8_t* flash) {

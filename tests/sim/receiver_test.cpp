@@ -10,6 +10,7 @@
 #include <memory>
 #include <vector>
 
+#include "calibration/corrections_larch.h"
 #include "calibration/corrections_maple.h"
 #include "qs_api.h"
 #include "qs_sim.h"
@@ -404,9 +405,55 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
             image, k.table + 4 * (size_t((k.atten * 4 + k.gain) * 8 + t) * k.steps + k.step));
         const int ifIndex = static_cast<int>(std::lround((30e6 - k.delta) / 200e3));
         const double ifTerm = ImageFloat(image, 358656 + 9632 * k.ifTable + 4 * (t * 301 + ifIndex));
-        const double selfCal = qssim::GainModel::LarchSelfCalIfDb(k.delta) -
-                               qssim::GainModel::LarchSelfCalMeanDb();
+        const double selfCal = r.factory.Model().LarchSelfCalIfDb(k.delta) -
+                               r.factory.Model().LarchSelfCalMeanDb();
         EXPECT_NEAR(Db(a) - 20 * std::log10(2.0) + rfTerm - ifTerm - selfCal, level, 0.1);
+    }
+}
+
+// With its IF filter moved off centre, a Larch's tone still reads back at
+// its level through the library's own corrections: the image written for
+// that device, and self-calibration constants of the moved shape less its
+// mean over the middle of the band. Tones across the band, out to its
+// edges where a move shows most, with and without the move.
+TEST(ReceiverLarch, AMovedIfFilterReadsBackThroughTheLibrarysCorrections) {
+    for (double centreHz : {0.0, 700e3}) {
+        SCOPED_TRACE(centreHz);
+        Receiver r(QSSIM_PID_LARCH);
+        ASSERT_TRUE(r.factory.SetLarchIfCentre(centreHz));
+        const auto image = ImageOf(r.factory);
+        const qssim::GainModel& m = r.factory.Model();
+        qs::CorrectionsLarch corr;
+        ASSERT_TRUE(corr.Initialize(image.data()));
+        double constants[576];
+        for (int i = 0; i < 576; ++i)
+            constants[i] = m.LarchSelfCalIfDb(-11.25e6 + i * 39062.5) - m.LarchSelfCalMeanDb();
+        corr.SetSelfCalConstants(constants);
+        qs::SettingsLarch set;
+        set.SetGain(2);
+        set.SetAtten(10.0);
+        qs::SweepInfo info;
+        corr.Configure(30.0, set, info);
+
+        const double rfCentre = 2500e6;  // row 2, hardware band 1
+        const qssim::LoRow& lo = qssim::LarchLoTable()[2];
+        Command c;
+        c.headerType = qssim::kCmdConfigure;
+        c.commandType = qssim::kCfgSweep;
+        c.subBandCount = 1;
+        LarchSettings(c.subBands[0].settings, 1, 2, 10);
+        c.subBands[0].LO1startFreq = static_cast<uint16_t>(std::lround((rfCentre + lo.lo1c) / 100e3));
+        c.subBands[0].LO2Freq = static_cast<uint16_t>(std::lround(lo.lo2c / 100e3));
+        c.subBands[0].packetsPerFreq = 1;
+        c.subBands[0].stepCount = 1;
+        for (double delta : {-9.5e6, -4.0e6, 0.0, 6.0e6, 9.5e6}) {
+            SCOPED_TRACE(delta);
+            const double level = -40.0;
+            const auto x = r.Packet(c, QuietScene(rfCentre + delta, level), 0, 0, 30.0);
+            const double a = BinAmplitude(x, kIfBin + delta / kBin);
+            const double reading = Db(a) - 20 * std::log10(2.0) + corr.GetSingleCorrection(2, rfCentre, delta, 0.0);
+            EXPECT_NEAR(reading, level, 0.1);
+        }
     }
 }
 
@@ -428,7 +475,7 @@ TEST(ReceiverLarch, CaptureSweepsTheCalibrationToneAcrossTheIf) {
     const auto x = r.Packet(c, QuietScene(1e6, -10.0), 100);
     const int bin = kIfBin + 800;  // 3.90625 MHz
     EXPECT_EQ(PeakBin(x, kIfBin - 2400, kIfBin + 2400), bin);
-    EXPECT_NEAR(Db(BinAmplitude(x, bin)), -20.0 + qssim::GainModel::LarchSelfCalIfDb(3.90625e6), 0.05);
+    EXPECT_NEAR(Db(BinAmplitude(x, bin)), -20.0 + r.factory.Model().LarchSelfCalIfDb(3.90625e6), 0.05);
 }
 
 }  // namespace
