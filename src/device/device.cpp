@@ -166,9 +166,11 @@ bool Device::ReadFlash(unsigned page, unsigned char* get) {
     m_cmd.commandType = static_cast<uint16_t>(page);
     m_cmd.headerType = QS_CMD_READ_FLASH;
     AddCommand();
-    // By then the interface thread has taken the command; idle again means
-    // the page is in its buffer.
+    // The thread leaves idle before it takes a command from the mailbox, so
+    // once the mailbox is empty, idle again means the page is in its
+    // buffer. A busy host may take longer than the pause to get there.
     usleep(100000);
+    while (m_usb->CommandsQueued() > 0) usleep(1000);
     while (!m_usb->IsIdle()) usleep(1000);
     std::memcpy(get, m_usb->FlashBuf(), QS_FLASH_PAGE_BYTES);
     return true;
