@@ -80,6 +80,7 @@ void Device::InitDevice() {
     m_clockOffset = 0.0;
     m_oscRatio = 1.0;
     m_trlrSynced = true;
+    tgCalState = tgNoThruStored;
 }
 
 int Device::AddCommand() {
@@ -134,6 +135,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     // The engines of the other modes join here as they are built.
     m_fftReady = false;
     m_fft.reset();
+    m_tg.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -220,6 +222,7 @@ qsStatus Device::GetIQCorrection(float& correction) const {
 
 template <typename T>
 qsStatus Device::GetSweep(T* min, T* max) {
+    if (m_mode.load() == QS_MODE_TG_SWEEP && m_tg) return GetTgSweep(min, max);
     if (m_mode.load() != QS_MODE_SWEEP || !m_fft) return qsDeviceNotConfiguredErr;
     AddCommand();
     const qsStatus status = FinalStatus(m_fft->GetSweep(min, max, m_corr->GetCorrections()));
@@ -227,6 +230,36 @@ qsStatus Device::GetSweep(T* min, T* max) {
 }
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
+
+template <typename T>
+qsStatus Device::GetTgSweep(T* min, T* max) {
+    const VecDouble& corr = m_corr->GetCorrections();
+    // The pass's flag reaches the worker before the pass's command goes out.
+    m_tg->InitiateSweep(0);
+    AddCommand();
+    m_tg->GetPrimaryData(corr);
+    if (m_settings->m_tgHighDynamicRange) {
+        m_tg->InitiateSweep(1);
+        AddSecondCommand();
+        m_tg->GetSecondaryData(corr);
+    }
+    // The generator's tone may overdrive the converter by design.
+    m_overflow = false;
+    m_tg->GetSweep(min, max, corr);
+    const qsStatus status = FinalStatus(qsNoError);
+    return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
+}
+
+qsStatus Device::StoreTgThru(int flag) {
+    if (m_mode.load() != QS_MODE_TG_SWEEP) return qsDeviceNotConfiguredErr;
+    if (flag == QS_TG_THRU_0DB) {
+        tgCalState = tg0dBRequested;
+        return qsNoError;
+    }
+    TGCalState stored = tg0dBStored;
+    if (flag == QS_TG_THRU_20DB && tgCalState.compare_exchange_strong(stored, tg20dBRequested)) return qsNoError;
+    return qsInvalidParameterErr;
+}
 
 // The engines of the real-time, streaming and audio modes are wired in here
 // as they are built; until then no such mode can be entered, and these
@@ -278,6 +311,8 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_SWEEP:
             // A narrow plan is refused at set-up, so a sweep here is wide.
             return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
+        case QS_MODE_TG_SWEEP:
+            return m_tg ? m_tg->Store(m_rawUnpacked, ppf, index) : 0;
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();

@@ -15,6 +15,7 @@
 
 #include "calibration/corrections.h"
 #include "engines/engine_sweep.h"
+#include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
 #include "transport/cypress_linux.h"
@@ -114,6 +115,15 @@ public:
     qsStatus GetAudio(float* buffer);
     qsStatus GetRealTimePoi(double& poi) const;
 
+    // The tracking generator of this analyser (the transport's).
+    TGInterface& TG() { return m_usb->TG(); }
+    // Records a through-calibration request for the next fetch of a
+    // tracking-generator sweep: flag 1 at 0 dB, flag 2 (after a stored 0 dB
+    // one) with the 20 dB pad. qsDeviceNotConfiguredErr in any other mode,
+    // qsInvalidParameterErr for a flag that does not apply.
+    qsStatus StoreTgThru(int flag);
+    TGCalState GetTgCalState() const { return tgCalState.load(); }
+
     // Hands a new demodulation set to the running audio engine;
     // qsDeviceNotStreamingErr when none runs.
     qsStatus UpdateAudioSettings(const AudioConfig& audio);
@@ -142,6 +152,10 @@ protected:
     void DeleteAndNullifyFFTEngines();
     // The status every fetch ends with, after its engine delivered.
     qsStatus FinalStatus(qsStatus engineStatus);
+    // The fetch of a tracking-generator sweep: the primary pass and, for a
+    // high dynamic range, the secondary one.
+    template <typename T>
+    qsStatus GetTgSweep(T* min, T* max);
     // The calibrated ratio of true to nominal time base.
     double CalibratedOscRatio() const { return m_corr ? m_corr->GetOscRatio() : 1.0; }
 
@@ -182,6 +196,10 @@ protected:
     // The engine of a wide sweep; built by the model's sweep set-up,
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<SweepEngine> m_fft;
+    // The engine of a tracking-generator sweep, and its through-calibration
+    // state: written by the application's thread, read by its worker.
+    std::unique_ptr<TGSweepEngine> m_tg;
+    std::atomic<TGCalState> tgCalState{tgNoThruStored};
 };
 
 }  // namespace qs
