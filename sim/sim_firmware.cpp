@@ -59,19 +59,8 @@ int ValidSubBands(const Command& command) {
     return std::min<int>(command.subBandCount, kMaxSubBands);
 }
 
-int64_t TgPointsPerStep(const Command& command) { return std::max<int64_t>(1, command.TGCountPerPatch); }
-
 int64_t CountedBlocks(const Command& command) {
     int64_t packets = 0;
-    if (command.commandType == kCfgTgSweep) {
-        // One capture of packetsPerFreq packets per generator point: each LO
-        // step holds TGCountPerPatch points, the first starts TGstartingIndex
-        // points in.
-        int64_t points = -int64_t{command.TGstartingIndex};
-        for (int i = 0; i < ValidSubBands(command); ++i) points += TgPointsPerStep(command) * command.subBands[i].stepCount;
-        if (ValidSubBands(command) > 0) packets = std::max<int64_t>(0, points) * command.subBands[0].packetsPerFreq;
-        return packets >> 4;
-    }
     for (int i = 0; i < ValidSubBands(command); ++i)
         packets += int64_t{command.subBands[i].packetsPerFreq} * command.subBands[i].stepCount;
     return packets >> 4;
@@ -349,18 +338,22 @@ void Firmware::Locate(int64_t packet, int* subBand, int* step, int* pktInStep) c
     int64_t start = 0;
     const int valid = ValidSubBands(m_run);
     if (m_run.commandType == kCfgTgSweep && valid > 0) {
-        // The LO stands still for the TGCountPerPatch points of a step.
+        // A generator sweep's sub-bands count generator points, ppf packets
+        // each; the LO stands still for TGCountPerPatch of them, and the
+        // first LO step starts TGstartingIndex points in.
         const int64_t ppf = std::max<int64_t>(1, m_run.subBands[0].packetsPerFreq);
+        const int64_t perStep = std::max<int64_t>(1, m_run.TGCountPerPatch);
         const int64_t point = packet / ppf + m_run.TGstartingIndex;
-        int64_t loStep = point / TgPointsPerStep(m_run);
-        *pktInStep = static_cast<int>((point % TgPointsPerStep(m_run)) * ppf + packet % ppf);
+        int64_t base = m_run.TGstartingIndex;
         for (int i = 0; i < valid; ++i) {
-            if (loStep < m_run.subBands[i].stepCount || i == valid - 1) {
+            const int64_t end = base + m_run.subBands[i].stepCount;
+            if (point < end || i == valid - 1) {
                 *subBand = i;
-                *step = static_cast<int>(loStep);
+                *step = static_cast<int>(point / perStep - base / perStep);
+                *pktInStep = static_cast<int>((point % perStep) * ppf + packet % ppf);
                 return;
             }
-            loStep -= m_run.subBands[i].stepCount;
+            base = end;
         }
     }
     for (int i = 0; i < valid; ++i) {

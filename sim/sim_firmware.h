@@ -98,9 +98,7 @@ bool DecodeCommand(const uint8_t* bytes, int len, Command* out);
 int ValidSubBands(const Command& command);
 
 // Blocks a sweep or capture answers with: the packets of the valid
-// sub-bands, 16 to a block, the remainder dropped. A tracking-generator
-// sweep sends packetsPerFreq packets per generator point instead: the
-// steps' TGCountPerPatch points each, less TGstartingIndex.
+// sub-bands, 16 to a block, the remainder dropped.
 int64_t CountedBlocks(const Command& command);
 
 // Where one packet of sample data stands in what the device was told to do.

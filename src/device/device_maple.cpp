@@ -467,6 +467,12 @@ qsStatus DeviceMaple::ConfigureTgMode(unsigned) {
     set.m_rbw = rbw;
     set.m_vbw = vbw;
     set.m_rbwShape = QS_RBW_SHAPE_LOWPASS;
+    // The low-pass window needs its cut-off for this RBW, as a sweep
+    // coupling of that shape would have computed it.
+    int lowpassFft = 0;
+    double fc = 0.0;
+    non_native_fft_from_rbw(rbw, &lowpassFft, &fc);
+    set.SetWindowFC(fc);
 
     si.initialCenter = kTgLOGrid * first;
     get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
@@ -546,10 +552,17 @@ int DeviceMaple::SetupTGCommand() {
         sb.packetsPerFreq = static_cast<uint16_t>(si.ppf);
         int n = static_cast<int>(std::max((lut.maxRF - freq) / si.step100kSize / 100000.0 + 1.0, 0.0));
         n = topRow ? si.stepCount - done : std::min(n, si.stepCount - done);
-        sb.stepCount = static_cast<uint16_t>(n);
-        if (sb.stepCount == 0) sb.stepCount = 1;
+        if (n == 0) n = 1;
+        // The device reads ppf packets per generator point, so a sub-band
+        // counts the points of its LO steps; TGCountPerPatch tells the
+        // device when to step the LO, and the first step starts
+        // TGstartingIndex points in. The block count of the sweep is then
+        // that of the points the engine waits for.
+        int points = n * m_cmd.TGCountPerPatch;
+        if (done == 0) points -= si.tgInitialCount;
+        sb.stepCount = static_cast<uint16_t>(points);
         PackSettings(&s, sb.settings);
-        for (int i = 0; i < sb.stepCount; ++i) {
+        for (int i = 0; i < n; ++i) {
             Patch patch;
             patch.length = si.fftSize / 4;
             patch.band = row;
