@@ -51,6 +51,9 @@ TGSweepEngine::TGSweepEngine(const SweepInfo* info, const Settings* settings, TG
     if (m_TGStepsPer20M < 1) m_TGStepsPer20M = 1;
     m_TGInitialStepCount = info->tgInitialCount;
 
+    // Taken here: Device::Abort empties the patch list before it destroys
+    // the engine, so the worker reads the list only for a point it got.
+    m_lastPatch = std::max(info->patchInfo.NumPatches() - 1, 0);
     zeroIdx = info->patchInfo.NumPatches() > 0
                   ? int(m_fftDiv8 - m_fftDiv4 * info->patchInfo[0].center_freq / kPatchHz)
                   : 0;
@@ -153,7 +156,6 @@ int TGSweepEngine::ProcessThread(int thread_num) {
     VideoIIR& video = *video_processors[size_t(thread_num)];
     const int P = m_TGStepsPer20M;
     const int f4 = m_fftDiv4, f8 = m_fftDiv8;
-    const int lastPatch = m_sweepInfo->patchInfo.NumPatches() - 1;
     while (m_engineRunning) {
         int c;
         {
@@ -167,7 +169,7 @@ int TGSweepEngine::ProcessThread(int thread_num) {
 
         // Where the point lies in its patch.
         const int s = m_TGInitialStepCount + c;
-        const int p = std::min(s / P, lastPatch);
+        const int p = std::min(s / P, m_lastPatch);
         const int d = s % P - P / 2;
         const Patch& patch = m_sweepInfo->patchInfo[p];
         const double x = d * kPatchHz / P;

@@ -145,6 +145,7 @@ private:
     std::atomic<bool> m_WorkingOnSec{false};
     int m_TGStepsPer20M;
     int m_TGInitialStepCount;
+    int m_lastPatch = 0;  // the plan's last patch, for points past the last step
 };
 
 }  // namespace qs
