@@ -149,6 +149,27 @@ TEST_F(TgSweep, AFetchSendsOneCommandPerPassAndReadsTheLevel) {
     }
 }
 
+TEST_F(TgSweep, EachPointIsMeasuredInItsOwnPatch) {
+    // 101 points of 1 MHz, 20 to a patch: the first 4 in a patch centred at
+    // 993.6 MHz, the next 20 in the one at 1013.6 MHz, where the tone is,
+    // the rest further up. The device's block count, the simulator's LO
+    // steps and the engine's points have to agree for the tone to show
+    // exactly there.
+    qssim_set_tone(sim, 1.015e9, -50.0);
+    ASSERT_EQ(Start(1e9, 1e8, 100), qsNoError);
+    ASSERT_EQ(Plan().stepCount, 6);
+    ASSERT_EQ(Plan().tgInitialCount, 16);
+    ASSERT_EQ(Plan().patchInfo[1].center_freq, 1.0136e9);
+    const std::vector<double> trace = Fetch();
+    ASSERT_EQ(trace.size(), 101u);
+    for (size_t i = 0; i < trace.size(); ++i) {
+        if (i >= 4 && i < 24)
+            EXPECT_NEAR(trace[i], -20.0, 3.0) << i;
+        else
+            EXPECT_LT(trace[i], -50.0) << i;
+    }
+}
+
 TEST_F(TgSweep, WithoutAToneTheTraceSitsNearTheNoiseFloor) {
     ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
     const std::vector<double> trace = Fetch();
