@@ -337,6 +337,25 @@ void Firmware::Locate(int64_t packet, int* subBand, int* step, int* pktInStep) c
     }
     int64_t start = 0;
     const int valid = ValidSubBands(m_run);
+    if (m_run.headerType == kCmdConfigure && m_run.commandType == kCfgTgSweep && valid > 0) {
+        // A generator sweep's sub-bands count generator points, ppf packets
+        // each; the LO stands still for TGCountPerPatch of them, and the
+        // first LO step starts TGstartingIndex points in.
+        const int64_t ppf = std::max<int64_t>(1, m_run.subBands[0].packetsPerFreq);
+        const int64_t perStep = std::max<int64_t>(1, m_run.TGCountPerPatch);
+        const int64_t point = packet / ppf + m_run.TGstartingIndex;
+        int64_t base = m_run.TGstartingIndex;
+        for (int i = 0; i < valid; ++i) {
+            const int64_t end = base + m_run.subBands[i].stepCount;
+            if (point < end || i == valid - 1) {
+                *subBand = i;
+                *step = static_cast<int>(point / perStep - base / perStep);
+                *pktInStep = static_cast<int>((point % perStep) * ppf + packet % ppf);
+                return;
+            }
+            base = end;
+        }
+    }
     for (int i = 0; i < valid; ++i) {
         const SubBand& sb = m_run.subBands[i];
         const int64_t n = int64_t{sb.packetsPerFreq} * sb.stepCount;

@@ -109,7 +109,15 @@ ReceiverStep ReceiverSource::DecodeStep(const Command& command, int subBand, int
     const bool stream = IsStream(command);
     if (stream) step = 0;
     int64_t k = step;
-    for (int i = 0; i < subBand && !stream; ++i) k += command.subBands[i].stepCount;
+    if (command.headerType == kCmdConfigure && command.commandType == kCfgTgSweep) {
+        // A generator sweep's sub-bands count generator points, and every
+        // sub-band after the first starts on an LO step's first point.
+        int64_t points = command.TGstartingIndex;
+        for (int i = 0; i < subBand; ++i) points += command.subBands[i].stepCount;
+        k += points / std::max<int64_t>(1, command.TGCountPerPatch);
+    } else {
+        for (int i = 0; i < subBand && !stream; ++i) k += command.subBands[i].stepCount;
+    }
     s.roughCode = RoughCodeOf(command, k);
     s.attenCode = sb.settings[3] & 0x1F;
 

@@ -80,6 +80,7 @@ void Device::InitDevice() {
     m_clockOffset = 0.0;
     m_oscRatio = 1.0;
     m_trlrSynced = true;
+    tgCalState = tgNoThruStored;
 }
 
 int Device::AddCommand() {
@@ -135,6 +136,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     m_fftReady = false;
     m_fft.reset();
     m_dsfft.reset();
+    m_tg.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -223,6 +225,7 @@ qsStatus Device::GetIQCorrection(float& correction) const {
 
 template <typename T>
 qsStatus Device::GetSweep(T* min, T* max) {
+    if (m_mode.load() == QS_MODE_TG_SWEEP && m_tg) return GetTgSweep(min, max);
     if (m_mode.load() != QS_MODE_SWEEP || (!m_fft && !m_dsfft)) return qsDeviceNotConfiguredErr;
     AddCommand();
     const VecDouble& corr = m_corr->GetCorrections();
@@ -238,6 +241,36 @@ qsStatus Device::GetSweep(T* min, T* max) {
 }
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
+
+template <typename T>
+qsStatus Device::GetTgSweep(T* min, T* max) {
+    const VecDouble& corr = m_corr->GetCorrections();
+    // The pass's flag reaches the worker before the pass's command goes out.
+    m_tg->InitiateSweep(0);
+    AddCommand();
+    m_tg->GetPrimaryData(corr);
+    if (m_settings->m_tgHighDynamicRange) {
+        m_tg->InitiateSweep(1);
+        AddSecondCommand();
+        m_tg->GetSecondaryData(corr);
+    }
+    // The generator's tone may overdrive the converter by design.
+    m_overflow = false;
+    m_tg->GetSweep(min, max, corr);
+    const qsStatus status = FinalStatus(qsNoError);
+    return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
+}
+
+qsStatus Device::StoreTgThru(int flag) {
+    if (m_mode.load() != QS_MODE_TG_SWEEP) return qsDeviceNotConfiguredErr;
+    if (flag == QS_TG_THRU_0DB) {
+        tgCalState = tg0dBRequested;
+        return qsNoError;
+    }
+    TGCalState stored = tg0dBStored;
+    if (flag == QS_TG_THRU_20DB && tgCalState.compare_exchange_strong(stored, tg20dBRequested)) return qsNoError;
+    return qsInvalidParameterErr;
+}
 
 // The engines of the real-time, streaming and audio modes are wired in here
 // as they are built; until then no such mode can be entered, and these
@@ -289,6 +322,8 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_SWEEP:
             if (m_sweepInfo.dsRatio < 2) return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
             return m_dsfft ? m_dsfft->Store(m_rawUnpacked, ppf, index) : 0;
+        case QS_MODE_TG_SWEEP:
+            return m_tg ? m_tg->Store(m_rawUnpacked, ppf, index) : 0;
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();

@@ -16,6 +16,7 @@
 #include "calibration/corrections.h"
 #include "engines/engine_narrow.h"
 #include "engines/engine_sweep.h"
+#include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
 #include "transport/cypress_linux.h"
@@ -106,6 +107,15 @@ public:
     qsStatus GetAudio(float* buffer);
     qsStatus GetRealTimePoi(double& poi) const;
 
+    // The tracking generator of this analyser (the transport's).
+    TGInterface& TG() { return m_usb->TG(); }
+    // Records a through-calibration request for the next fetch of a
+    // tracking-generator sweep: flag 1 at 0 dB, flag 2 (after a stored 0 dB
+    // one) with the 20 dB pad. qsDeviceNotConfiguredErr in any other mode,
+    // qsInvalidParameterErr for a flag that does not apply.
+    qsStatus StoreTgThru(int flag);
+    TGCalState GetTgCalState() const { return tgCalState.load(); }
+
     // Hands a new demodulation set to the running audio engine;
     // qsDeviceNotStreamingErr when none runs.
     qsStatus UpdateAudioSettings(const AudioConfig& audio);
@@ -134,6 +144,10 @@ protected:
     void DeleteAndNullifyFFTEngines();
     // The status every fetch ends with, after its engine delivered.
     qsStatus FinalStatus(qsStatus engineStatus);
+    // The fetch of a tracking-generator sweep: the primary pass and, for a
+    // high dynamic range, the secondary one.
+    template <typename T>
+    qsStatus GetTgSweep(T* min, T* max);
     // The calibrated ratio of true to nominal time base.
     double CalibratedOscRatio() const { return m_corr ? m_corr->GetOscRatio() : 1.0; }
 
@@ -177,6 +191,10 @@ protected:
     // The engine of a narrow sweep (dsRatio 16 or 256), built instead of
     // m_fft.
     std::unique_ptr<NarrowSweep> m_dsfft;
+    // The engine of a tracking-generator sweep, and its through-calibration
+    // state: written by the application's thread, read by its worker.
+    std::unique_ptr<TGSweepEngine> m_tg;
+    std::atomic<TGCalState> tgCalState{tgNoThruStored};
 };
 
 }  // namespace qs

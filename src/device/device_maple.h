@@ -34,6 +34,17 @@ public:
     // describes it. Waits until the mailbox is empty first. Always 0.
     int SetupRealTimeCommand(double center, bool bandZero);
 
+    // Plans a tracking-generator sweep: a frequency step from a fixed list
+    // that brings the points nearest to m_tgSweepSize, the points fitted
+    // into 20 MHz patches, the receiver's RBW and VBW (kept in the active
+    // settings), both passes' commands and correction arrays, and the
+    // engine. qsNotSupportedErr on firmware below 5.
+    qsStatus ConfigureTgMode(unsigned flag) override;
+
+    // Fills m_cmd (the primary pass), m_secCmd (the same at the secondary
+    // attenuation) and the patch list from the plan. Always 0.
+    int SetupTGCommand();
+
     // The four control bytes of a sub-band. s.gain is not packed on this
     // model; the low byte of the port mask goes into byte 0.
     void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;

@@ -16,6 +16,7 @@
 #include <thread>
 
 #include "qs_api.h"
+#include "tg/tg_interface.h"
 #include "transport/wire_formats.h"
 
 struct libusb_device;
@@ -97,6 +98,9 @@ public:
     // The data sink; the Device constructor registers itself. Not owned.
     void SetDevice(Device* dev) { device = dev; }
 
+    // This analyser's tracking generator; used on the caller's thread only.
+    TGInterface& TG() { return m_tg; }
+
     // Caller's thread: waits (10 ms polls, no time-out) until the mailbox is
     // free, that is until the previous command was sent, then leaves the
     // command in it and returns; it does not wait for this one's data.
@@ -145,6 +149,7 @@ private:
     Transfer* xfers[XFER_COUNT] = {};
     uint8_t* dma1 = nullptr;
     uint8_t* dma2 = nullptr;
+    TGInterface m_tg;
 
     friend qsStatus GetSerialNumberList(int* serial_list, int* list_len);
 };

@@ -8,6 +8,7 @@
 //    and trailer readers and checked for framing, monitor index, flash
 //    content and the block count that host and firmware each compute.
 // Any broken promise traps, so libFuzzer and the replay driver both see it.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -121,7 +122,25 @@ void CheckFirmware(const uint8_t* data, size_t size) {
         for (int q = 0; q < 2 * packets; ++q) {
             int sb = 0;
             int64_t step = 0;
-            if (counted) {
+            const bool generator = decoded.headerType == qssim::kCmdConfigure &&
+                                   decoded.commandType == qssim::kCfgTgSweep;
+            if (generator && qssim::ValidSubBands(decoded) > 0) {
+                // Sub-bands count generator points of ppf packets; the LO
+                // stands for TGCountPerPatch points, from TGstartingIndex.
+                const int64_t ppf = std::max<int64_t>(1, decoded.subBands[0].packetsPerFreq);
+                const int64_t perStep = std::max<int64_t>(1, decoded.TGCountPerPatch);
+                const int64_t point = q / ppf + decoded.TGstartingIndex;
+                int64_t base = decoded.TGstartingIndex;
+                for (int i = 0; i < qssim::ValidSubBands(decoded); ++i) {
+                    const int64_t end = base + decoded.subBands[i].stepCount;
+                    if (point < end || i == qssim::ValidSubBands(decoded) - 1) {
+                        sb = i;
+                        step = point / perStep - base / perStep;
+                        break;
+                    }
+                    base = end;
+                }
+            } else if (counted) {
                 int64_t start = 0;
                 for (int i = 0; i < qssim::ValidSubBands(decoded); ++i) {
                     const int64_t n = int64_t{decoded.subBands[i].packetsPerFreq} *

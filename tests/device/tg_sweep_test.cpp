@@ -1,0 +1,275 @@
+// Tracking-generator sweeps on a simulated Maple with no generator attached:
+// the plan, the commands on the wire, the trace, the through-calibration
+// states and the calls that the mode accepts.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "api/device_table.h"
+#include "device/device.h"
+#include "qs_api.h"
+#include "qs_sim.h"
+#include "settings/settings.h"
+#include "sim_calibration.h"
+#include "sim_fixture.h"
+#include "transport/wire_formats.h"
+
+namespace {
+
+class TgSweep : public OpenSimulatedDevice {
+protected:
+    qs::Device& Dev() const { return *qs::api::devices[h]; }
+    const qs::SweepInfo& Plan() const { return Dev().GetSweepInfo(); }
+
+    // Starts a generator sweep of startHz to startHz + spanHz.
+    qsStatus Start(double startHz, double spanHz, int points, bool highRange = false, bool passive = true) {
+        EXPECT_EQ(qsConfigureCenterSpan(h, startHz + spanHz / 2, spanHz), qsNoError);
+        EXPECT_EQ(qsConfigTgSweep(h, points, highRange, passive), qsNoError);
+        return qsInitiate(h, QS_MODE_TG_SWEEP, 0);
+    }
+
+    // The command blocks of generator sweeps that the device received from
+    // block `from` on.
+    std::vector<qs::DeviceCommand> TgCommands(int from) const {
+        std::vector<qs::DeviceCommand> out;
+        for (int i = from; i < qssim_command_count(sim); ++i) {
+            qs::DeviceCommand c;
+            qssim_get_command(sim, i, reinterpret_cast<unsigned char*>(&c));
+            if (c.headerType == qs::QS_CMD_CONFIGURE && c.commandType == qs::QS_CFG_TG_SWEEP) out.push_back(c);
+        }
+        return out;
+    }
+
+    std::vector<double> Fetch() {
+        unsigned n = 0;
+        double bin = 0, start = 0;
+        EXPECT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+        std::vector<double> min(n, 1e9), max(n, 1e9);
+        EXPECT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+        EXPECT_EQ(min, max);
+        return max;
+    }
+};
+
+struct StepCase {
+    double start, span;
+    int points;
+    double step;
+    int traceLen, perPatch, lastSkip, initialCount, stepCount;
+};
+
+TEST_F(TgSweep, ThePlanFitsThePointsIntoPatches) {
+    const StepCase cases[] = {
+        // 200 points of 10 kHz come nearest to 250; 208 points fill whole
+        // blocks, and the first patch starts 2000 - 208 points in.
+        {1e9, 2e6, 250, 10000.0, 201, 2000, 7, 1792, 1},
+        // One point per 20 MHz patch: every point is a patch of its own.
+        {1e9, 1e9, 50, 2e7, 51, 1, 5, 0, 56},
+        // 1 kHz is the finest step and has no span limit; 9 kHz gives 10
+        // points rounded to 16.
+        {1e9, 9e3, 10, 1000.0, 10, 20000, 6, 19984, 1},
+        // The points cross patches: 1001 points of 20 kHz in two patches.
+        {1e9, 2e7, 1024, 20000.0, 1001, 1000, 7, 992, 2},
+    };
+    for (const StepCase& c : cases) {
+        SCOPED_TRACE(c.span);
+        const int before = qssim_command_count(sim);
+        ASSERT_EQ(Start(c.start, c.span, c.points), qsNoError);
+        EXPECT_EQ(Plan().binSize, c.step);
+        EXPECT_EQ(Plan().traceLen, c.traceLen);
+        EXPECT_EQ(Plan().lastPatchSkipCnt, c.lastSkip);
+        EXPECT_EQ(Plan().tgInitialCount, c.initialCount);
+        EXPECT_EQ(Plan().stepCount, c.stepCount);
+        EXPECT_EQ(Plan().patchInfo.NumPatches(), c.stepCount);
+        EXPECT_EQ(Plan().ppf % 2, 0);
+        unsigned n = 0;
+        double bin = 0, start = 0;
+        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+        EXPECT_EQ(static_cast<int>(n), c.traceLen);
+        EXPECT_EQ(bin, c.step);
+        EXPECT_DOUBLE_EQ(start, c.start);
+        // Nothing goes out before the first fetch.
+        EXPECT_TRUE(TgCommands(before).empty());
+    }
+}
+
+TEST_F(TgSweep, TheReceiverBandwidthFollowsTheStepAndTheLowEnd) {
+    struct Case {
+        double start, span;
+        int points;
+        double rbw, vbw;
+    } cases[] = {
+        {1e9, 2e6, 250, 16000.0, 8000.0},   // 2 x 10 kHz is above 16 kHz
+        {1e9, 2e5, 100, 8000.0, 4000.0},    // 2 x 2 kHz: the floor of 8 kHz
+        {1e9, 1e6, 200, 10000.0, 5000.0},   // 2 x 5 kHz
+        {19999.0, 1e8, 100, 8000.0, 4000.0},  // below 20 kHz, whatever the step
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.start + c.span);
+        ASSERT_EQ(Start(c.start, c.span, c.points), qsNoError);
+        const qs::Settings& s = *Dev().GetSettings();
+        EXPECT_EQ(s.RBW(), c.rbw);
+        EXPECT_EQ(s.VBW(), c.vbw);
+        EXPECT_EQ(s.RBWShape(), QS_RBW_SHAPE_LOWPASS);
+    }
+}
+
+TEST_F(TgSweep, AFetchSendsOneCommandPerPassAndReadsTheLevel) {
+    // With no generator the analyser sees its scene: one tone in the patch
+    // that, before any through measurement, every point finds (the search
+    // covers the whole patch) and reads against the nominal -30 dBm.
+    qssim_set_tone(sim, 1.0005e9, -50.0);
+    for (bool highRange : {false, true}) {
+        SCOPED_TRACE(highRange);
+        ASSERT_EQ(Start(1e9, 2e6, 250, highRange), qsNoError);
+        const int before = qssim_command_count(sim);
+        const std::vector<double> trace = Fetch();
+        ASSERT_EQ(trace.size(), 201u);
+        const std::vector<qs::DeviceCommand> sent = TgCommands(before);
+        ASSERT_EQ(sent.size(), highRange ? 2u : 1u);
+        for (const qs::DeviceCommand& c : sent) {
+            EXPECT_EQ(c.TGCountPerPatch, 2000);
+            EXPECT_EQ(c.TGstartingIndex, 1792);
+            EXPECT_EQ(c.subBandCount, 1);
+            EXPECT_EQ(c.subBandArray[0].packetsPerFreq, Plan().ppf);
+        }
+        EXPECT_EQ(sent[0].subBandArray[0].settings[3] & 0x1F, 20);
+        if (highRange) {
+            EXPECT_EQ(sent[1].subBandArray[0].settings[3] & 0x1F, 5);
+            // The rest of the second block is the first one's.
+            EXPECT_EQ(sent[1].subBandArray[0].settings[3] & ~0x1F, sent[0].subBandArray[0].settings[3] & ~0x1F);
+            EXPECT_EQ(std::memcmp(sent[0].roughCorrArray, sent[1].roughCorrArray, sizeof sent[0].roughCorrArray), 0);
+        }
+        // -50 dBm against the nominal -30 dBm through level; the high-range
+        // pass does not take over above the crossover.
+        for (double v : trace) EXPECT_NEAR(v, -20.0, 3.0);
+    }
+}
+
+TEST_F(TgSweep, EachPointIsMeasuredInItsOwnPatch) {
+    // 101 points of 1 MHz, 20 to a patch: the first 4 in a patch centred at
+    // 993.6 MHz, the next 20 in the one at 1013.6 MHz, where the tone is,
+    // the rest further up. The device's block count, the simulator's LO
+    // steps and the engine's points have to agree for the tone to show
+    // exactly there.
+    qssim_set_tone(sim, 1.015e9, -50.0);
+    ASSERT_EQ(Start(1e9, 1e8, 100), qsNoError);
+    ASSERT_EQ(Plan().stepCount, 6);
+    ASSERT_EQ(Plan().tgInitialCount, 16);
+    ASSERT_EQ(Plan().patchInfo[1].center_freq, 1.0136e9);
+    const std::vector<double> trace = Fetch();
+    ASSERT_EQ(trace.size(), 101u);
+    for (size_t i = 0; i < trace.size(); ++i) {
+        if (i >= 4 && i < 24)
+            EXPECT_NEAR(trace[i], -20.0, 3.0) << i;
+        else
+            EXPECT_LT(trace[i], -50.0) << i;
+    }
+}
+
+TEST_F(TgSweep, WithoutAToneTheTraceSitsNearTheNoiseFloor) {
+    ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
+    const std::vector<double> trace = Fetch();
+    ASSERT_EQ(trace.size(), 201u);
+    const auto [lo, hi] = std::minmax_element(trace.begin(), trace.end());
+    EXPECT_LT(*hi, -50.0);
+    EXPECT_GT(*lo, -130.0);
+}
+
+TEST_F(TgSweep, AThroughMeasurementBecomesTheReference) {
+    qssim_set_tone(sim, 1.0005e9, -50.0);
+    ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
+    // Flag 2 needs a stored 0 dB through first.
+    EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsInvalidParameterErr);
+    EXPECT_EQ(qsStoreTgThru(h, 0), qsInvalidParameterErr);
+    ASSERT_EQ(qsStoreTgThru(h, QS_TG_THRU_0DB), qsNoError);
+    EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsInvalidParameterErr);
+    EXPECT_EQ(Dev().GetTgCalState(), qs::tg0dBRequested);
+    // The fetch that measures the through still reads against the old one.
+    for (double v : Fetch()) EXPECT_NEAR(v, -20.0, 3.0);
+    EXPECT_EQ(Dev().GetTgCalState(), qs::tg0dBStored);
+    for (double v : Fetch()) EXPECT_NEAR(v, 0.0, 0.5);
+    EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsNoError);
+    // A new set-up forgets the through.
+    ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
+    EXPECT_EQ(Dev().GetTgCalState(), qs::tgNoThruStored);
+}
+
+TEST_F(TgSweep, TheGeneratorCallsWithoutAGenerator) {
+    bool attached = true;
+    EXPECT_EQ(qsAttachTg(h), qsDeviceConnectionErr);
+    EXPECT_EQ(qsIsTgAttached(h, &attached), qsNoError);
+    EXPECT_FALSE(attached);
+    EXPECT_EQ(qsIsTgAttached(h, nullptr), qsNullPtrErr);
+    double f = 1, a = 1;
+    EXPECT_EQ(qsSetTg(h, 1e9, -20.0), qsTrackingGeneratorNotFound);
+    EXPECT_EQ(qsGetTgFreqAmpl(h, &f, &a), qsTrackingGeneratorNotFound);
+    EXPECT_EQ(qsSetTgReference(h, 0), qsTrackingGeneratorNotFound);
+    EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_0DB), qsDeviceNotConfiguredErr);
+    for (auto call : {qsAttachTg, +[](int d) { return qsStoreTgThru(d, 1); },
+                      +[](int d) { return qsSetTg(d, 1e9, -20.0); }})
+        EXPECT_EQ(call(-1), qsDeviceNotOpenErr);
+
+    // In the mode the sweep owns the generator; the reference call still
+    // reports the missing generator first.
+    ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
+    EXPECT_EQ(qsSetTg(h, 1e9, -20.0), qsDeviceNotConfiguredErr);
+    EXPECT_EQ(qsGetTgFreqAmpl(h, &f, &a), qsDeviceNotConfiguredErr);
+    EXPECT_EQ(qsSetTgReference(h, 0), qsTrackingGeneratorNotFound);
+    EXPECT_EQ(f, 1.0);
+    EXPECT_EQ(qsAttachTg(h), qsDeviceConnectionErr);
+}
+
+TEST_F(TgSweep, CallsInTheGeneratorSweepStateFollowTheTable) {
+    static float fl[4096];
+    static double d[4096];
+    static int ints[64], a, b;
+    static double value;
+    static unsigned len;
+    const struct {
+        const char* call;
+        std::function<qsStatus()> run;
+        qsStatus expected;
+    } rows[] = {
+        {"qsConfigureCenterSpan", [&] { return qsConfigureCenterSpan(h, 1e9, 2e6); }, qsNoError},
+        {"qsConfigureIO", [&] { return qsConfigureIO(h, 0, 0); }, qsDeviceNotIdleErr},
+        {"qsFetchTrace", [&] { return qsFetchTrace(h, 0, d, d); }, qsNoError},
+        {"qsFetchTrace_32f", [&] { return qsFetchTrace_32f(h, 0, fl, fl); }, qsNoError},
+        {"qsFetchRealTimeFrame", [&] { return qsFetchRealTimeFrame(h, fl, fl, nullptr, nullptr); },
+         qsDeviceNotConfiguredErr},
+        {"qsFetchAudio", [&] { return qsFetchAudio(h, fl); }, qsDeviceNotConfiguredErr},
+        {"qsFetchRaw", [&] { return qsFetchRaw(h, fl, ints); }, qsDeviceNotConfiguredErr},
+        {"qsQueryTraceInfo", [&] { return qsQueryTraceInfo(h, &len, &value, &value); }, qsNoError},
+        {"qsQueryRealTimeInfo", [&] { return qsQueryRealTimeInfo(h, &a, &b); }, qsDeviceNotConfiguredErr},
+        {"qsQueryRealTimePoi", [&] { return qsQueryRealTimePoi(h, &value); }, qsDeviceNotConfiguredErr},
+        {"qsQueryStreamInfo", [&] { return qsQueryStreamInfo(h, &a, &value, &b); }, qsDeviceNotConfiguredErr},
+        {"qsGetIQCorrection", [&] { return qsGetIQCorrection(h, fl); }, qsDeviceNotConfiguredErr},
+        {"qsGetDeviceDiagnostics", [&] { return qsGetDeviceDiagnostics(h, fl, fl, fl); }, qsNoError},
+        {"qsInitiate", [&] { return qsInitiate(h, QS_MODE_TG_SWEEP, 0); }, qsNoError},
+        {"qsAbort", [&] { return qsAbort(h); }, qsNoError},
+    };
+    for (const auto& row : rows) {
+        ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
+        EXPECT_EQ(row.run(), row.expected) << row.call;
+    }
+    // After qsAbort the device is idle again.
+    EXPECT_EQ(qsFetchTrace(h, 0, d, d), qsDeviceNotConfiguredErr);
+}
+
+TEST_F(TgSweep, OldFirmwareRefusesTheMode) {
+    qsCloseDevice(h);
+    const unsigned char version4[2] = {4, 0};
+    ASSERT_EQ(qssim_flash_write(sim, qssim::kImageFlashOffset + qssim::maple_image::kFirmwareVersion, version4, 2), 0);
+    ASSERT_GE(qsOpenDeviceBySerialNumber(&h, 12345678), 0);
+    int version = 0;
+    ASSERT_EQ(qsGetFirmwareVersion(h, &version), qsNoError);
+    ASSERT_EQ(version, 4);
+    EXPECT_EQ(Start(1e9, 2e6, 250), qsNotSupportedErr);
+    double d[8];
+    EXPECT_EQ(qsFetchTrace(h, 0, d, d), qsDeviceNotConfiguredErr);
+}
+
+}  // namespace
