@@ -134,6 +134,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     // The engines of the other modes join here as they are built.
     m_fftReady = false;
     m_fft.reset();
+    m_rtie.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -228,12 +229,15 @@ qsStatus Device::GetSweep(T* min, T* max) {
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
 
-// The engines of the real-time, streaming and audio modes are wired in here
-// as they are built; until then no such mode can be entered, and these
-// refuse like a fetch of a mode that does not run.
-qsStatus Device::GetRealTimeFrame(float*, float*, float*, float*) {
-    return qsDeviceNotConfiguredErr;
+qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* colorFrame,
+                                  float* alphaFrame) {
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
+    return FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
 }
+
+// The engines of the streaming and audio modes are wired in here as they
+// are built; until then no such mode can be entered, and these refuse like
+// a fetch of a mode that does not run.
 
 qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
 
@@ -241,7 +245,11 @@ qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
 
-qsStatus Device::GetRealTimePoi(double&) const { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetRealTimePoi(double& poi) const {
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
+    poi = m_rtie->GetPoi();
+    return qsNoError;
+}
 
 qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
     // The audio engine joins here; until then no audio ever runs.
@@ -278,6 +286,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_SWEEP:
             // A narrow plan is refused at set-up, so a sweep here is wide.
             return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
+        case QS_MODE_REAL_TIME:
+            if (m_rtie) m_rtie->Store(m_rawUnpacked);
+            return 0;
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();
