@@ -131,6 +131,7 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
     spectrum.malloc(fftSize);
     accumMin.malloc(traceLen);
     accumMax.malloc(traceLen);
+    display.malloc(traceLen);
 
     inRead = inWrite = outRead = outWrite = 0;
     inMask = IN_RING;
@@ -191,15 +192,15 @@ int RealTimeImageEngine::FFTThread() {
     return 0;
 }
 
-void RealTimeImageEngine::ToDisplayUnits(float* t) const {
+void RealTimeImageEngine::ToDisplayUnits(const float* power, float* out) const {
     if (logScale) {
-        ippsLn_32f_A11(t, t, traceLen);
-        ippsMulC_32f(t, kTenOverLn10, t, traceLen);
-        ippsAdd_32f(correction_array, t, t, traceLen);
+        ippsLn_32f_A11(power, out, traceLen);
+        ippsMulC_32f(out, kTenOverLn10, out, traceLen);
+        ippsAdd_32f(correction_array, out, out, traceLen);
     } else {
-        ippsSqrt_32f_A11(t, t, traceLen);
-        ippsMulC_32f(t, kMilliVoltScale, t, traceLen);
-        ippsMul_32f(correction_array, t, t, traceLen);
+        ippsSqrt_32f_A11(power, out, traceLen);
+        ippsMulC_32f(out, kMilliVoltScale, out, traceLen);
+        ippsMul_32f(correction_array, out, out, traceLen);
     }
 }
 
@@ -214,16 +215,20 @@ int RealTimeImageEngine::AccumulateThread() {
     while (streaming) {
         fftBatchReady.wait();
         while (fftsReady > 0 && streaming) {
-            float* t = fftResults + fftResultsReadIndex;
+            const float* t = fftResults + fftResultsReadIndex;
             if (detector == QS_DETECTOR_AVERAGE) {
                 ippsAdd_32f(t, max, max, traceLen);
             } else {
                 ippsMinEvery_32f(t, min, min, traceLen);
                 ippsMaxEvery_32f(t, max, max, traceLen);
             }
-            ToDisplayUnits(t);
+            // Converted beside the ring, not in it: a transform thread that
+            // laps this one then costs transforms, never a trace converted
+            // twice.
+            float* d = display;
+            ToDisplayUnits(t, d);
             float* column = staggeredResults + c;
-            for (int i = 0; i < traceLen; ++i) column[size_t(i) * size_t(fftsPerUpdate)] = t[i];
+            for (int i = 0; i < traceLen; ++i) column[size_t(i) * size_t(fftsPerUpdate)] = d[i];
             if (++c == fftsPerUpdate) {
                 const int o = outWrite * traceLen;
                 if (detector == QS_DETECTOR_AVERAGE) {
@@ -322,7 +327,7 @@ qsStatus RealTimeImageEngine::GetSweepFrame(float* minSweep, float* maxSweep, fl
     }
     for (float* sweep : {minSweep, maxSweep}) {
         if (!sweep) continue;
-        ToDisplayUnits(sweep);
+        ToDisplayUnits(sweep, sweep);
         if (flip_spectrum) ippsFlip_32f_I(sweep, traceLen);
     }
     if (colorFrame) {

@@ -91,9 +91,9 @@ public:
 
 private:
     void ImageGen();
-    // Display units in place: ln x 10/ln 10 + correction, or
-    // sqrt x 223.6 x correction.
-    void ToDisplayUnits(float* t) const;
+    // Linear power to display units: ln x 10/ln 10 + correction, or
+    // sqrt x 223.6 x correction. power and out may be one array.
+    void ToDisplayUnits(const float* power, float* out) const;
     // Transposes one slot's column-major image into a frame of 256 rows.
     void ToFrame(const float* image, float* frame) const;
     void Stop();
@@ -153,6 +153,7 @@ private:
     smart_ptr<float> spectrum;        // fft_thread
     smart_ptr<float> accumMin;        // accum_thread
     smart_ptr<float> accumMax;        // accum_thread
+    smart_ptr<float> display;         // accum_thread: one trace in display units
     int inTail = IN_TAIL;
     // AccumulateThread has locked slot 0: a fetch before then would find
     // the slot free and read an empty frame.
