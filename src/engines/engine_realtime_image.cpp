@@ -106,6 +106,7 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
         ippsZero_32s(image, imageSize);
     }
     finalImage.malloc(imageSize);
+    alphaCopy.malloc(imageSize);
 
     window.malloc(fftSize);
     build_rt_window(window, fftSize, info.zeroPadAmount);
@@ -131,7 +132,6 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
     spectrum.malloc(fftSize);
     accumMin.malloc(traceLen);
     accumMax.malloc(traceLen);
-    display.malloc(traceLen);
 
     inRead = inWrite = outRead = outWrite = 0;
     inMask = IN_RING;
@@ -162,6 +162,13 @@ void RealTimeImageEngine::Stop() {
 }
 
 void RealTimeImageEngine::Store(short* raw) {
+    // A transform thread a ring behind still reads what this block would
+    // overwrite: the block is lost instead, and the samples being read stay
+    // whole.
+    if (data_available.load() > inMask - BLOCK_SAMPLES) {
+        lostBlocks.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
     if (inWrite == 0) ippsConvert_16s32f_Sfs(raw, inBuffer + inMask, inTail, 15);
     ippsConvert_16s32f_Sfs(raw, inBuffer + inWrite, BLOCK_SAMPLES, 15);
     data_available += BLOCK_SAMPLES;
@@ -173,16 +180,21 @@ void RealTimeImageEngine::Store(short* raw) {
 int RealTimeImageEngine::FFTThread() {
     while (streaming) {
         inputReady.wait();
-        // A whole ring behind: those samples are lost, read on from here.
-        if (data_available > inMask) data_available -= inMask;
         while (data_available > fftSize && streaming) {
-            ippsMul_32f(inBuffer + inRead, window, windowed, fftSize);
-            fftSpec->FwdFFT(windowed, spectrum);
-            ippsPowerSpectr_32fc(reinterpret_cast<const Ipp32fc*>(spectrum.ptr) + sweepStart,
-                                 fftResults + fftResultsWriteIndex, traceLen);
-            fftResultsWriteIndex += traceLen;
-            if (fftResultsWriteIndex >= fftResultsSize) fftResultsWriteIndex = 0;
-            if (++fftsReady >= fftsPerBatch) fftBatchReady.notify();
+            // The result ring is full while the accumulation thread is a
+            // ring behind: this transform is lost rather than written over
+            // a trace still being read.
+            if ((fftsReady.load() + 1) * int64_t(traceLen) > fftResultsSize) {
+                lostTransforms.fetch_add(1, std::memory_order_relaxed);
+            } else {
+                ippsMul_32f(inBuffer + inRead, window, windowed, fftSize);
+                fftSpec->FwdFFT(windowed, spectrum);
+                ippsPowerSpectr_32fc(reinterpret_cast<const Ipp32fc*>(spectrum.ptr) + sweepStart,
+                                     fftResults + fftResultsWriteIndex, traceLen);
+                fftResultsWriteIndex += traceLen;
+                if (fftResultsWriteIndex >= fftResultsSize) fftResultsWriteIndex = 0;
+                if (++fftsReady >= fftsPerBatch) fftBatchReady.notify();
+            }
             inRead += fftStepSize;
             // At exactly inMask the transform reads the tail.
             if (inRead > inMask) inRead -= inMask;
@@ -215,20 +227,16 @@ int RealTimeImageEngine::AccumulateThread() {
     while (streaming) {
         fftBatchReady.wait();
         while (fftsReady > 0 && streaming) {
-            const float* t = fftResults + fftResultsReadIndex;
+            float* t = fftResults + fftResultsReadIndex;
             if (detector == QS_DETECTOR_AVERAGE) {
                 ippsAdd_32f(t, max, max, traceLen);
             } else {
                 ippsMinEvery_32f(t, min, min, traceLen);
                 ippsMaxEvery_32f(t, max, max, traceLen);
             }
-            // Converted beside the ring, not in it: a transform thread that
-            // laps this one then costs transforms, never a trace converted
-            // twice.
-            float* d = display;
-            ToDisplayUnits(t, d);
+            ToDisplayUnits(t, t);
             float* column = staggeredResults + c;
-            for (int i = 0; i < traceLen; ++i) column[size_t(i) * size_t(fftsPerUpdate)] = d[i];
+            for (int i = 0; i < traceLen; ++i) column[size_t(i) * size_t(fftsPerUpdate)] = t[i];
             if (++c == fftsPerUpdate) {
                 const int o = outWrite * traceLen;
                 if (detector == QS_DETECTOR_AVERAGE) {
@@ -324,6 +332,9 @@ qsStatus RealTimeImageEngine::GetSweepFrame(float* minSweep, float* maxSweep, fl
         if (minSweep) ippsCopy_32f(outMinBuf + o, minSweep, traceLen);
         if (maxSweep) ippsCopy_32f(outMaxBuf + o, maxSweep, traceLen);
         ippsConvert_32s32f(compositeImages[outRead], finalImage, imageSize);
+        // Copied under the lock too: a fetcher a ring behind would otherwise
+        // read the slot's alpha while it is being refilled.
+        if (alphaFrame) ippsCopy_32f(alphaFrames[outRead], alphaCopy, imageSize);
     }
     for (float* sweep : {minSweep, maxSweep}) {
         if (!sweep) continue;
@@ -334,7 +345,7 @@ qsStatus RealTimeImageEngine::GetSweepFrame(float* minSweep, float* maxSweep, fl
         ippsMulC_32f(finalImage, float(1.0 / (40 * fftsPerUpdate * binsPerCol)), finalImage, imageSize);
         ToFrame(finalImage, colorFrame);
     }
-    if (alphaFrame) ToFrame(alphaFrames[outRead], alphaFrame);
+    if (alphaFrame) ToFrame(alphaCopy, alphaFrame);
     outRead = (outRead + 1) % outMask;
     return qsNoError;
 }

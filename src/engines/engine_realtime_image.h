@@ -16,9 +16,11 @@
 //    only for its copies, so fetches are paced by the frame rate. One
 //    fetcher at a time.
 //
-// Overruns are not reported: a FFTThread one ring behind writes 4784128
-// samples off and reads on; a late AccumulateThread loses transforms to
-// the writer; a fetcher 32 frames behind reads refilled slots.
+// Overruns lose data but never let two threads touch one buffer: a block
+// that would overwrite samples FFTThread has not passed is dropped by
+// Store, a transform with no room in the result ring is skipped by
+// FFTThread (both counted), and a fetcher 32 frames behind reads the
+// refilled slots, under their locks.
 //
 // The plan and the settings are read only in the constructor. Construction
 // allocates every buffer, the threads' scratch included (qs_exception on
@@ -27,6 +29,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -85,6 +88,9 @@ public:
     int FFTsPerBatch() const { return fftsPerBatch; }
     int FFTStepSize() const { return fftStepSize; }
     int SweepStart() const { return sweepStart; }
+    // Data lost to overruns since construction; any thread.
+    int64_t LostBlocks() const { return lostBlocks.load(std::memory_order_relaxed); }
+    int64_t LostTransforms() const { return lostTransforms.load(std::memory_order_relaxed); }
 
     int FFTThread();
     int AccumulateThread();
@@ -153,8 +159,10 @@ private:
     smart_ptr<float> spectrum;        // fft_thread
     smart_ptr<float> accumMin;        // accum_thread
     smart_ptr<float> accumMax;        // accum_thread
-    smart_ptr<float> display;         // accum_thread: one trace in display units
+    smart_ptr<float> alphaCopy;       // application's thread
     int inTail = IN_TAIL;
+    std::atomic<int64_t> lostBlocks{0};
+    std::atomic<int64_t> lostTransforms{0};
     // AccumulateThread has locked slot 0: a fetch before then would find
     // the slot free and read an empty frame.
     semaphore accumStarted;

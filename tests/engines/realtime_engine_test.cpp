@@ -81,6 +81,9 @@ public:
             ++stored_;
         }
         ASSERT_EQ(rt_.GetSweepFrame(min, max, color, alpha), qsNoError);
+        // Paced like this, nothing may be lost.
+        ASSERT_EQ(rt_.LostBlocks(), 0);
+        ASSERT_EQ(rt_.LostTransforms(), 0);
     }
     int64_t Stored() const { return stored_; }
 
@@ -274,6 +277,34 @@ TEST(RealTimeEngine, PersistenceFadesAfterTheLastHit) {
     EXPECT_EQ(k, lastHit + 39);
     EXPECT_GE(lastHit, 4);  // the tone ended in the data of frame 4 or 5
     EXPECT_LE(lastHit, 5);
+}
+
+// Blocks stored faster than 131072-point transforms can follow: once the
+// ring is full the newest blocks are dropped and counted, and what the
+// transforms read stays whole. The tone's bin is a multiple of 32, so a
+// dropped block (2^12 x 73 samples) leaves its phase continuous and every
+// transform sees it at full level.
+TEST(RealTimeEngine, OverrunDropsBlocksAndKeepsFramesWhole) {
+    Plan p;
+    p.fftSize = 131072;
+    p.advance = 0.5;
+    Engine e(p);
+    const int first = (p.fftSize / 2 - p.traceLen) / 2;  // 32736
+    Tone tone{32768, p.fftSize, 1 << 30};
+    // Every block of this tone is the same: stored back to back at once.
+    std::vector<short> block(static_cast<size_t>(kBlock));
+    for (int i = 0; i < kBlock; ++i) block[size_t(i)] = ToneSample(i, &tone);
+    // Storing takes a tenth of the transforms' time for a block: the ring
+    // fills within a few dozen blocks on any machine, however loaded.
+    for (int b = 0; b < 2000 && e.rt->LostBlocks() == 0; ++b) e.rt->Store(block.data());
+    ASSERT_GT(e.rt->LostBlocks(), 0);
+    Frames f(*e.rt);
+    ASSERT_EQ(e.rt->GetSweepFrame(f.min.data(), f.max.data(), f.color.data(), f.alpha.data()), qsNoError);
+    const int i = 32768 - first;
+    EXPECT_NEAR(f.max[size_t(i)], -12.0412f, 0.01f);
+    EXPECT_NEAR(f.min[size_t(i)], -12.0412f, 0.01f);
+    for (size_t j = 0; j < f.max.size(); ++j) ASSERT_FALSE(std::isnan(f.min[j]) || std::isnan(f.max[j])) << j;
+    EXPECT_FLOAT_EQ(f.Color(225, i), 1.0f / 40.0f);
 }
 
 }  // namespace
