@@ -238,7 +238,6 @@ qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* color
 // The engines of the streaming and audio modes are wired in here as they
 // are built; until then no such mode can be entered, and these refuse like
 // a fetch of a mode that does not run.
-
 qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
