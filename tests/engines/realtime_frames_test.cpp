@@ -124,6 +124,7 @@ void ExpectColumnSums(const Frame& f, int k) {
 
 struct ToneCase {
     const char* name;
+    double center;
     double rbw;
     double span;
     double toneOffsetBins;  // from the trace centre, on a bin
@@ -135,14 +136,17 @@ struct ToneCase {
 
 TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
     const ToneCase cases[] = {
-        {"516 bins", 100e3, 20e6, 37, -30.0, QS_DETECTOR_MIN_MAX, 516, 516},
-        {"average", 100e3, 20e6, -61, -40.0, QS_DETECTOR_AVERAGE, 516, 516},
+        {"516 bins", 1e9, 100e3, 20e6, 37, -30.0, QS_DETECTOR_MIN_MAX, 516, 516},
+        {"average", 1e9, 100e3, 20e6, -61, -40.0, QS_DETECTOR_AVERAGE, 516, 516},
         // 2047 bins asked for: the best size is 2048, shown in 512 columns.
-        {"2048 bins", 30e3, 2045 * 9765.625, 301, -20.0, QS_DETECTOR_MIN_MAX, 2048, 512},
+        {"2048 bins", 1e9, 30e3, 2045 * 9765.625, 301, -20.0, QS_DETECTOR_MIN_MAX, 2048, 512},
+        // The low band samples the antenna directly.
+        {"low band", 10e6, 100e3, 10e6, 41, -30.0, QS_DETECTOR_MIN_MAX, 260, 260},
     };
     for (const ToneCase& tc : cases) {
         SCOPED_TRACE(tc.name);
         RealTimeRequest r;
+        r.center = tc.center;
         r.rbw = tc.rbw;
         r.span = tc.span;
         r.detector = tc.detector;
