@@ -137,6 +137,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     m_fft.reset();
     m_dsfft.reset();
     m_tg.reset();
+    m_rtie.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -272,20 +273,26 @@ qsStatus Device::StoreTgThru(int flag) {
     return qsInvalidParameterErr;
 }
 
-// The engines of the real-time, streaming and audio modes are wired in here
-// as they are built; until then no such mode can be entered, and these
-// refuse like a fetch of a mode that does not run.
-qsStatus Device::GetRealTimeFrame(float*, float*, float*, float*) {
-    return qsDeviceNotConfiguredErr;
+qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* colorFrame,
+                                  float* alphaFrame) {
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
+    return FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
 }
 
+// The engines of the streaming and audio modes are wired in here as they
+// are built; until then no such mode can be entered, and these refuse like
+// a fetch of a mode that does not run.
 qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
 
-qsStatus Device::GetRealTimePoi(double&) const { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetRealTimePoi(double& poi) const {
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
+    poi = m_rtie->GetPoi();
+    return qsNoError;
+}
 
 qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
     // The audio engine joins here; until then no audio ever runs.
@@ -324,6 +331,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
             return m_dsfft ? m_dsfft->Store(m_rawUnpacked, ppf, index) : 0;
         case QS_MODE_TG_SWEEP:
             return m_tg ? m_tg->Store(m_rawUnpacked, ppf, index) : 0;
+        case QS_MODE_REAL_TIME:
+            if (m_rtie) m_rtie->Store(m_rawUnpacked);
+            return 0;
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();

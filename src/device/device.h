@@ -15,6 +15,7 @@
 
 #include "calibration/corrections.h"
 #include "engines/engine_narrow.h"
+#include "engines/engine_realtime_image.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
@@ -195,6 +196,9 @@ protected:
     // state: written by the application's thread, read by its worker.
     std::unique_ptr<TGSweepEngine> m_tg;
     std::atomic<TGCalState> tgCalState{tgNoThruStored};
+    // The engine of real-time mode; built by the model's real-time set-up
+    // before the stream starts, destroyed after it stopped.
+    std::unique_ptr<RealTimeImageEngine> m_rtie;
 };
 
 }  // namespace qs

@@ -25,6 +25,14 @@ constexpr double kLO2Unit = 5000000.0;       // LO2 words count 5 MHz
 // the slice that moved with it.
 constexpr double kRow8LO1Add = 1600000.0;
 constexpr int kRow8 = 8;
+// Streaming modes tune the LO on this grid and reach the rest in the IF.
+constexpr double kStreamGrid = 800000.0;
+// Real-time limits, both ends included.
+constexpr double kRealTimeMinSpan = 199000.0;
+constexpr double kRealTimeMaxSpan = 27001000.0;
+constexpr double kRealTimeMinRBW = 2265.820313;
+constexpr double kRealTimeMaxRBW = 631450.0;
+constexpr double kRealTimeMinSweepTime = 0.001;
 
 // Frequency steps of a tracking-generator sweep, finest first.
 constexpr double tg_step_sizes[] = {1000.0,    2000.0,    5000.0,    10000.0,    20000.0,
@@ -285,6 +293,46 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_SWEEP;
+    return qsNoError;
+}
+
+qsStatus DeviceMaple::ConfigureRealTime(unsigned) {
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    if (!(set.m_span >= kRealTimeMinSpan && set.m_span <= kRealTimeMaxSpan)) return qsInvalidParameterErr;
+    if (!(set.m_rbw >= kRealTimeMinRBW && set.m_rbw <= kRealTimeMaxRBW)) return qsInvalidParameterErr;
+    if (set.m_sweepTime < kRealTimeMinSweepTime) set.m_sweepTime = kRealTimeMinSweepTime;
+
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
+    si.stepCount = 1;
+    si.step100kSize = 0;
+    si.dsRatio = 1;
+    si.IFOffsetFraction = 0.0;
+    rps.m_residualCount = 0;
+    si.binSize = (kSampleRate / si.fftSize) * m_oscRatio;
+    si.traceLen = calculateBestRealTimeSweepSize(round_to_int(set.m_span / si.binSize) + 2);
+
+    const double g = round_to_int(set.m_center / kStreamGrid) * kStreamGrid;
+    const double delta = set.m_center - g;
+    si.initialCenter = g * m_oscRatio;
+    si.IFOffset = round_to_int(delta / si.binSize);
+    si.actualStart = si.initialCenter + si.IFOffset * si.binSize - (si.traceLen / 2) * si.binSize;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupRealTimeCommand(g, false);
+        VecDouble list;
+        m_corr->BuildIFCorrectionArray(m_settings, &si, list);
+        if (!set.m_logScale)
+            for (double& v : list) v = std::pow(10.0, 0.05 * v);
+        // The engine exists before the stream starts: data come at once.
+        m_rtie.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list, true));
+    } catch (const std::exception&) {
+        m_rtie.reset();
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_REAL_TIME;
+    AddCommand();
     return qsNoError;
 }
 

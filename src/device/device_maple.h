@@ -25,6 +25,12 @@ public:
     // the low band's start-up sweep instead.
     qsStatus ConfigureSweepMode(unsigned flag) override;
 
+    // Plans real-time mode: one LO position on the 800 kHz grid, the trace
+    // around the centre, the IF corrections, the engine; then starts the
+    // stream. qsInvalidParameterErr (nothing changed) for a span or RBW
+    // outside the real-time range; a sweep time below 1 ms is raised.
+    qsStatus ConfigureRealTime(unsigned flag) override;
+
     // Lays the plan out as sub-bands of m_cmd and as patches; fills
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();

@@ -1,0 +1,311 @@
+// The real-time image engine on synthetic blocks: the geometry it derives
+// from a plan, the level and column of a tone, the sliding persistence sum
+// and the fading of the alpha frame, which an end-to-end run cannot pin to
+// the exact update.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "engines/engine_realtime_image.h"
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+
+namespace qs {
+namespace {
+
+constexpr int kBlock = RealTimeImageEngine::BLOCK_SAMPLES;
+
+struct Plan {
+    int traceLen = 64;
+    int fftSize = 1024;
+    double advance = 10.0;  // light transform load; a tenth of the input is read
+    int frameRate = 30;
+    bool flip = false;
+    bool logScale = true;
+    int detector = QS_DETECTOR_MIN_MAX;
+    double refDbm = 0.0;
+    double calSlopeDb = 0.0;  // correction of bin b: slope x (b - first bin of the trace)
+};
+
+struct Engine {
+    SettingsMaple settings;
+    SweepInfo info;
+    std::vector<double> cal;
+    std::unique_ptr<RealTimeImageEngine> rt;
+
+    explicit Engine(const Plan& p) {
+        settings.m_logScale = p.logScale;
+        settings.m_detector = p.detector;
+        settings.m_reference = p.refDbm;
+        settings.m_realTimeFrameRate = p.frameRate;
+        settings.m_realTimeAdvanceRate = p.advance;
+        settings.m_realTimeFrameScale = 100.0;
+        info.traceLen = p.traceLen;
+        info.fftSize = p.fftSize;
+        info.zeroPadAmount = 0;
+        info.IFOffset = 0;
+        info.initialBand = 1;
+        info.binSize = 8e7 / p.fftSize;
+        info.patchInfo.Append(Patch{p.fftSize / 4, 1, 0, 1e9, 0.0, p.flip});
+        const int first = (p.fftSize / 2 - p.traceLen) / 2;
+        for (int b = 0; b < p.fftSize / 2; ++b) {
+            const double db = p.calSlopeDb * (b - first);
+            cal.push_back(p.logScale ? db : std::pow(10.0, 0.05 * db));
+        }
+        rt.reset(new RealTimeImageEngine(&settings, &info, cal, true));
+    }
+};
+
+// Stores blocks made by `sample` (of the absolute sample index) just far
+// enough ahead for each fetch: frame k needs k x fftsPerUpdate transforms
+// and a batch beyond, to wake the accumulation thread. The feeder never
+// gets a ring (16 blocks) ahead of the transform thread.
+class Feeder {
+public:
+    using Source = short (*)(int64_t n, const void* ctx);
+    Feeder(RealTimeImageEngine& rt, int fftSize, Source source, const void* ctx)
+        : rt_(rt), fftSize_(fftSize), source_(source), ctx_(ctx), block_(size_t(kBlock)) {}
+
+    void Fetch(int k, float* min, float* max, float* color, float* alpha) {
+        const int64_t step = rt_.FFTStepSize();
+        const int64_t lastStart = (int64_t(k) * rt_.FFTsPerUpdate() - 1) * step;
+        const int64_t extra = (int64_t(rt_.FFTsPerBatch()) * step + kBlock - 1) / kBlock + 1;
+        const int64_t need = (lastStart + fftSize_) / kBlock + 1 + extra;
+        while (stored_ < need) {
+            for (int i = 0; i < kBlock; ++i) block_[size_t(i)] = source_(stored_ * kBlock + i, ctx_);
+            rt_.Store(block_.data());
+            ++stored_;
+        }
+        ASSERT_EQ(rt_.GetSweepFrame(min, max, color, alpha), qsNoError);
+        // Paced like this, nothing may be lost.
+        ASSERT_EQ(rt_.LostBlocks(), 0);
+        ASSERT_EQ(rt_.LostTransforms(), 0);
+    }
+    int64_t Stored() const { return stored_; }
+
+private:
+    RealTimeImageEngine& rt_;
+    int fftSize_;
+    Source source_;
+    const void* ctx_;
+    std::vector<short> block_;
+    int64_t stored_ = 0;
+};
+
+// A tone exactly on transform bin `bin` at half of full scale, for the
+// first `blocks` blocks; silence after.
+struct Tone {
+    int bin;
+    int fftSize;
+    int64_t blocks;
+    std::vector<short> period;  // one transform's worth of phases
+
+    Tone(int b, int n, int64_t count) : bin(b), fftSize(n), blocks(count), period(size_t(n)) {
+        for (int i = 0; i < n; ++i) period[size_t(i)] = short(std::lrint(16384.0 * std::cos(2.0 * M_PI * i / n)));
+    }
+};
+
+short ToneSample(int64_t n, const void* ctx) {
+    const Tone& t = *static_cast<const Tone*>(ctx);
+    if (n >= t.blocks * kBlock) return 0;
+    return t.period[size_t((n * t.bin) % t.fftSize)];
+}
+
+struct Frames {
+    std::vector<float> min, max, color, alpha;
+    int width;
+    explicit Frames(const RealTimeImageEngine& rt)
+        : min(size_t(rt.TraceLen())), max(min.size()), color(size_t(rt.ImageWidth()) * 256),
+          alpha(color.size()), width(rt.ImageWidth()) {}
+    float Color(int row, int col) const { return color[size_t(row) * size_t(width) + size_t(col)]; }
+    float Alpha(int row, int col) const { return alpha[size_t(row) * size_t(width) + size_t(col)]; }
+};
+
+TEST(RealTimeEngine, GeometryFromPlan) {
+    struct Row {
+        int traceLen, fftSize;
+        double advance;
+        int frameRate;
+        int width, binsPerCol, perUpdate, perBatch;
+    };
+    const Row rows[] = {
+        {1023, 4096, 0.5, 30, 1023, 1, 1302, 162},
+        {1024, 4096, 0.5, 30, 512, 2, 1302, 162},
+        {4096, 16384, 0.5, 30, 512, 8, 325, 40},
+        // 80e6 / 512 = 156250 transforms a second, a thirtieth of them.
+        {64, 1024, 0.5, 30, 64, 1, 5208, 651},
+        // 610 a second: 20 an update, and a batch of 2.
+        {64, 131072, 1.0, 30, 64, 1, 20, 2},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.traceLen << " bins of " << r.fftSize);
+        Plan p;
+        p.traceLen = r.traceLen;
+        p.fftSize = r.fftSize;
+        p.advance = r.advance;
+        p.frameRate = r.frameRate;
+        Engine e(p);
+        EXPECT_EQ(e.rt->ImageWidth(), r.width);
+        EXPECT_EQ(e.rt->BinsPerCol(), r.binsPerCol);
+        EXPECT_EQ(e.rt->FFTsPerUpdate(), r.perUpdate);
+        EXPECT_EQ(e.rt->FFTsPerBatch(), r.perBatch);
+        EXPECT_DOUBLE_EQ(e.rt->GetPoi(), (r.fftSize + int(r.fftSize * r.advance)) / 8e7);
+    }
+}
+
+// Silence: every cell is at level 0 (the logarithm of 0 is minus
+// infinity), so row 0 of every column holds the share of updates summed,
+// which grows by 1/40 a frame and stops at 39/40.
+TEST(RealTimeEngine, SilenceFillsRowZeroUpToThirtyNineFortieths) {
+    Engine e(Plan{});
+    Tone silence{0, 1024, 0};
+    Feeder feed(*e.rt, 1024, ToneSample, &silence);
+    Frames f(*e.rt);
+    for (int k = 1; k <= 42; ++k) {
+        SCOPED_TRACE(k);
+        feed.Fetch(k, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
+        const float share = float(std::min(k, 39) * e.rt->FFTsPerUpdate()) *
+                            float(1.0 / (40 * e.rt->FFTsPerUpdate()));
+        for (int c = 0; c < f.width; ++c) {
+            ASSERT_FLOAT_EQ(f.Color(0, c), share) << c;
+            ASSERT_EQ(f.Alpha(0, c), 1.0f) << c;
+            for (int r = 1; r < 256; ++r) ASSERT_EQ(f.Color(r, c) + f.Alpha(r, c), 0.0f) << r << " " << c;
+        }
+        for (int i = 0; i < e.rt->TraceLen(); ++i) {
+            ASSERT_TRUE(std::isinf(f.min[size_t(i)]) && f.min[size_t(i)] < 0) << i;
+            ASSERT_EQ(f.max[size_t(i)], f.min[size_t(i)]) << i;
+        }
+    }
+}
+
+struct ToneCase {
+    const char* name;
+    Plan plan;
+    int traceIndex;  // where the tone's bin lands in the trace and frame
+    float value;     // its sweep value: dBm or mV
+    int row;         // its level
+};
+
+// Half of full scale on a bin: power 1/16 after the transform's division
+// by N, -12.04 dB or 55.90 mV (x 223.6).
+TEST(RealTimeEngine, ToneLevelColumnAndRow) {
+    auto plan = [](auto edit) {
+        Plan p;
+        edit(p);
+        return p;
+    };
+    const ToneCase cases[] = {
+        // (-12.04 + 100) x 2.56 = 225.2
+        {"log", plan([](Plan&) {}), 20, -12.0412f, 225},
+        // 55.90 x 255 / 223.6 = 63.75
+        {"linear", plan([](Plan& p) { p.logScale = false; }), 20, 55.9f, 64},
+        {"average", plan([](Plan& p) { p.detector = QS_DETECTOR_AVERAGE; }), 20, -12.0412f, 225},
+        // At the reference the level is 256, kept at 255.
+        {"at reference", plan([](Plan& p) { p.refDbm = -12.0; }), 20, -12.0412f, 255},
+        // Just below reference - divisions: level 0.
+        {"below the image", plan([](Plan& p) { p.refDbm = 88.0; }), 20, -12.0412f, 0},
+        // Corrections 0.05 dB a bin from the trace's first bin: +1 dB.
+        {"corrected", plan([](Plan& p) { p.calSlopeDb = 0.05; }), 20, -11.0412f, 228},
+        // An inverted row: the trace, the frames and the corrections all
+        // run the other way, so the tone is 63 - 20 bins in, with the
+        // correction of that position: +2.15 dB.
+        {"flipped", plan([](Plan& p) { p.flip = true; p.calSlopeDb = 0.05; }), 43, -9.8912f, 231},
+    };
+    for (const ToneCase& tc : cases) {
+        SCOPED_TRACE(tc.name);
+        Engine e(tc.plan);
+        // Bin 224 + 20 is trace point 20 of an upright row.
+        Tone tone{244, 1024, 1 << 30};
+        Feeder feed(*e.rt, 1024, ToneSample, &tone);
+        Frames f(*e.rt);
+        for (int k = 1; k <= 3; ++k) feed.Fetch(k, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
+        const int i = tc.traceIndex;
+        const float tol = tc.plan.logScale ? 0.01f : 0.01f * tc.value;
+        EXPECT_NEAR(f.max[size_t(i)], tc.value, tol);
+        EXPECT_NEAR(f.min[size_t(i)], tc.value, tol);
+        if (tc.plan.detector == QS_DETECTOR_AVERAGE) {
+            for (size_t j = 0; j < f.min.size(); ++j) ASSERT_EQ(f.min[j], f.max[j]) << j;
+        }
+        EXPECT_EQ(std::max_element(f.max.begin(), f.max.end()) - f.max.begin(), i);
+        // Every transform of three updates put the tone's cell at its level.
+        EXPECT_FLOAT_EQ(f.Color(tc.row, i), 3.0f / 40.0f);
+        EXPECT_EQ(f.Alpha(tc.row, i), 1.0f);
+    }
+}
+
+// A cell hit for the last time fades by 0.92 an update and is forgotten
+// 39 updates later, in colour and alpha alike.
+TEST(RealTimeEngine, PersistenceFadesAfterTheLastHit) {
+    Plan p;
+    Engine e(p);
+    Tone tone{244, 1024, 1 << 30};
+    Feeder feed(*e.rt, 1024, ToneSample, &tone);
+    Frames f(*e.rt);
+    // Three frames of tone, silence from the next block on.
+    for (int k = 1; k <= 3; ++k) feed.Fetch(k, nullptr, nullptr, nullptr, nullptr);
+    tone.blocks = feed.Stored();
+
+    const int row = 225, col = 20;
+    int k = 4;
+    int lastHit = -1;
+    float fade = 1.0f;
+    for (int j = 0; k <= 60; ++k) {
+        feed.Fetch(k, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
+        const float a = f.Alpha(row, col);
+        if (a == 1.0f) {
+            lastHit = k;
+            j = 0;
+            fade = 1.0f;
+            continue;
+        }
+        ASSERT_GT(lastHit, 0) << "the tone's cell was never hit after frame 3";
+        ++j;
+        if (j < 39) {
+            fade = float(fade * 0.92);
+            ASSERT_EQ(a, fade) << "frame " << k << ", " << j << " after the last hit";
+            ASSERT_GT(f.Color(row, col), 0.0f) << k;
+        } else {
+            ASSERT_EQ(a, 0.0f) << k;
+            ASSERT_EQ(f.Color(row, col), 0.0f) << k;
+            break;
+        }
+    }
+    EXPECT_EQ(k, lastHit + 39);
+    EXPECT_GE(lastHit, 4);  // the tone ended in the data of frame 4 or 5
+    EXPECT_LE(lastHit, 5);
+}
+
+// Blocks stored faster than 131072-point transforms can follow: once the
+// ring is full the newest blocks are dropped and counted, and what the
+// transforms read stays whole. The tone's bin is a multiple of 32, so a
+// dropped block (2^12 x 73 samples) leaves its phase continuous and every
+// transform sees it at full level.
+TEST(RealTimeEngine, OverrunDropsBlocksAndKeepsFramesWhole) {
+    Plan p;
+    p.fftSize = 131072;
+    p.advance = 0.5;
+    Engine e(p);
+    const int first = (p.fftSize / 2 - p.traceLen) / 2;  // 32736
+    Tone tone{32768, p.fftSize, 1 << 30};
+    // Every block of this tone is the same: stored back to back at once.
+    std::vector<short> block(static_cast<size_t>(kBlock));
+    for (int i = 0; i < kBlock; ++i) block[size_t(i)] = ToneSample(i, &tone);
+    // Storing takes a tenth of the transforms' time for a block: the ring
+    // fills within a few dozen blocks on any machine, however loaded.
+    for (int b = 0; b < 2000 && e.rt->LostBlocks() == 0; ++b) e.rt->Store(block.data());
+    ASSERT_GT(e.rt->LostBlocks(), 0);
+    Frames f(*e.rt);
+    ASSERT_EQ(e.rt->GetSweepFrame(f.min.data(), f.max.data(), f.color.data(), f.alpha.data()), qsNoError);
+    const int i = 32768 - first;
+    EXPECT_NEAR(f.max[size_t(i)], -12.0412f, 0.01f);
+    EXPECT_NEAR(f.min[size_t(i)], -12.0412f, 0.01f);
+    for (size_t j = 0; j < f.max.size(); ++j) ASSERT_FALSE(std::isnan(f.min[j]) || std::isnan(f.max[j])) << j;
+    EXPECT_FLOAT_EQ(f.Color(225, i), 1.0f / 40.0f);
+}
+
+}  // namespace
+}  // namespace qs
