@@ -134,6 +134,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     // The engines of the other modes join here as they are built.
     m_fftReady = false;
     m_fft.reset();
+    m_stream.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -235,9 +236,24 @@ qsStatus Device::GetRealTimeFrame(float*, float*, float*, float*) {
     return qsDeviceNotConfiguredErr;
 }
 
-qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetIQ(float* buffer, int* triggers) {
+    if (!m_fftReady.load()) return qsDeviceNotConfiguredErr;
+    qsStatus status = qsNoError;
+    if (m_mode.load() == QS_MODE_STREAMING && m_stream) status = m_stream->Get_32f(buffer, triggers);
+    return FinalStatus(status);
+}
 
-qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetIQ(qsIQPacket* pkt) {
+    if (!m_fftReady.load() || !m_stream) return qsDeviceNotConfiguredErr;
+    qsStatus status = qsNoError;
+    if (m_mode.load() == QS_MODE_STREAMING) {
+        // A direct stream has raw samples only (qsFetchRaw); there is no
+        // I/Q to give.
+        (void)pkt;
+        return qsNotSupportedErr;
+    }
+    return FinalStatus(status);
+}
 
 qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
 
@@ -281,6 +297,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();
+            if (m_stream)
+                m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU, 0,
+                                m_avgSamplesBetweenPPS);
             return 0;
         default:
             // The engines of the other modes take the block here as they

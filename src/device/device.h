@@ -12,8 +12,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "calibration/corrections.h"
+#include "engines/engine_iq.h"
 #include "engines/engine_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
@@ -182,6 +184,12 @@ protected:
     // The engine of a wide sweep; built by the model's sweep set-up,
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<SweepEngine> m_fft;
+    // The stream of the streaming mode; built by ConfigureIQ, destroyed by
+    // DeleteAndNullifyFFTEngines once Store can no longer be reached.
+    std::unique_ptr<Stream> m_stream;
+    // Storage of the I/Q stream's circular buffer, lent to each IQStream,
+    // so that it outlives them.
+    std::vector<Ipp32fc> iqBuffer;
 };
 
 }  // namespace qs

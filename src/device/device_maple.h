@@ -25,6 +25,12 @@ public:
     // the low band's start-up sweep instead.
     qsStatus ConfigureSweepMode(unsigned flag) override;
 
+    // Plans the streaming mode at the settings' IQ centre and starts the
+    // stream: a DirectStream for QS_STREAM_FLAG_DIRECT or
+    // QS_STREAM_FLAG_BAND_ZERO, else an IQStream. Centres below 16 MHz
+    // stream from the low band (row 0) with its flat correction.
+    qsStatus ConfigureIQ(unsigned flag) override;
+
     // Lays the plan out as sub-bands of m_cmd and as patches; fills
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();
