@@ -1,13 +1,19 @@
 // Filter and transform objects: small owners of the stateful primitives of
 // the vector layer, with one life each: build, (reset,) process.
 //
-// None of them lock or start threads; each belongs to one thread at a time
-// while in use. Building allocates (smart_ptr members throw qs_exception,
+// None of them lock or start threads, but for FastFIR_32f with its two
+// workers; each belongs to one thread at a time while in use. Building allocates (smart_ptr members throw qs_exception,
 // DSP::SimpleVector members std::bad_alloc) and a constructor that throws
 // leaves nothing behind. Processing allocates nothing.
 #pragma once
 
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
 #include "dsp/dsp_vector.h"
+#include "dsp/qs_lib.h"
 #include "ipps.h"
 
 enum filterPassType { lowPassFilter = 0, highPassFilter = 1 };
@@ -216,3 +222,121 @@ private:
     Tuner_32fc(const Tuner_32fc&);
     Tuner_32fc& operator=(const Tuner_32fc&);
 };
+
+// ---- fast FIR filters ---------------------------------------------------------------------
+// Overlap-save block convolution with the decimation folded into the
+// spectrum before the inverse transform. Both are non-copyable; one thread at
+// a time calls Filter, and consecutive calls are consecutive pieces of one
+// signal (the first call takes the signal as silent before its first sample).
+// Constructors refuse settings the block geometry can't serve with
+// std::invalid_argument before anything is built; allocation failures throw
+// qs_exception("Smart Pointer Malloc Error"). Filter allocates nothing.
+
+// Complex low-pass of 1025 taps with decimation, on 2048-point blocks of
+// 1024 new samples each.
+class FastFIR_32fc {
+public:
+    // input_len: a positive multiple of 1024. decimate_factor: a power of two
+    // from 1 to 1024 (so that every block yields at least one sample).
+    // bw_ratio: pass band width as a fraction of the input rate, 0 < bw_ratio < 1.
+    FastFIR_32fc(int decimate_factor, double bw_ratio, int input_len);
+
+    int InputLength() const { return filter_len; }
+    int OutputLength() const { return filter_len / decimation; }
+    int DownsamplingFactor() const { return decimation; }
+    // InputLength() samples from src, OutputLength() samples to dst; src is
+    // not changed, and src and dst must not overlap.
+    void Filter(Ipp32fc* src, Ipp32fc* dst);
+
+    int filter_len = 0;
+    int step_count = 0;
+    int decimation = 1;
+    smart_ptr<Ipp32fc> kernel;
+    smart_ptr<Ipp32fc> overlap_buf;
+    std::unique_ptr<fft_C_32fc> fwd_fft;
+    std::unique_ptr<fft_C_32fc> inv_fft;
+    smart_ptr<Ipp32fc> work_buf;
+
+private:
+    FastFIR_32fc(const FastFIR_32fc&);
+    FastFIR_32fc& operator=(const FastFIR_32fc&);
+};
+
+// Real 80 MS/s samples to complex baseband around `center`, decimated by
+// 2^(s + 1) (s = downsampleScale): a 1025-tap band-pass on 4096-point real
+// blocks of 3072 new samples, the positive half of the spectrum folded down
+// to complex baseband, then a tone mixer, and for s > 3 a FastFIR_32fc.
+// Frequencies are fractions of the input rate. Each block of 393216 samples
+// is split between two worker threads of the filter's own; Filter hands the
+// block over, makes the next mixer tone meanwhile, and returns when both
+// halves are done. A real tone of amplitude A in the pass band comes out as
+// a complex tone of amplitude A / 2 (before AddCorrections).
+class FastFIR_32f {
+public:
+    static constexpr int kInputLen = 393216;
+
+    // downsampleScale 0 to 13; the band f1 = center - width / 2 to f2 =
+    // center + width / 2 (for s > 3 center -/+ 0.0234375, and 16 * width
+    // is the second stage's band) must lie within 0 < f1 < f2 < 0.5, after
+    // the band-zero shift of the centre. Starts the two workers.
+    FastFIR_32f(int downsampleScale, double center, double width, bool usingBandZero);
+    // Stops and joins the workers. Never while Filter runs.
+    ~FastFIR_32f();
+
+    int InputLength() const { return kInputLen; }
+    int OutputLength() const { return output_len; }
+    int DownsamplingFactor() const;
+    int FilterDelay() const { return filter_delay; }
+    // Multiplies bin i of the band filter by adjustments[i], i = 0 .. 2047.
+    // Fewer than 2048 entries: no correction. Call before the first Filter.
+    void AddCorrections(const std::vector<double>& adjustments);
+    // 393216 real samples from src to OutputLength() complex samples at dst;
+    // returns when done. src is not changed; src and dst stay valid until
+    // the call returns and must not overlap.
+    void Filter(Ipp32f* src, Ipp32fc* dst);
+
+    std::atomic<bool> filtering{false};
+    int output_len = 0;
+    int downsample_scale = 0;
+    int filter_delay = 0;
+    std::thread thread_handle[2];
+    qs::semaphore input_ready[2];
+    qs::semaphore output_ready[2];
+    smart_ptr<float> kernel;
+    smart_ptr<float> overlap_buf;
+    smart_ptr<Ipp32fc> intermediate;
+    std::unique_ptr<Tuner_32fc> tuner;
+    std::unique_ptr<FastFIR_32fc> post_filter;
+    Ipp32f* input_ptr = nullptr;
+    Ipp32fc* output_ptr = nullptr;
+    bool usingBandZero = false;
+    int fftShiftAmount = 0;
+
+private:
+    // A worker's buffers and transforms. Made in the constructor rather than
+    // on the worker's own thread, so that a failed allocation reaches the
+    // caller as an exception instead of killing a thread nobody watches.
+    struct WorkerBuffers {
+        smart_ptr<float> spectrum;      // 4096 floats, Perm packed
+        smart_ptr<Ipp32fc> rotation;    // 2048 complex
+        smart_ptr<Ipp32fc> product;     // 3072 complex
+        std::unique_ptr<fft_R_32f> fwd;
+        std::unique_ptr<fft_C_32fc> inv;
+    };
+
+    void FilterThread(int thread_num);
+    void StopWorkers();
+
+    WorkerBuffers worker[2];
+
+    FastFIR_32f(const FastFIR_32f&);
+    FastFIR_32f& operator=(const FastFIR_32f&);
+};
+
+// Folds the 2048 products of positive-frequency bins around bin 1024 (a
+// quarter of the input rate) into a complex baseband spectrum of
+// M = 2048 / 2^scale entries: F[p] = sum over j of
+// cplx[(1024 + p + j * M) mod 2048], the imaginary part of F[M / 2] cleared.
+// cplx holds 3072 entries, the top 1024 used as scratch. scale 0 to 3;
+// other values do nothing.
+void FrequencySumToComplex(Ipp32fc* cplx, int scale);
