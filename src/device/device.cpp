@@ -249,8 +249,9 @@ qsStatus Device::GetIQ(qsIQPacket* pkt) {
     if (m_mode.load() == QS_MODE_STREAMING) {
         // A direct stream has raw samples only (qsFetchRaw); there is no
         // I/Q to give.
-        (void)pkt;
-        return qsNotSupportedErr;
+        IQStream* iq = dynamic_cast<IQStream*>(m_stream.get());
+        if (!iq) return qsNotSupportedErr;
+        status = iq->GetIQ(pkt);
     }
     return FinalStatus(status);
 }

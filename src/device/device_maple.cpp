@@ -404,7 +404,7 @@ qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
         if (flag & (QS_STREAM_FLAG_DIRECT | QS_STREAM_FLAG_BAND_ZERO))
             m_stream.reset(new DirectStream(m_settings, &si));
         else
-            return qsNotSupportedErr;
+            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
     } catch (const std::exception&) {
         m_stream.reset();
         return qsAllocationLimitErr;

@@ -3,6 +3,9 @@
 #include <cmath>
 #include <cstring>
 
+#include "settings/settings.h"
+#include "settings/sweep_info.h"
+
 namespace qs {
 
 namespace {
@@ -153,6 +156,187 @@ void IFStream::GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) {
     const int loc = output_loc == 0 ? STEPS - 1 : output_loc - 1;
     if (seconds) *seconds = times[loc].seconds;
     if (nanoseconds) *nanoseconds = times[loc].nanosecs;
+}
+
+// ---- IQStream -----------------------------------------------------------------
+
+IQStream::IQStream(const Settings* set, const SweepInfo* info, std::vector<double>& corrections,
+                   std::vector<Ipp32fc>& iqBuf)
+    : settings(set), sweepInfo(info), iqBuffer(iqBuf) {
+    OUTPUT_STEP_SZ = 524288 >> settings->iqFirstPassDecimate;
+    flipSpectrum = sweepInfo->patchInfo.NumPatches() > 0 && sweepInfo->patchInfo[0].flip_spectrum;
+
+    // The first pass sits on the IF slice of the centre: the mirrored side
+    // on a flipped path, whose corrections are mirrored with it.
+    double center;
+    if (flipSpectrum) {
+        ippsFlip_64f_I(corrections.data(), static_cast<int>(corrections.size()));
+        center = 0.25 - sweepInfo->if_offset_hz / 8e7;
+    } else {
+        center = 0.25 + sweepInfo->if_offset_hz / 8e7;
+    }
+    const double width = settings->iqFirstPassBandwidth / 8e7;
+    if (sweepInfo->mapleBandZeroIQ) center = settings->m_center / 8e7;
+    if (settings->iqDataType == qsDataType16sc) {
+        // The reference level plus 10 dB is full scale of the 16-bit values.
+        const double fullScale = std::pow(10.0, (settings->m_reference + 10.0) / 20.0);
+        for (double& c : corrections) c /= fullScale;
+    }
+
+    fir_filter.reset(new FastFIR_32f(settings->iqFirstPassDecimate, center, width,
+                                     sweepInfo->mapleBandZeroIQ));
+    fir_filter->AddCorrections(corrections);
+    PROCESS_OUT_STEP_SZ = fir_filter->OutputLength();
+
+    if (settings->iqSecondPass) {
+        // Its input is always the 312.5 kHz of a first pass at exponent 7.
+        const int n = (256 << settings->iqSecondPassDecimate) / 2;
+        std::vector<Ipp32fc> taps(static_cast<size_t>(n));
+        FIRGenLowpass_32fc(settings->iqSecondPassBandwidth / 312500.0 * 0.5, taps.data(), n,
+                           ippWinBlackman, ippTrue);
+        finalPassFilter.SetTaps(taps.data(), n);
+        final_output_size = OUTPUT_STEP_SZ >> settings->iqSecondPassDecimate;
+        second_pass_output.malloc(OUTPUT_STEP_SZ);
+    } else {
+        final_output_size = OUTPUT_STEP_SZ;
+    }
+
+    input.malloc(INPUT_STORAGE_LEN);
+    output.malloc(final_output_size);
+    // The filter thread's work buffer, made here so that a failure reaches
+    // the set-up instead of a thread nobody watches.
+    work.malloc(2 * OUTPUT_STEP_SZ);
+    iqBuffer.Resize(final_output_size * OUTPUT_STEPS);
+
+    streaming = true;
+    filterThreadHandle = std::thread(&IQStream::FilterThread, this);
+}
+
+IQStream::~IQStream() {
+    streaming = false;
+    input_data_available = 0;
+    inputReady.notify();
+    dataReady.notify();
+    if (filterThreadHandle.joinable()) filterThreadHandle.join();
+}
+
+int IQStream::FilterDelay() const {
+    return fir_filter->FilterDelay() + (finalPassFilter.FilterDelay() << 8);
+}
+
+int IQStream::TriggerDelay() const { return FilterDelay(); }
+
+int IQStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
+                    double currSR) {
+    measuredSR = currSR;
+    ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
+                           INPUT_STEP_SZ, 15);
+    if (++input_loc == INPUT_STEPS) input_loc = 0;
+    // Rows first: the count published below is what lets the filter thread
+    // finish a step and read its row.
+    rows.AddTriggers(triggers, TriggerDelay());
+    rows.AddTime(seconds, nanosecs, FilterDelay());
+    input_data_available += INPUT_STEP_SZ;
+    inputReady.notify();
+    return 0;
+}
+
+void IQStream::FilterThread() {
+    int fill = 0;
+    while (streaming.load()) {
+        inputReady.wait();
+        if (!streaming.load()) break;
+        // Strictly more than one filter call's input.
+        while (input_data_available.load() > PROCESS_IN_STEP_SZ) {
+            fir_filter->Filter(input.ptr + static_cast<size_t>(process_input_loc) * PROCESS_IN_STEP_SZ,
+                               work.ptr + fill);
+            if (++process_input_loc == PROCESS_STEPS) process_input_loc = 0;
+            input_data_available -= PROCESS_IN_STEP_SZ;
+            fill += PROCESS_OUT_STEP_SZ;
+            if (fill >= OUTPUT_STEP_SZ) {
+                Put(work);
+                ippsMove_32fc(work.ptr + OUTPUT_STEP_SZ, work.ptr, fill - OUTPUT_STEP_SZ);
+                fill -= OUTPUT_STEP_SZ;
+            }
+        }
+    }
+}
+
+void IQStream::Put(Ipp32fc* buf) {
+    if (settings->iqSecondPass) {
+        if (flipSpectrum) ippsConj_32fc(buf, buf, OUTPUT_STEP_SZ);
+        finalPassFilter.Filter(buf, second_pass_output, OUTPUT_STEP_SZ);
+        int dstLen = 0;
+        ippsSampleDown_32fc(second_pass_output, OUTPUT_STEP_SZ, output, &dstLen,
+                            1 << settings->iqSecondPassDecimate, &sampleDownPhase);
+    } else if (flipSpectrum) {
+        ippsConj_32fc(buf, output, OUTPUT_STEP_SZ);
+    } else {
+        ippsCopy_32fc(buf, output, OUTPUT_STEP_SZ);
+    }
+
+    // Raw positions from the step's start become output samples.
+    int list[TRIGS_PER_OUTPUT];
+    int count = 0;
+    const int shift = settings->iqFinalDecimation + 1;
+    for (; count < TRIGS_PER_OUTPUT && rows.trigger_list[output_loc][count] != 0; ++count)
+        list[count] = rows.trigger_list[output_loc][count] >> shift;
+    const qsTime_t t = rows.times[output_loc];
+    lastSeconds = t.seconds;
+    lastNanos = t.nanosecs;
+    if (++output_loc == OUTPUT_STEPS) output_loc = 0;
+
+    iqBuffer.Append(output, final_output_size, list, count, t.seconds, t.nanosecs,
+                    settings->iqFinalDecimation, measuredSR.load());
+    dataReady.notify();
+}
+
+qsStatus IQStream::GetIQ(qsIQPacket* pkt) {
+    if (pkt->purge) iqBuffer.Clear();
+    int remaining = pkt->iqCount;
+    int trigRoom = pkt->triggerCount;
+    int got = 0;
+    int trigGot = 0;
+    const qsDataType type = settings->iqDataType;
+    const size_t elementBytes = type == qsDataType16sc ? 4 : 8;
+    while (streaming.load() && remaining > 0) {
+        if (iqBuffer.Size() == 0) dataReady.wait();
+        int returned = 0, trigReturned = 0, s = 0, ns = 0;
+        iqBuffer.Read(static_cast<char*>(pkt->iqData) + elementBytes * static_cast<size_t>(got),
+                      remaining, returned, pkt->triggers ? pkt->triggers + trigGot : nullptr,
+                      trigRoom, trigReturned, settings->iqFinalDecimation, measuredSR.load(), s,
+                      ns, type);
+        if (got == 0) {
+            pkt->sec = returned > 0 ? s : 0;
+            pkt->nano = returned > 0 ? ns : 0;
+        }
+        // Positions count from the packet's first sample.
+        for (int i = 0; i < trigReturned; ++i) pkt->triggers[trigGot + i] += got;
+        remaining -= returned;
+        trigRoom -= trigReturned;
+        trigGot += trigReturned;
+        got += returned;
+    }
+    if (trigRoom > 0 && pkt->triggers)
+        std::memset(pkt->triggers + trigGot, 0, sizeof(int) * static_cast<size_t>(trigRoom));
+    pkt->dataRemaining = iqBuffer.Size();
+    pkt->sampleLoss = iqBuffer.SampleLoss();
+    return qsNoError;
+}
+
+qsStatus IQStream::Get_32f(float* buffer, int* triggers) {
+    qsIQPacket pkt{};
+    pkt.iqData = buffer;
+    pkt.iqCount = 524288 >> settings->iqFinalDecimation;
+    pkt.triggers = triggers;
+    pkt.triggerCount = triggers ? 64 : 0;
+    pkt.purge = 0;
+    return GetIQ(&pkt);
+}
+
+void IQStream::GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) {
+    if (seconds) *seconds = lastSeconds.load();
+    if (nanoseconds) *nanoseconds = lastNanos.load();
 }
 
 }  // namespace qs

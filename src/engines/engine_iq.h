@@ -25,6 +25,7 @@
 #include <vector>
 
 #include "dsp/dsp_vector.h"
+#include "dsp/ipps_states.h"
 #include "dsp/qs_lib.h"
 #include "engines/iq_circular_buffer.h"
 #include "ipps.h"
@@ -136,6 +137,75 @@ private:
     int output_loc = 0;
     int trigger_list[STEPS][TRIGS_PER_PKT] = {};
     qsTime_t times[STEPS] = {};
+};
+
+class IQStream : public Stream {
+public:
+    static constexpr int INPUT_STEP_SZ = 299008;
+    static constexpr int INPUT_STEPS = 96;
+    static constexpr int INPUT_STORAGE_LEN = INPUT_STEPS * INPUT_STEP_SZ;  // 28704768
+    static constexpr int PROCESS_IN_STEP_SZ = 393216;
+    static constexpr int PROCESS_STEPS = INPUT_STORAGE_LEN / PROCESS_IN_STEP_SZ;  // 73
+    static constexpr int OUTPUT_STEPS = 60;
+    static constexpr int TRIGS_PER_OUTPUT = 62;
+
+    // Builds the filters for the settings' decimation and band around the
+    // plan's IF offset (or the centre itself on the low band), multiplies
+    // the per-bin corrections into the first pass (corrections is changed:
+    // mirrored for a flipped plan, scaled for 16-bit output), sizes the
+    // circular buffer on iqBuf, and starts the filter thread last. Throws
+    // qs_exception or std::bad_alloc when memory cannot be had.
+    IQStream(const Settings* settings, const SweepInfo* sweep_info,
+             std::vector<double>& corrections, std::vector<Ipp32fc>& iqBuf);
+    // Frees a waiting fetch, stops and joins the filter thread, releases.
+    ~IQStream() override;
+
+    int Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
+              double currSR) override;
+    // One output step of 524288 / 2^iqFinalDecimation samples; triggers has
+    // room for 64.
+    qsStatus Get_32f(float* buffer, int* triggers) override;
+    void GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) override;
+
+    // Application's thread: blocks until pkt->iqCount samples came (or the
+    // stream ends), fills the packet's arrays, dataRemaining, sampleLoss and
+    // the time of its first sample.
+    qsStatus GetIQ(qsIQPacket* pkt);
+    // Delay of the output behind the input, in raw samples, through both
+    // passes; triggers are moved by it.
+    int TriggerDelay() const;
+    int FilterDelay() const;
+
+private:
+    void Put(Ipp32fc* buf);
+    void FilterThread();
+
+    int PROCESS_OUT_STEP_SZ = 0;
+    int OUTPUT_STEP_SZ = 0;
+    std::thread filterThreadHandle;
+    std::atomic<bool> streaming{false};
+    std::unique_ptr<FastFIR_32f> fir_filter;
+    smart_ptr<float> input;
+    smart_ptr<Ipp32fc> output;
+    int input_loc = 0;
+    int process_input_loc = 0;
+    int output_loc = 0;
+    std::atomic<int> input_data_available{0};
+    semaphore inputReady;
+    semaphore dataReady;
+    StepRows<OUTPUT_STEPS> rows;
+    std::atomic<double> measuredSR{8e7};
+    bool flipSpectrum = false;
+    const Settings* settings;
+    const SweepInfo* sweepInfo;
+    FIR_32fc finalPassFilter;
+    smart_ptr<Ipp32fc> second_pass_output;
+    int final_output_size = 0;
+    int sampleDownPhase = 0;
+    smart_ptr<Ipp32fc> work;  // the filter thread's output assembly, 2 steps
+    std::atomic<uint32_t> lastSeconds{0};
+    std::atomic<uint32_t> lastNanos{0};
+    IQCircularBuffer iqBuffer;
 };
 
 }  // namespace qs
