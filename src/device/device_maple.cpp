@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <vector>
 
 #include <unistd.h>
@@ -405,6 +406,11 @@ qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
             m_stream.reset(new DirectStream(m_settings, &si));
         else
             m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+    } catch (const std::invalid_argument&) {
+        // The filters refuse a band they cannot make: an I/Q bandwidth that
+        // was never configured (0 Hz) is one.
+        m_stream.reset();
+        return qsInvalidParameterErr;
     } catch (const std::exception&) {
         m_stream.reset();
         return qsAllocationLimitErr;
