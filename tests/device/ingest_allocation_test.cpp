@@ -168,16 +168,18 @@ TEST_F(IngestAllocation, TheCounterSeesAnAllocationOnTheArmedThread) {
 TEST_F(IngestAllocation, StreamingStoreDataAllocatesNothing) {
     ASSERT_EQ(qsConfigureIO(h, QS_PORT_TRIGGER_IN, 0), qsNoError);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
-    for (unsigned flag : {QS_STREAM_FLAG_DIRECT}) {
+    ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);
+    // A direct stream, and an I/Q stream whose filter thread works meanwhile.
+    for (unsigned flag : {QS_STREAM_FLAG_DIRECT, 0u}) {
         SCOPED_TRACE(flag);
         ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, flag), qsNoError);
         DetachTransport();
-        // More than the raw ring of 256 blocks: its wrap and the trigger
-        // rows' wrap are on the path too.
+        // More than the raw rings of 256 and 96 blocks: their wraps and the
+        // trigger rows' wraps are on the path too.
         EXPECT_EQ(Feed(300, 0), 0);
         // The blocks reached the stream: samples and their triggers.
         std::vector<float> raw(1048576);
-        int triggers[62] = {};
+        int triggers[64] = {};
         EXPECT_GE(qsFetchRaw(h, raw.data(), triggers), qsNoError);
         EXPECT_GT(triggers[0], 0);
         ASSERT_EQ(qsAbort(h), qsNoError);

@@ -190,3 +190,98 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
 }
 
 }  // namespace
+
+namespace {
+
+// An application that stops reading for longer than the library holds
+// (60 output steps) is told once, at its next read; a purge drops what is
+// held together with such a report. At real-time pacing; the waits adapt
+// to the rate the buffer actually fills at, so a slow build only waits
+// longer.
+TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsItWithTheData) {
+    qssim_set_pacing(sim, 1);
+    ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
+    ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+    int len = 0;
+    ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, nullptr), qsNoError);
+    const int capacity = 60 * len;
+    std::vector<cf> iq(static_cast<size_t>(len));
+
+    // Nearly full, with no read: the time an output step takes to come.
+    // A read of 0 samples reports what is held (and any loss so far).
+    auto waitUntilHeld = [&](int samples) {
+        const auto start = std::chrono::steady_clock::now();
+        qsIQPacket pkt{};
+        for (int i = 0; i < 3000; ++i) {
+            EXPECT_GE(Get(iq.data(), 0, nullptr, 0, &pkt), qsNoError);
+            EXPECT_EQ(pkt.sampleLoss, 0);
+            if (pkt.dataRemaining >= samples) break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        EXPECT_GE(pkt.dataRemaining, samples);
+        return (std::chrono::steady_clock::now() - start) / (samples / len);
+    };
+    const auto stepTime = waitUntilHeld(capacity - 10 * len);
+    // Ten more steps than room: at least one overrun has happened.
+    std::this_thread::sleep_for(10 * stepTime + std::chrono::milliseconds(100));
+    qsIQPacket pkt{};
+    ASSERT_GE(Get(iq.data(), 0, nullptr, 1, &pkt), qsNoError);
+    EXPECT_EQ(pkt.sampleLoss, 0);
+    EXPECT_LE(pkt.dataRemaining, len);
+
+    waitUntilHeld(capacity - 10 * len);
+    std::this_thread::sleep_for(10 * stepTime + std::chrono::milliseconds(100));
+    ASSERT_GE(Get(iq.data(), len, nullptr, 0, &pkt), qsNoError);
+    EXPECT_EQ(pkt.sampleLoss, 1);
+    // The buffer started afresh at the overrun: fewer held than before.
+    EXPECT_LT(pkt.dataRemaining, capacity - 10 * len);
+    ASSERT_GE(Get(iq.data(), len, nullptr, 0, &pkt), qsNoError);
+    EXPECT_EQ(pkt.sampleLoss, 0);
+}
+
+// 16-bit samples have the reference level plus 10 dB at full scale, and
+// qsGetIQCorrection gives the factor back to calibrated units. The raw
+// fetch of an I/Q stream is one output step of the same samples.
+TEST_F(IQStreaming, SixteenBitSamplesScaleBackWithTheCorrection) {
+    const double center = 1.0002e9, offset = 300e3, rate = 4e7 / 16;
+    qssim_set_tone(sim, center + offset, -25.0);
+    ASSERT_EQ(qsConfigureIQCenter(h, center), qsNoError);
+    ASSERT_EQ(qsConfigureIQ(h, 16, 1e6), qsNoError);
+    ASSERT_EQ(qsConfigureLevel(h, -20.0, QS_ATTEN_AUTO), qsNoError);
+    ASSERT_EQ(qsConfigureIQDataType(h, qsDataType16sc), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+    float corr = 0;
+    ASSERT_EQ(qsGetIQCorrection(h, &corr), qsNoError);
+    EXPECT_FLOAT_EQ(corr, static_cast<float>(std::pow(10.0, (-20.0 + 10.0) / 20.0)));
+
+    const int n = 16384;
+    std::vector<short> iq(2 * static_cast<size_t>(n));
+    ASSERT_EQ(Get(iq.data(), n), qsNoError);  // the filters' rise
+    ASSERT_EQ(Get(iq.data(), n), qsNoError);
+    std::vector<cf> scaled(static_cast<size_t>(n));
+    short peak = 0;
+    for (int i = 0; i < n; ++i) {
+        scaled[static_cast<size_t>(i)] = cf(iq[2 * static_cast<size_t>(i)], iq[2 * static_cast<size_t>(i) + 1]) *
+                                         (corr / 32768.0f);
+        peak = std::max<short>(peak, static_cast<short>(std::abs(iq[2 * static_cast<size_t>(i)])));
+    }
+    // -25 dBm under a full scale of -10 dBm: about 5800 counts.
+    EXPECT_GT(peak, 5000);
+    EXPECT_LT(peak, 6700);
+    EXPECT_NEAR(20.0 * std::log10(ToneAmplitude(scaled.data(), n, offset / rate)), -25.0, 0.5);
+
+    // qsFetchRaw on an I/Q stream: 524288 / 16 samples of the configured
+    // type, with room for 64 triggers.
+    int len = 0;
+    ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, nullptr), qsNoError);
+    std::vector<float> step(2 * static_cast<size_t>(len) + 8, 123.0f);
+    std::vector<int> triggers(64, -1);
+    ASSERT_EQ(qsFetchRaw(h, step.data(), triggers.data()), qsNoError);
+    EXPECT_EQ(triggers[0], 0);  // no trigger input: an empty, 0-terminated list
+    const short* s = reinterpret_cast<const short*>(step.data());
+    EXPECT_NE(s[len - 1], 0);
+    EXPECT_EQ(step[static_cast<size_t>(len)], 123.0f);  // 4 bytes a sample: half the floats
+}
+
+}  // namespace
