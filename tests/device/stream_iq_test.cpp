@@ -194,11 +194,10 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
 namespace {
 
 // An application that stops reading for longer than the library holds
-// (60 output steps) is told once, at its next read; a purge drops what is
-// held together with such a report. At real-time pacing; the waits adapt
-// to the rate the buffer actually fills at, so a slow build only waits
-// longer.
-TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsItWithTheData) {
+// (60 output steps) is told once; a purge drops what is held. At real-time
+// pacing. Reads of 0 samples take no data but report what is held and any
+// loss, so the test follows the buffer at whatever rate this build fills it.
+TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
     qssim_set_pacing(sim, 1);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
     ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);
@@ -207,35 +206,36 @@ TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsItWithTheData) {
     ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, nullptr), qsNoError);
     const int capacity = 60 * len;
     std::vector<cf> iq(static_cast<size_t>(len));
-
-    // Nearly full, with no read: the time an output step takes to come.
-    // A read of 0 samples reports what is held (and any loss so far).
-    auto waitUntilHeld = [&](int samples) {
-        const auto start = std::chrono::steady_clock::now();
-        qsIQPacket pkt{};
-        for (int i = 0; i < 3000; ++i) {
-            EXPECT_GE(Get(iq.data(), 0, nullptr, 0, &pkt), qsNoError);
-            EXPECT_EQ(pkt.sampleLoss, 0);
-            if (pkt.dataRemaining >= samples) break;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        EXPECT_GE(pkt.dataRemaining, samples);
-        return (std::chrono::steady_clock::now() - start) / (samples / len);
-    };
-    const auto stepTime = waitUntilHeld(capacity - 10 * len);
-    // Ten more steps than room: at least one overrun has happened.
-    std::this_thread::sleep_for(10 * stepTime + std::chrono::milliseconds(100));
     qsIQPacket pkt{};
-    ASSERT_GE(Get(iq.data(), 0, nullptr, 1, &pkt), qsNoError);
-    EXPECT_EQ(pkt.sampleLoss, 0);
-    EXPECT_LE(pkt.dataRemaining, len);
 
-    waitUntilHeld(capacity - 10 * len);
-    std::this_thread::sleep_for(10 * stepTime + std::chrono::milliseconds(100));
+    // A purge drops what is held.
+    for (int i = 0; i < 3000 && pkt.dataRemaining < 20 * len; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_GE(Get(iq.data(), 0, nullptr, 0, &pkt), qsNoError);
+    }
+    ASSERT_GE(pkt.dataRemaining, 20 * len);
+    ASSERT_GE(Get(iq.data(), 0, nullptr, 1, &pkt), qsNoError);
+    EXPECT_LE(pkt.dataRemaining, 2 * len);
+
+    // Not reading: the held count grows to the capacity, then the buffer
+    // starts afresh, and the first look after that reports the loss.
+    int held = 0, reports = 0;
+    for (int i = 0; i < 6000 && reports == 0; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        ASSERT_GE(Get(iq.data(), 0, nullptr, 0, &pkt), qsNoError);
+        if (pkt.sampleLoss) {
+            ++reports;
+            EXPECT_GE(held, capacity - 10 * len);  // it was full when it went
+            EXPECT_LT(pkt.dataRemaining, held);
+        } else {
+            EXPECT_GE(pkt.dataRemaining, held);
+            held = pkt.dataRemaining;
+        }
+    }
+    ASSERT_EQ(reports, 1);
+    // Once: reading on finds no further loss.
     ASSERT_GE(Get(iq.data(), len, nullptr, 0, &pkt), qsNoError);
-    EXPECT_EQ(pkt.sampleLoss, 1);
-    // The buffer started afresh at the overrun: fewer held than before.
-    EXPECT_LT(pkt.dataRemaining, capacity - 10 * len);
+    EXPECT_EQ(pkt.sampleLoss, 0);
     ASSERT_GE(Get(iq.data(), len, nullptr, 0, &pkt), qsNoError);
     EXPECT_EQ(pkt.sampleLoss, 0);
 }
