@@ -21,14 +21,15 @@ int64_t RawNanos(int samples) { return static_cast<int64_t>(samples * 12.5); }
 // ---- trigger rows and time entries ------------------------------------------
 
 template <int ROWS>
-void StepRows<ROWS>::NextRow() {
-    for (int i = trig_pos; i < TRIGS_PER_OUTPUT; ++i) trigger_list[trig_loc][i] = 0;
+void StepRows<ROWS>::NextRow(bool write) {
+    if (write)
+        for (int i = trig_pos; i < TRIGS_PER_OUTPUT; ++i) trigger_list[trig_loc][i] = 0;
     trig_pos = 0;
     if (++trig_loc == ROWS) trig_loc = 0;
 }
 
 template <int ROWS>
-void StepRows<ROWS>::AddTriggers(const int* triggers, int delay) {
+void StepRows<ROWS>::AddTriggers(const int* triggers, int delay, bool write) {
     for (int k = 0; k < 17 && triggers[k] != 0; ++k) {
         int p = triggers[k] + trig_add_amt + delay;
         if (p > STEP_RAW) {
@@ -36,24 +37,24 @@ void StepRows<ROWS>::AddTriggers(const int* triggers, int delay) {
             // delay may leave it above STEP_RAW even then; it still counts
             // from the start of its row's step.
             trig_add_amt -= STEP_RAW;
-            NextRow();
+            NextRow(write);
             p = triggers[k] + trig_add_amt + delay;
         }
         // A row has room for 62; further triggers of the step are dropped.
-        if (trig_pos < TRIGS_PER_OUTPUT) trigger_list[trig_loc][trig_pos++] = p;
+        if (write && trig_pos < TRIGS_PER_OUTPUT) trigger_list[trig_loc][trig_pos++] = p;
     }
     if (trig_add_amt + kBlock >= STEP_RAW) {
         trig_add_amt -= STEP_RAW - kBlock;
-        NextRow();
+        NextRow(write);
     } else {
         trig_add_amt += kBlock;
     }
 }
 
 template <int ROWS>
-void StepRows<ROWS>::AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay) {
+void StepRows<ROWS>::AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay, bool write) {
     const int a = time_accum;
-    if (a < kBlock) {
+    if (write && a < kBlock) {
         // The first block that starts in the step's first 299008 samples
         // dates the step: its own time less the samples before it.
         int64_t ns = static_cast<int64_t>(nanosecs) - RawNanos(a);
@@ -229,13 +230,23 @@ int IQStream::TriggerDelay() const { return FilterDelay(); }
 int IQStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
                     double currSR) {
     measuredSR = currSR;
-    ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
-                           INPUT_STEP_SZ, 15);
+    // A filter thread a whole ring behind may be reading where this block
+    // would go. The block is then left out instead of written under it: the
+    // filter reads stale samples there, which are as lost as overwritten
+    // ones would be, and the counts below go on as if the block had come,
+    // so trigger and time positions stay in step with the output. Further
+    // behind, the same holds for the trigger and time rows, whose ring of
+    // 60 steps the filter thread reads as it finishes each step.
+    const int behind = input_data_available.load();
+    if (behind + INPUT_STEP_SZ <= INPUT_STORAGE_LEN)
+        ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
+                               INPUT_STEP_SZ, 15);
     if (++input_loc == INPUT_STEPS) input_loc = 0;
     // Rows first: the count published below is what lets the filter thread
     // finish a step and read its row.
-    rows.AddTriggers(triggers, TriggerDelay());
-    rows.AddTime(seconds, nanosecs, FilterDelay());
+    const bool rowsFree = behind <= (OUTPUT_STEPS - 4) * StepRows<OUTPUT_STEPS>::STEP_RAW;
+    rows.AddTriggers(triggers, TriggerDelay(), rowsFree);
+    rows.AddTime(seconds, nanosecs, FilterDelay(), rowsFree);
     input_data_available += INPUT_STEP_SZ;
     inputReady.notify();
     return 0;

