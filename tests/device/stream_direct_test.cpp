@@ -107,6 +107,9 @@ TEST_F(StreamingMaple, DirectStreamTriggersStandAtTheirSamplePlusTheDelay) {
         kRawStep + 1000,                       // second output step
         5 * kBlock + 37376 * 5 + 18688 + 100,  // channel 2
         2 * kRawStep - 30,                     // the delay moves it across an output step
+        6 * kBlock + 1000,                     // with the next one, two in a block:
+        7 * kBlock - 20,                       // listed there, past the block's end
+        9 * kBlock + 3,                        // reported a block early, and carried
     };
     std::sort(run.begin(), run.end());
     for (long long p : run) ASSERT_EQ(qssim_add_trigger(sim, p), 0);

@@ -152,7 +152,7 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
     // 2^2 has 512 taps, half of them at 256 raw samples each.
     for (const Case& c : {Case{8, 2e6, 512}, Case{512, 40e3, 8704 + (256 << 8)}}) {
         SCOPED_TRACE(c.decimation);
-        const std::vector<long long> run = {
+        std::vector<long long> run = {
             2 * kBlock + 5000,
             2 * kBlock + 18688 * 3 + 2,  // a packet's first samples
             4 * kBlock - 40,             // carried into the next block
@@ -161,7 +161,15 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
             // The device reports one event per packet: these are packets apart.
             2 * kRawStep + 18688 * 2 + 9,
             2 * kRawStep + 18688 * 3 + 10,
+            // Across a block boundary after an earlier trigger of the block:
+            // listed with that block, past its end.
+            6 * kBlock + 1000,
+            7 * kBlock - 20,
+            // Reported in the block before (a packet's first samples), the
+            // only one there: carried.
+            9 * kBlock + 3,
         };
+        std::sort(run.begin(), run.end());
         for (long long p : run) ASSERT_EQ(qssim_add_trigger(sim, p), 0);
         ASSERT_EQ(qsConfigureIQ(h, c.decimation, c.bandwidth), qsNoError);
         ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
