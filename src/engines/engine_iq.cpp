@@ -78,6 +78,10 @@ void StepRows<ROWS>::AddTime(uint32_t seconds, uint32_t nanosecs, int filterDela
     }
 }
 
+// The two ring sizes in use: DirectStream's and IQStream's.
+template struct StepRows<DirectStream::OUTPUT_STEPS>;
+template struct StepRows<IQStream::OUTPUT_STEPS>;
+
 // ---- DirectStream -------------------------------------------------------------
 
 DirectStream::DirectStream(const Settings*, const SweepInfo*) { store.malloc(STORAGE_LEN); }
