@@ -21,15 +21,14 @@ int64_t RawNanos(int samples) { return static_cast<int64_t>(samples * 12.5); }
 // ---- trigger rows and time entries ------------------------------------------
 
 template <int ROWS>
-void StepRows<ROWS>::NextRow(bool write) {
-    if (write)
-        for (int i = trig_pos; i < TRIGS_PER_OUTPUT; ++i) trigger_list[trig_loc][i] = 0;
+void StepRows<ROWS>::NextRow() {
+    for (int i = trig_pos; i < TRIGS_PER_OUTPUT; ++i) trigger_list[trig_loc][i] = 0;
     trig_pos = 0;
     if (++trig_loc == ROWS) trig_loc = 0;
 }
 
 template <int ROWS>
-void StepRows<ROWS>::AddTriggers(const int* triggers, int delay, bool write) {
+void StepRows<ROWS>::AddTriggers(const int* triggers, int delay) {
     for (int k = 0; k < 17 && triggers[k] != 0; ++k) {
         int p = triggers[k] + trig_add_amt + delay;
         if (p > STEP_RAW) {
@@ -37,24 +36,24 @@ void StepRows<ROWS>::AddTriggers(const int* triggers, int delay, bool write) {
             // delay may leave it above STEP_RAW even then; it still counts
             // from the start of its row's step.
             trig_add_amt -= STEP_RAW;
-            NextRow(write);
+            NextRow();
             p = triggers[k] + trig_add_amt + delay;
         }
         // A row has room for 62; further triggers of the step are dropped.
-        if (write && trig_pos < TRIGS_PER_OUTPUT) trigger_list[trig_loc][trig_pos++] = p;
+        if (trig_pos < TRIGS_PER_OUTPUT) trigger_list[trig_loc][trig_pos++] = p;
     }
     if (trig_add_amt + kBlock >= STEP_RAW) {
         trig_add_amt -= STEP_RAW - kBlock;
-        NextRow(write);
+        NextRow();
     } else {
         trig_add_amt += kBlock;
     }
 }
 
 template <int ROWS>
-void StepRows<ROWS>::AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay, bool write) {
+void StepRows<ROWS>::AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay) {
     const int a = time_accum;
-    if (write && a < kBlock) {
+    if (a < kBlock) {
         // The first block that starts in the step's first 299008 samples
         // dates the step: its own time less the samples before it.
         int64_t ns = static_cast<int64_t>(nanosecs) - RawNanos(a);
@@ -93,19 +92,19 @@ DirectStream::~DirectStream() {
 
 int DirectStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds,
                         uint32_t nanosecs, double) {
+    // A reader that fell a whole ring behind (less the step it may be
+    // reading) would have this block written under it, and a trigger row
+    // it may be copying: the block is dropped whole instead, and its
+    // triggers with it.
+    if (data_available.load() + INPUT_STEP_SZ > STORAGE_LEN - OUTPUT_STEP_SZ) return 0;
     ippsCopy_16s(raw, store.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ, INPUT_STEP_SZ);
     if (++input_loc == INPUT_STEPS) input_loc = 0;
     // Rows first: the count published below is what lets the reader take
     // a finished row.
     rows.AddTriggers(triggers, 0);
     rows.AddTime(seconds, nanosecs, 0);
-    const int available = data_available.fetch_add(INPUT_STEP_SZ) + INPUT_STEP_SZ;
-    if (available > STORAGE_LEN) {
-        // The reader fell a whole ring behind; it goes on from where it is.
-        data_available = 0;
-    } else if (available > OUTPUT_STEP_SZ) {
+    if (data_available.fetch_add(INPUT_STEP_SZ) + INPUT_STEP_SZ > OUTPUT_STEP_SZ)
         output_ready.notify();
-    }
     return 0;
 }
 
@@ -234,23 +233,18 @@ int IQStream::TriggerDelay() const { return FilterDelay(); }
 int IQStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
                     double currSR) {
     measuredSR = currSR;
-    // A filter thread a whole ring behind may be reading where this block
-    // would go. The block is then left out instead of written under it: the
-    // filter reads stale samples there, which are as lost as overwritten
-    // ones would be, and the counts below go on as if the block had come,
-    // so trigger and time positions stay in step with the output. Further
-    // behind, the same holds for the trigger and time rows, whose ring of
-    // 60 steps the filter thread reads as it finishes each step.
-    const int behind = input_data_available.load();
-    if (behind + INPUT_STEP_SZ <= INPUT_STORAGE_LEN)
-        ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
-                               INPUT_STEP_SZ, 15);
+    // A filter thread a whole ring behind may still be reading where this
+    // block would go: the block is dropped whole rather than written under
+    // it. Its triggers go with it, so the positions of later ones still
+    // count the samples that are there.
+    if (input_data_available.load() + INPUT_STEP_SZ > INPUT_STORAGE_LEN) return 0;
+    ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
+                           INPUT_STEP_SZ, 15);
     if (++input_loc == INPUT_STEPS) input_loc = 0;
     // Rows first: the count published below is what lets the filter thread
     // finish a step and read its row.
-    const bool rowsFree = behind <= (OUTPUT_STEPS - 4) * StepRows<OUTPUT_STEPS>::STEP_RAW;
-    rows.AddTriggers(triggers, TriggerDelay(), rowsFree);
-    rows.AddTime(seconds, nanosecs, FilterDelay(), rowsFree);
+    rows.AddTriggers(triggers, TriggerDelay());
+    rows.AddTime(seconds, nanosecs, FilterDelay());
     input_data_available += INPUT_STEP_SZ;
     inputReady.notify();
     return 0;

@@ -12,7 +12,9 @@
 // allocation, no wait. Get_32f and GetIQ run on the application's thread and
 // block until enough data came. IQStream's filtering runs on its own thread.
 // The rings hand over through atomic counters; the semaphores only wake
-// the other side.
+// the other side. A block that finds its ring full (the reader a whole ring
+// behind) is dropped whole, triggers and all, so that nothing is written
+// where the reader may be: the reader sees a gap, never torn data.
 //
 // Positions of triggers and the time accumulators count raw samples (12.5 ns)
 // until IQStream turns them into output samples.
@@ -67,13 +69,11 @@ struct StepRows {
     static constexpr int STEP_RAW = 1048576;
     static constexpr int TRIGS_PER_OUTPUT = 62;
 
-    // Files the block's triggers, each moved by delay raw samples. With
-    // write false the rows stay untouched and only the positions move on:
-    // for a reader so far behind that it may be reading the row in hand.
-    void AddTriggers(const int* triggers, int delay, bool write = true);
+    // Files the block's triggers, each moved by delay raw samples.
+    void AddTriggers(const int* triggers, int delay);
     // Notes the time of the step's first raw sample, working back from the
     // block's time; filterDelay more raw samples for a filtered output.
-    void AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay, bool write = true);
+    void AddTime(uint32_t seconds, uint32_t nanosecs, int filterDelay);
 
     int trigger_list[ROWS][TRIGS_PER_OUTPUT] = {};
     int trig_add_amt = 0;  // raw offset of the block from its row's step
@@ -84,7 +84,7 @@ struct StepRows {
     int time_loc = 0;
 
 private:
-    void NextRow(bool write);
+    void NextRow();
 };
 
 class DirectStream : public Stream {

@@ -125,7 +125,8 @@ protected:
     qs::Device& Dev() { return *qs::api::devices[h]; }
 
     // The device's own interface thread stops feeding it; the measurement
-    // and its engine stay as they are.
+    // and its engine stay as they are. At real-time pacing only a few of
+    // the device's blocks get in before.
     void DetachTransport() {
         Dev().StopStreaming();
         qs::CypressInterface* usb = Dev().*(&TransportOf::m_usb);
@@ -166,22 +167,28 @@ TEST_F(IngestAllocation, TheCounterSeesAnAllocationOnTheArmedThread) {
 }
 
 TEST_F(IngestAllocation, DirectStreamStoreDataAllocatesNothing) {
+    qssim_set_pacing(sim, 1);
     ASSERT_EQ(qsConfigureIO(h, QS_PORT_TRIGGER_IN, 0), qsNoError);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
     ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, QS_STREAM_FLAG_DIRECT), qsNoError);
     DetachTransport();
-    // More than the ring of 256 blocks: its wrap, and the trigger rows'
-    // wrap, are on the path too.
+    // More than the ring holds with nobody reading: the drop of a block
+    // that finds it full is on the path too.
     EXPECT_EQ(Feed(300, 0), 0);
-    // The blocks reached the stream: samples and their triggers.
+    // The blocks reached the stream (after the device's own first few):
+    // samples and their triggers.
     std::vector<float> raw(1048576);
-    int triggers[62] = {};
-    EXPECT_GE(qsFetchRaw(h, raw.data(), triggers), qsNoError);
-    EXPECT_GT(triggers[0], 0);
+    int triggers[62] = {}, seen = 0;
+    for (int step = 0; step < 20; ++step) {
+        EXPECT_GE(qsFetchRaw(h, raw.data(), triggers), qsNoError);
+        for (int t : triggers) seen += t != 0;
+    }
+    EXPECT_GT(seen, 40);
     ASSERT_EQ(qsAbort(h), qsNoError);
 }
 
 TEST_F(IngestAllocation, IQStreamStoreDataAllocatesNothing) {
+    qssim_set_pacing(sim, 1);
     ASSERT_EQ(qsConfigureIO(h, QS_PORT_TRIGGER_IN, 0), qsNoError);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
     ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);

@@ -108,3 +108,44 @@ TEST(StreamRows, EachStepIsDatedFromTheBlockThatStartsInIt) {
 
 }  // namespace
 }  // namespace qs
+
+namespace qs {
+namespace {
+
+// A reader a whole ring behind: blocks that find the ring full are dropped
+// whole, so the reader gets every stored block intact and in order, then
+// the next one stored after it made room, with triggers where they belong.
+TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
+    DirectStream stream(nullptr, nullptr);
+    std::vector<Ipp16s> block(kBlock);
+    auto store = [&](int b) {
+        block[0] = static_cast<Ipp16s>(b);  // the block's number in its first sample
+        const int t[17] = {100};
+        stream.Store(block.data(), t, 0, 0, 8e7);
+    };
+    for (int b = 0; b < 300; ++b) store(b);
+    // Room for 72 steps less a block: 252 blocks are in, the rest dropped.
+    std::vector<float> out(kStep);
+    int triggers[62];
+    std::vector<long long> positions;
+    for (int step = 0; step < 71; ++step) {
+        ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
+        for (int i = 0; i < 62 && triggers[i] != 0; ++i)
+            positions.push_back(static_cast<long long>(step) * kStep + triggers[i]);
+        for (long long b = (static_cast<long long>(step) * kStep + kBlock - 1) / kBlock;
+             b * kBlock < (step + 1LL) * kStep; ++b)
+            ASSERT_EQ(out[static_cast<size_t>(b * kBlock - step * kStep)], b / 32768.0f) << b;
+    }
+    for (int b = 300; b < 304; ++b) store(b);
+    ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
+    EXPECT_EQ(out[static_cast<size_t>(251 * kBlock - 71 * kStep)], 251 / 32768.0f);
+    EXPECT_EQ(out[static_cast<size_t>(252 * kBlock - 71 * kStep)], 300 / 32768.0f);
+    for (int i = 0; i < 62 && triggers[i] != 0; ++i)
+        positions.push_back(71LL * kStep + triggers[i]);
+    ASSERT_GE(positions.size(), 253u);
+    for (size_t k = 0; k < positions.size(); ++k)
+        EXPECT_EQ(positions[k], static_cast<long long>(k) * kBlock + 100) << k;
+}
+
+}  // namespace
+}  // namespace qs
