@@ -138,6 +138,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     m_dsfft.reset();
     m_tg.reset();
     m_rtie.reset();
+    m_stream.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -279,13 +280,29 @@ qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* color
     return FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
 }
 
-// The engines of the streaming and audio modes are wired in here as they
-// are built; until then no such mode can be entered, and these refuse like
-// a fetch of a mode that does not run.
-qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetIQ(float* buffer, int* triggers) {
+    if (!m_fftReady.load()) return qsDeviceNotConfiguredErr;
+    qsStatus status = qsNoError;
+    if (m_mode.load() == QS_MODE_STREAMING && m_stream) status = m_stream->Get_32f(buffer, triggers);
+    return FinalStatus(status);
+}
 
-qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetIQ(qsIQPacket* pkt) {
+    if (!m_fftReady.load() || !m_stream) return qsDeviceNotConfiguredErr;
+    qsStatus status = qsNoError;
+    if (m_mode.load() == QS_MODE_STREAMING) {
+        // A direct stream has raw samples only (qsFetchRaw); there is no
+        // I/Q to give.
+        IQStream* iq = dynamic_cast<IQStream*>(m_stream.get());
+        if (!iq) return qsNotSupportedErr;
+        status = iq->GetIQ(pkt);
+    }
+    return FinalStatus(status);
+}
 
+// The audio engine is wired in here as it is built; until then audio
+// cannot be entered, and this refuses like a fetch of a mode that does
+// not run.
 qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetRealTimePoi(double& poi) const {
@@ -337,6 +354,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();
+            if (m_stream)
+                m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU, 0,
+                                m_avgSamplesBetweenPPS);
             return 0;
         default:
             // The engines of the other modes take the block here as they

@@ -12,10 +12,12 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "calibration/corrections.h"
 #include "engines/engine_narrow.h"
 #include "engines/engine_realtime_image.h"
+#include "engines/engine_iq.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
@@ -199,6 +201,12 @@ protected:
     // The engine of real-time mode; built by the model's real-time set-up
     // before the stream starts, destroyed after it stopped.
     std::unique_ptr<RealTimeImageEngine> m_rtie;
+    // The stream of the streaming mode; built by ConfigureIQ, destroyed by
+    // DeleteAndNullifyFFTEngines once Store can no longer be reached.
+    std::unique_ptr<Stream> m_stream;
+    // Storage of the I/Q stream's circular buffer, lent to each IQStream,
+    // so that it outlives them.
+    std::vector<Ipp32fc> iqBuffer;
 };
 
 }  // namespace qs

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <stdexcept>
 #include <vector>
 
 #include <unistd.h>
@@ -25,8 +26,10 @@ constexpr double kLO2Unit = 5000000.0;       // LO2 words count 5 MHz
 // the slice that moved with it.
 constexpr double kRow8LO1Add = 1600000.0;
 constexpr int kRow8 = 8;
-// Streaming modes tune the LO on this grid and reach the rest in the IF.
+// Streaming modes tune the LO to multiples of 800 kHz; IQ centres below
+// 16 MHz stream the low band directly.
 constexpr double kStreamGrid = 800000.0;
+constexpr double kBandZeroIQTop = 16000000.0;
 // Real-time limits, both ends included.
 constexpr double kRealTimeMinSpan = 199000.0;
 constexpr double kRealTimeMaxSpan = 27001000.0;
@@ -422,6 +425,56 @@ int DeviceMaple::SetupCommand() {
     std::memcpy(m_cmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(copied));
     CorrMaple().GetRoughGainArray(m_cmd.roughCorrArray, si.patchInfo);
     return 0;
+}
+
+qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
+    m_timeStamp = (flag & QS_STREAM_FLAG_TIME_STAMP) && (m_portMask & QS_PORT_TRIGGER_IN);
+    const bool low = m_settings->m_center < kBandZeroIQTop;
+    SweepInfo& si = m_sweepInfo;
+    si.traceLen = 512;
+    si.fftSize = 4096;
+    si.binSize = 19531.25;
+    si.dsRatio = 1;
+    si.firstPatchSkipCnt = 0;
+    si.step100kSize = 200;
+    si.stepCount = 1;
+    si.actualStart = 0.0;
+    m_settings->m_logScale = false;
+
+    const double c = m_settings->m_center / m_oscRatio;
+    const double g = round_to_int(c / kStreamGrid) * kStreamGrid;
+    si.if_offset_hz = c - g;
+    si.IFOffsetFraction = si.if_offset_hz / 2e7;
+    si.IFOffset = round_to_int(si.fftSize * si.IFOffsetFraction * 0.25);
+    rps.m_residualCount = 0;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), *m_settings, si);
+        SetupRealTimeCommand(g, (flag & QS_STREAM_FLAG_BAND_ZERO) || low);
+        VecDouble list;
+        si.mapleBandZeroIQ = low;
+        if (low)
+            CorrMaple().BuildBandZeroCorrectionArray(list, m_settings->m_center);
+        else
+            m_corr->BuildIFCorrectionArray(m_settings, &si, list);
+        for (double& v : list) v = std::pow(10.0, 0.05 * v);
+        if (flag & (QS_STREAM_FLAG_DIRECT | QS_STREAM_FLAG_BAND_ZERO))
+            m_stream.reset(new DirectStream(m_settings, &si));
+        else
+            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+    } catch (const std::invalid_argument&) {
+        // The filters refuse a band they cannot make: an I/Q bandwidth that
+        // was never configured (0 Hz) is one.
+        m_stream.reset();
+        return qsInvalidParameterErr;
+    } catch (const std::exception&) {
+        m_stream.reset();
+        return qsAllocationLimitErr;
+    }
+    // The stream exists before the command: data come at once.
+    AddCommand();
+    m_mode = QS_MODE_STREAMING;
+    return qsNoError;
 }
 
 int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {

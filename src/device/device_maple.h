@@ -31,6 +31,12 @@ public:
     // outside the real-time range; a sweep time below 1 ms is raised.
     qsStatus ConfigureRealTime(unsigned flag) override;
 
+    // Plans the streaming mode at the settings' IQ centre and starts the
+    // stream: a DirectStream for QS_STREAM_FLAG_DIRECT or
+    // QS_STREAM_FLAG_BAND_ZERO, else an IQStream. Centres below 16 MHz
+    // stream from the low band (row 0) with its flat correction.
+    qsStatus ConfigureIQ(unsigned flag) override;
+
     // Lays the plan out as sub-bands of m_cmd and as patches; fills
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();
