@@ -73,7 +73,13 @@ std::vector<Row> Rows() {
         {"qsConfigureDemod",
          [](int h) { return qsConfigureDemod(h, QS_DEMOD_AM, 1e8, 1e4f, 5e3f, 20.0f, 75.0f); },
          {Y, Y, Y, Y, Y, Y}},
-        {"qsInitiate", [](int h) { return qsInitiate(h, QS_MODE_SWEEP, 0); }, {Y, Y, Y, Y, Y, Y}},
+        {"qsInitiate",
+         [](int h) {
+             // A span a sweep takes whatever the state staged before.
+             qsConfigureCenterSpan(h, 1e9, 10e6);
+             return qsInitiate(h, QS_MODE_SWEEP, 0);
+         },
+         {Y, Y, Y, Y, Y, Y}},
         {"qsAbort", [](int h) { return qsAbort(h); }, {NC, Y, Y, Y, Y, Y}},
         {"qsFetchTrace", [](int h) { return qsFetchTrace(h, 0, d.data(), d.data()); }, {NC, Y, Y, NC, NC, NC}},
         {"qsFetchTrace_32f", [](int h) { return qsFetchTrace_32f(h, 0, f.data(), f.data()); },
