@@ -223,42 +223,6 @@ TEST_F(TgSweep, TheGeneratorCallsWithoutAGenerator) {
     EXPECT_EQ(qsAttachTg(h), qsDeviceConnectionErr);
 }
 
-TEST_F(TgSweep, CallsInTheGeneratorSweepStateFollowTheTable) {
-    static float fl[4096];
-    static double d[4096];
-    static int ints[64], a, b;
-    static double value;
-    static unsigned len;
-    const struct {
-        const char* call;
-        std::function<qsStatus()> run;
-        qsStatus expected;
-    } rows[] = {
-        {"qsConfigureCenterSpan", [&] { return qsConfigureCenterSpan(h, 1e9, 2e6); }, qsNoError},
-        {"qsConfigureIO", [&] { return qsConfigureIO(h, 0, 0); }, qsDeviceNotIdleErr},
-        {"qsFetchTrace", [&] { return qsFetchTrace(h, 0, d, d); }, qsNoError},
-        {"qsFetchTrace_32f", [&] { return qsFetchTrace_32f(h, 0, fl, fl); }, qsNoError},
-        {"qsFetchRealTimeFrame", [&] { return qsFetchRealTimeFrame(h, fl, fl, nullptr, nullptr); },
-         qsDeviceNotConfiguredErr},
-        {"qsFetchAudio", [&] { return qsFetchAudio(h, fl); }, qsDeviceNotConfiguredErr},
-        {"qsFetchRaw", [&] { return qsFetchRaw(h, fl, ints); }, qsDeviceNotConfiguredErr},
-        {"qsQueryTraceInfo", [&] { return qsQueryTraceInfo(h, &len, &value, &value); }, qsNoError},
-        {"qsQueryRealTimeInfo", [&] { return qsQueryRealTimeInfo(h, &a, &b); }, qsDeviceNotConfiguredErr},
-        {"qsQueryRealTimePoi", [&] { return qsQueryRealTimePoi(h, &value); }, qsDeviceNotConfiguredErr},
-        {"qsQueryStreamInfo", [&] { return qsQueryStreamInfo(h, &a, &value, &b); }, qsDeviceNotConfiguredErr},
-        {"qsGetIQCorrection", [&] { return qsGetIQCorrection(h, fl); }, qsDeviceNotConfiguredErr},
-        {"qsGetDeviceDiagnostics", [&] { return qsGetDeviceDiagnostics(h, fl, fl, fl); }, qsNoError},
-        {"qsInitiate", [&] { return qsInitiate(h, QS_MODE_TG_SWEEP, 0); }, qsNoError},
-        {"qsAbort", [&] { return qsAbort(h); }, qsNoError},
-    };
-    for (const auto& row : rows) {
-        ASSERT_EQ(Start(1e9, 2e6, 250), qsNoError);
-        EXPECT_EQ(row.run(), row.expected) << row.call;
-    }
-    // After qsAbort the device is idle again.
-    EXPECT_EQ(qsFetchTrace(h, 0, d, d), qsDeviceNotConfiguredErr);
-}
-
 TEST_F(TgSweep, OldFirmwareRefusesTheMode) {
     qsCloseDevice(h);
     const unsigned char version4[2] = {4, 0};
