@@ -134,6 +134,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     // The engines of the other modes join here as they are built.
     m_fftReady = false;
     m_fft.reset();
+    m_dme.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -239,13 +240,18 @@ qsStatus Device::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }
 
 qsStatus Device::GetIQ(qsIQPacket*) { return qsDeviceNotConfiguredErr; }
 
-qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetAudio(float* buffer) {
+    if (!m_dme) return qsDeviceNotConfiguredErr;
+    m_dme->Get(buffer);
+    return m_usb->TransferStatus();
+}
 
 qsStatus Device::GetRealTimePoi(double&) const { return qsDeviceNotConfiguredErr; }
 
-qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
-    // The audio engine joins here; until then no audio ever runs.
-    return qsDeviceNotStreamingErr;
+qsStatus Device::UpdateAudioSettings(const AudioConfig& audio) {
+    if (!m_dme) return qsDeviceNotStreamingErr;
+    m_dme->UpdateSettings(audio);
+    return qsNoError;
 }
 
 qsStatus Device::FinalStatus(qsStatus engineStatus) {
@@ -281,6 +287,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
         case QS_MODE_STREAMING:
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();
+            return 0;
+        case QS_MODE_AUDIO:
+            if (m_dme) m_dme->Store(m_rawUnpacked);
             return 0;
         default:
             // The engines of the other modes take the block here as they

@@ -14,6 +14,7 @@
 #include <memory>
 
 #include "calibration/corrections.h"
+#include "engines/engine_audio_fast.h"
 #include "engines/engine_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
@@ -182,6 +183,9 @@ protected:
     // The engine of a wide sweep; built by the model's sweep set-up,
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<SweepEngine> m_fft;
+    // The engine of audio mode; built by the model's audio set-up,
+    // destroyed by DeleteAndNullifyFFTEngines.
+    std::unique_ptr<AudioEngineFast> m_dme;
 };
 
 }  // namespace qs

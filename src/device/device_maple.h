@@ -25,6 +25,11 @@ public:
     // the low band's start-up sweep instead.
     qsStatus ConfigureSweepMode(unsigned flag) override;
 
+    // Plans audio mode: a 20 MHz band at the LO grid position nearest the
+    // demodulation frequency, the audio engine (which tunes the remainder
+    // itself), and the stream started at once.
+    qsStatus ConfigureAudioDemod() override;
+
     // Lays the plan out as sub-bands of m_cmd and as patches; fills
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();

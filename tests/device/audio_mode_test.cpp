@@ -1,0 +1,150 @@
+// Audio mode end to end: qsConfigureDemod, qsInitiate and qsFetchAudio on a
+// simulated Maple whose antenna sees CW tones, paced like the instrument.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "engines/audio_test_util.h"
+#include "qs_api.h"
+#include "qs_sim.h"
+#include "sim_fixture.h"
+
+namespace {
+
+using audio_test::Mean;
+using audio_test::Rms;
+using audio_test::ToneFrequency;
+
+constexpr double kAudioRate = 32000.0;
+constexpr double kToneDbm = -30.0;
+// On the second Maple revision 2.51 to 3.15 GHz is a plain (not mirrored)
+// band, 16 MHz to 1.89 GHz a mirrored one; below 10 MHz the band is
+// sampled directly.
+constexpr double kPlainTone = 2.6021e9;
+constexpr double kMirroredTone = 100.3e6;
+constexpr double kDirectTone = 5.0013e6;
+
+class AudioMode : public OpenSimulatedDevice {
+protected:
+    void SetUp() override {
+        OpenSimulatedDevice::SetUp();
+        qssim_set_pacing(sim, 1);
+        ASSERT_EQ(qsConfigureLevel(h, -20.0, QS_ATTEN_AUTO), qsNoError);
+    }
+    void TearDown() override {
+        qsAbort(h);
+        OpenSimulatedDevice::TearDown();
+    }
+
+    qsStatus Tune(int modulation, double freqHz, float ifBw) {
+        return qsConfigureDemod(h, modulation, freqHz, ifBw, 12000.0f, 20.0f, 75.0f);
+    }
+    qsStatus Start(int modulation, double freqHz, float ifBw) {
+        const qsStatus s = Tune(modulation, freqHz, ifBw);
+        return s != qsNoError ? s : qsInitiate(h, QS_MODE_AUDIO, 0);
+    }
+    // n blocks; the last stays in audio.
+    void Fetch(int n) {
+        for (int i = 0; i < n; ++i) ASSERT_EQ(qsFetchAudio(h, audio.data()), qsNoError);
+    }
+    double Frequency() const { return ToneFrequency(audio.data(), QS_AUDIO_SAMPLES, kAudioRate); }
+    double Level() const { return Rms(audio.data(), QS_AUDIO_SAMPLES); }
+
+    std::vector<float> audio = std::vector<float>(QS_AUDIO_SAMPLES);
+};
+
+struct SideBandCase {
+    const char* name;
+    double toneHz;
+    int modulation;
+    double tuneOffsetHz;  // tuned frequency minus the tone
+    bool hears;           // a 1 kHz note, or nothing
+};
+
+class SideBands : public AudioMode, public ::testing::WithParamInterface<SideBandCase> {};
+
+TEST_P(SideBands, HearTheToneOnTheirSideOnly) {
+    const SideBandCase& c = GetParam();
+    qssim_set_tone(sim, c.toneHz, kToneDbm);
+    ASSERT_EQ(Start(c.modulation, c.toneHz + c.tuneOffsetHz, 3000.0f), qsNoError);
+    Fetch(3);  // past the filters' rise and the AGC's first peak
+    if (c.hears) {
+        EXPECT_NEAR(Frequency(), 1000.0, 2.0);
+        EXPECT_NEAR(Level(), 1.0 / std::sqrt(2.0), 0.1);
+    } else {
+        EXPECT_LT(Level(), 0.02);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AudioMode, SideBands,
+    ::testing::Values(SideBandCase{"UsbBelowTheTone", kPlainTone, QS_DEMOD_USB, -1000.0, true},
+                      SideBandCase{"LsbAboveTheTone", kPlainTone, QS_DEMOD_LSB, 1000.0, true},
+                      SideBandCase{"UsbAboveTheTone", kPlainTone, QS_DEMOD_USB, 1000.0, false},
+                      SideBandCase{"LsbBelowTheTone", kPlainTone, QS_DEMOD_LSB, -1000.0, false},
+                      // CW is the lower side band 520 Hz above: 480 + 520.
+                      SideBandCase{"CwIsLsb520HzUp", kPlainTone, QS_DEMOD_CW, 480.0, true},
+                      SideBandCase{"DirectUsbBelowTheTone", kDirectTone, QS_DEMOD_USB, -1000.0, true},
+                      SideBandCase{"DirectUsbAboveTheTone", kDirectTone, QS_DEMOD_USB, 1000.0, false}),
+    [](const ::testing::TestParamInfo<SideBandCase>& i) { return std::string(i.param.name); });
+
+TEST_F(AudioMode, AmOfACarrierIsSteadyAndASideToneIsItsModulation) {
+    // A mirrored band, tuned 300 kHz off its LO centre: a wrong channel
+    // centre would leave the carrier outside the 10 kHz IF filter.
+    qssim_set_tone(sim, kMirroredTone, kToneDbm);
+    ASSERT_EQ(Start(QS_DEMOD_AM, kMirroredTone, 10000.0f), qsNoError);
+    Fetch(4);
+    // Steady: what is left is the slow settling of the AGC onto the
+    // carrier, nearly constant over a block.
+    const double mean = Mean(audio.data(), QS_AUDIO_SAMPLES);
+    EXPECT_LT(std::sqrt(Level() * Level() - mean * mean), 0.005);
+    EXPECT_LT(std::fabs(mean), 0.03);
+    // A tone 1 kHz up and 20 dB down beats with the carrier: 10 % AM.
+    qssim_set_tone(sim, kMirroredTone + 1000.0, kToneDbm - 20.0);
+    Fetch(2);
+    EXPECT_NEAR(Frequency(), 1000.0, 2.0);
+    EXPECT_NEAR(Level(), 0.1 / std::sqrt(2.0), 0.015);
+}
+
+TEST_F(AudioMode, FmOfAnOffsetCarrierGivesALevelOfItsSignAndSize) {
+    // The audio high-pass removes a steady level, but it starts from rest
+    // with the stream: the first block opens with the level, decaying.
+    qssim_set_tone(sim, kPlainTone, kToneDbm);
+    const double offsets[] = {20000.0, -20000.0, 10000.0};
+    double opening[3];
+    for (int i = 0; i < 3; ++i) {
+        // The tone sits `offset` above the tuned frequency.
+        ASSERT_EQ(Start(QS_DEMOD_FM, kPlainTone - offsets[i], 100000.0f), qsNoError);
+        Fetch(1);
+        opening[i] = Mean(audio.data(), 1024);
+        qsAbort(h);
+    }
+    EXPECT_GT(opening[0], 0.05);
+    EXPECT_LT(opening[1], -0.05);
+    EXPECT_NEAR(opening[1] / opening[0], -1.0, 0.1);
+    EXPECT_NEAR(opening[2] / opening[0], 0.5, 0.1);
+}
+
+TEST_F(AudioMode, RetuningWhileRunningMovesTheNote) {
+    qssim_set_tone(sim, kPlainTone, kToneDbm);
+    ASSERT_EQ(Start(QS_DEMOD_USB, kPlainTone - 1000.0, 3000.0f), qsNoError);
+    Fetch(3);
+    EXPECT_NEAR(Frequency(), 1000.0, 2.0);
+
+    ASSERT_EQ(Tune(QS_DEMOD_USB, kPlainTone - 2000.0, 3000.0f), qsNoError);
+    Fetch(3);
+    EXPECT_NEAR(Frequency(), 2000.0, 4.0);
+
+    // CW while running: still the lower side band 520 Hz up.
+    ASSERT_EQ(Tune(QS_DEMOD_CW, kPlainTone + 1480.0, 3000.0f), qsNoError);
+    Fetch(3);
+    EXPECT_NEAR(Frequency(), 2000.0, 4.0);
+
+    ASSERT_EQ(qsAbort(h), qsNoError);
+    EXPECT_EQ(qsFetchAudio(h, audio.data()), qsDeviceNotConfiguredErr);
+    // Idle, a demodulation set is only staged.
+    EXPECT_EQ(Tune(QS_DEMOD_AM, kPlainTone, 3000.0f), qsNoError);
+}
+
+}  // namespace
