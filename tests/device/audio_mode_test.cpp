@@ -102,7 +102,7 @@ TEST_F(AudioMode, AmOfACarrierIsSteadyAndASideToneIsItsModulation) {
     EXPECT_LT(std::fabs(mean), 0.03);
     // A tone 1 kHz up and 20 dB down beats with the carrier: 10 % AM.
     qssim_set_tone(sim, kMirroredTone + 1000.0, kToneDbm - 20.0);
-    Fetch(2);
+    Fetch(3);
     EXPECT_NEAR(Frequency(), 1000.0, 2.0);
     EXPECT_NEAR(Level(), 0.1 / std::sqrt(2.0), 0.015);
 }

@@ -18,14 +18,16 @@ inline double Mean(const float* x, int n) {
     return s / n;
 }
 
-// Frequency of a steady tone in Hz from its rising zero crossings,
+// Frequency of a steady tone in Hz from its rising crossings of the mean,
 // interpolated between samples; 0 when fewer than two crossings.
 inline double ToneFrequency(const float* x, int n, double rateHz) {
+    const double m = Mean(x, n);
     double first = -1.0, last = -1.0;
     int count = 0;
     for (int i = 1; i < n; ++i) {
-        if (x[i - 1] < 0.0f && x[i] >= 0.0f) {
-            const double t = (i - 1) + double(-x[i - 1]) / (double(x[i]) - x[i - 1]);
+        const double a = x[i - 1] - m, b = x[i] - m;
+        if (a < 0.0 && b >= 0.0) {
+            const double t = (i - 1) + -a / (b - a);
             if (count == 0) first = t;
             last = t;
             ++count;
