@@ -152,6 +152,14 @@ void AudioEngineFast::SetupFilters(const AudioConfig& s, double centre) {
 
 void AudioEngineFast::Store(short* raw) {
     if (!programRunning.load()) return;
+    // The step to be written must not reach unread input, nor the filter
+    // step in hand, which has already left inputAvailable. A filter thread
+    // that far behind costs this block: counted, never waited for, and
+    // never a block overwritten under the filter's feet.
+    if (inputAvailable.load() > INPUT_BUFFER_SZ - FILTER_IN_SZ - INPUT_STEP_SZ) {
+        droppedSteps.fetch_add(1, std::memory_order_relaxed);
+        return;
+    }
     float* dst = inputBuffer.ptr + size_t(inLoc) * INPUT_STEP_SZ;
     ippsConvert_16s32f_Sfs(raw, dst, INPUT_STEP_SZ, 15);
     // The real mix lifts the wanted signal to around a quarter of the rate.
@@ -174,6 +182,8 @@ void AudioEngineFast::Get(float* f) {
 }
 
 void AudioEngineFast::UpdateSettings(const AudioConfig& new_config) {
+    // Waits out an application in progress, so no update is torn or lost.
+    std::lock_guard<std::mutex> hold(settingsLock);
     m_settings[1 - m_activeSettings.load()] = new_config;
     newSettingsReady = true;
 }
@@ -226,8 +236,11 @@ void AudioEngineFast::FilterThread() {
             outputReady.notify();
         }
         if (newSettingsReady.load()) {
-            ApplyNewSettings();
-            newSettingsReady = false;
+            {
+                std::lock_guard<std::mutex> hold(settingsLock);
+                ApplyNewSettings();
+                newSettingsReady = false;
+            }
             if (!programRunning.load()) break;
         }
     }

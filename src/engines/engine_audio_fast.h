@@ -14,20 +14,21 @@
 //  - the application's thread: Get (through Device::GetAudio) and
 //    UpdateSettings (through Device::UpdateAudioSettings).
 //
-// The three counters decide the flow; the semaphores only wake. Nothing
-// guards against overrun: a filter thread more than 96 input steps behind
-// reads overwritten input, and a reader more than 48 blocks behind reads
-// overwritten audio, in ring order.
+// The three counters decide the flow; the semaphores only wake. A filter
+// thread that falls a whole input ring (about 0.36 s) behind loses the
+// blocks that do not fit, counted in DroppedSteps; a reader more than 48
+// blocks behind reads overwritten audio, in ring order.
 //
 // Settings: UpdateSettings writes the slot that is not active and then
 // raises newSettingsReady; the filter thread applies that slot and lowers
-// the flag. An update that falls into an application still in progress can
-// be lost; callers leave one filter block (about 5 ms of signal) between
-// updates.
+// the flag. Both hold settingsLock for that, so an update that falls into
+// an application in progress waits for it (a few milliseconds) instead of
+// being torn or lost. Store never takes it.
 #pragma once
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <thread>
 
 #include "dsp/dsp_vector.h"
@@ -68,13 +69,15 @@ public:
     AudioEngineFast(const AudioEngineFast&) = delete;
     AudioEngineFast& operator=(const AudioEngineFast&) = delete;
 
-    // Interface thread: one block of INPUT_STEP_SZ samples.
+    // Interface thread: one block of INPUT_STEP_SZ samples; dropped when
+    // the input ring has no room for it.
     void Store(short* raw);
     // Application's thread: one audio block of RETURN_SZ floats into f.
     // Blocks until one is there (no time-out).
     void Get(float* f);
     // Application's thread: asks for new settings, applied by the filter
-    // thread between two filter blocks.
+    // thread between two filter blocks. May wait while the filter thread
+    // applies the previous ones.
     void UpdateSettings(const AudioConfig& new_config);
     // Clamps to the legal ranges, without a report.
     static void CheckSettings(AudioConfig& audioSettings);
@@ -96,6 +99,9 @@ public:
     void FMDemod(Ipp32fc* in, Ipp32f* out);
     void SSBDemod(Ipp32fc* in, Ipp32f* out, bool isUpper);
 
+    // Input steps that Store dropped because the ring held no room.
+    long DroppedSteps() const { return droppedSteps.load(std::memory_order_relaxed); }
+
     // The settings in force (filter thread, or a test with the thread idle).
     const AudioConfig& ActiveSettings() const { return m_settings[m_activeSettings.load()]; }
 
@@ -110,6 +116,7 @@ private:
     AudioConfig m_settings[2];
     std::atomic<int> m_activeSettings{0};
     std::atomic<bool> newSettingsReady{false};
+    std::mutex settingsLock;  // the pending slot and the flag; never on Store's path
     double LOFreq;
     smart_ptr<float> inputBuffer;
     smart_ptr<float> outputBuffer;
@@ -119,6 +126,7 @@ private:
     std::atomic<int> inputAvailable{0};
     std::atomic<int> demodAvailable{0};
     std::atomic<int> resultsAvailable{0};
+    std::atomic<long> droppedSteps{0};
     semaphore inputReady;
     semaphore outputReady;
     int inLoc = 0;         // interface thread
