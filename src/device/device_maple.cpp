@@ -25,10 +25,6 @@ constexpr double kLO2Unit = 5000000.0;       // LO2 words count 5 MHz
 // the slice that moved with it.
 constexpr double kRow8LO1Add = 1600000.0;
 constexpr int kRow8 = 8;
-// The streaming modes' LO centres are multiples of this.
-constexpr double kStreamGrid = 800000.0;
-constexpr double kAudioSpan = 20000000.0;
-constexpr double kDirectAudioLimit = 10000000.0;
 
 }  // namespace
 
@@ -283,6 +279,9 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
 }
 
 qsStatus DeviceMaple::ConfigureAudioDemod() {
+    constexpr double kStreamGrid = 800000.0;  // LO centres of the streaming modes
+    constexpr double kAudioSpan = 20000000.0;
+    constexpr double kDirectAudioLimit = 10000000.0;
     Settings& set = *m_settings;
     SweepInfo& si = m_sweepInfo;
     set.SetSpan(kAudioSpan);
