@@ -54,8 +54,6 @@ TEST(AudioEngineSettings, ClampsEveryFieldToItsRange) {
         {500.0, 5000.0, 10000.0, 50.0, 500.0, 5000.0, 10000.0, 50.0},  // all in range
         {10.0, 500.0, 300.0, 0.5, 20.0, 1000.0, 500.0, 1.0},
         {2000.0, 20000.0, 300000.0, 150.0, 1000.0, 12000.0, 250000.0, 100.0},
-        {20.0, 1000.0, 500.0, 1.0, 20.0, 1000.0, 500.0, 1.0},  // limits included
-        {1000.0, 12000.0, 250000.0, 100.0, 1000.0, 12000.0, 250000.0, 100.0},
     };
     for (const Case& k : cases) {
         AudioConfig c = Config(QS_DEMOD_AM, 1e8, k.bw);
@@ -107,22 +105,6 @@ protected:
     std::vector<float> out;
 };
 
-TEST_F(Demodulators, AmOfASteadyCarrierSettlesAtZeroAndFollowsModulation) {
-    // A carrier well away from the AGC's start value: the output starts
-    // negative and settles toward 0 with the AGC.
-    in.assign(N, Ipp32fc{0.02f, 0.0f});
-    engine.AMDemod(in.data(), out.data());
-    EXPECT_NEAR(out[0], (0.02 - 0.1) / 0.1, 0.01);
-    for (int b = 0; b < 12; ++b) engine.AMDemod(in.data(), out.data());
-    EXPECT_NEAR(out[N - 1], 0.0, 0.005);
-
-    // 30 % modulation at 1 kHz comes out as a 0.3 relative swing.
-    for (int i = 0; i < N; ++i) in[i] = {float(0.02 * (1.0 + 0.3 * std::cos(2 * kPi * 1000.0 * i / kChannelRate))), 0.0f};
-    engine.AMDemod(in.data(), out.data());
-    EXPECT_NEAR(Rms(out.data(), N), 0.3 / std::sqrt(2.0), 0.01);
-    EXPECT_NEAR(ToneFrequency(out.data(), N, kChannelRate), 1000.0, 1.0);
-}
-
 TEST_F(Demodulators, AmOfSilenceIsMinusOneAndABrokenAgcStartsAgain) {
     in.assign(N, Ipp32fc{0.0f, 0.0f});
     engine.AMDemod(in.data(), out.data());
@@ -168,31 +150,6 @@ TEST(AudioEngineFm, APhaseStepAcrossPiIsUnwrapped) {
     // The last phase carries into the next block: no step at its start.
     engine.FMDemod(in.data() + N / 2, out.data());
     EXPECT_NEAR(out[0], 0.0, 1e-5);
-}
-
-TEST_F(Demodulators, EachSideBandKeepsItsOwnHalf) {
-    const struct {
-        double hz;
-        bool upper;
-        bool passes;
-    } cases[] = {{1000.0, true, true}, {1000.0, false, false}, {-3000.0, false, true}, {-3000.0, true, false}};
-    for (const auto& k : cases) {
-        AudioEngineFast e(100e6, Config(QS_DEMOD_USB, 100e6, 10000.0), false, false);
-        // Two blocks: the first fills the Hilbert filter and its delay line.
-        // 2 x 0.2 is above the AGC's start value of 0.1, which it follows.
-        Baseband(in, k.hz, 0.2, 0);
-        e.SSBDemod(in.data(), out.data(), k.upper);
-        Baseband(in, k.hz, 0.2, N);
-        e.SSBDemod(in.data(), out.data(), k.upper);
-        const double rms = Rms(out.data(), N);
-        if (k.passes) {
-            // The AGC holds twice the peak envelope: a unit sine.
-            EXPECT_NEAR(rms, 1.0 / std::sqrt(2.0), 0.02) << k.hz << " " << k.upper;
-            EXPECT_NEAR(ToneFrequency(out.data(), N, kChannelRate), std::fabs(k.hz), 1.0);
-        } else {
-            EXPECT_LT(rms, 0.01) << k.hz << " " << k.upper;
-        }
-    }
 }
 
 // A real band as the device delivers it: 16-bit blocks at 80 MHz, made of
@@ -256,19 +213,6 @@ TEST(AudioEngineChain, UpperSideBandThroughTheWholeChainAndARetune) {
     EXPECT_NEAR(ToneFrequency(audio.data(), 4096, kAudioRate), 2000.0, 4.0);
     EXPECT_EQ(e.ActiveSettings().freq, tone - 2000.0);
     EXPECT_EQ(e.DroppedSteps(), 0);
-}
-
-TEST(AudioEngineChain, DirectPathMixesTheBandUpInStore) {
-    // Below 10 MHz the converter sees RF as it is.
-    const double tone = 5.0013e6;
-    BandSource band;
-    band.AddTone(tone / 8e7, 0.2);
-    AudioEngineFast e(4.8e6, Config(QS_DEMOD_LSB, tone + 1000.0, 3000.0), false, true);
-    std::vector<float> audio;
-    NextAudio(e, band, audio);
-    NextAudio(e, band, audio);
-    EXPECT_NEAR(ToneFrequency(audio.data(), 4096, kAudioRate), 1000.0, 2.0);
-    EXPECT_NEAR(Rms(audio.data(), 4096), 1.0 / std::sqrt(2.0), 0.1);
 }
 
 TEST(AudioEngineChain, AnUnknownModulationGivesSilence) {
