@@ -249,6 +249,10 @@ void AudioEngineFast::FilterThread() {
 void AudioEngineFast::DemodAndResample(Ipp32fc* in, Ipp32f* out) {
     Ipp32f* a = tempAudio1.ptr;
     Ipp32f* b = tempAudio2.ptr;
+    // On a mirrored band the channel is found, but its baseband is still
+    // mirrored: upper and lower side band and the sense of FM would swap.
+    // The conjugate puts them back.
+    if (flipSpectrum) ippsConj_32fc(in, in, DEMOD_LEN);
     switch (m_settings[m_activeSettings.load()].modulation) {
         case QS_DEMOD_AM: AMDemod(in, a); break;
         case QS_DEMOD_FM: FMDemod(in, a); break;

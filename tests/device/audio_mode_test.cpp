@@ -109,6 +109,8 @@ INSTANTIATE_TEST_SUITE_P(
                       SideBandCase{"LsbBelowTheTone", kPlainTone, QS_DEMOD_LSB, -1000.0, false},
                       // CW is the lower side band 520 Hz above: 480 + 520.
                       SideBandCase{"CwIsLsb520HzUp", kPlainTone, QS_DEMOD_CW, 480.0, true},
+                      SideBandCase{"MirroredUsbBelowTheTone", kMirroredTone, QS_DEMOD_USB, -1000.0, true},
+                      SideBandCase{"MirroredLsbBelowTheTone", kMirroredTone, QS_DEMOD_LSB, -1000.0, false},
                       SideBandCase{"DirectUsbBelowTheTone", kDirectTone, QS_DEMOD_USB, -1000.0, true},
                       SideBandCase{"DirectUsbAboveTheTone", kDirectTone, QS_DEMOD_USB, 1000.0, false}),
     [](const ::testing::TestParamInfo<SideBandCase>& i) { return std::string(i.param.name); });
