@@ -12,6 +12,8 @@
 #pragma once
 
 #include <algorithm>
+#include <climits>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -351,5 +353,23 @@ public:
 
     float c[6];
 };
+
+// Truncation of a double into lo..hi; NaN reads as lo. Converting an
+// out-of-range double to int is undefined, so the clamp comes first.
+inline int clamp_trunc(double d, int lo, int hi) {
+    if (!(d > lo)) return lo;
+    if (d >= hi) return hi;
+    return static_cast<int>(d);
+}
+
+// Nearest integer, halves up; a value beyond int reads as its limit and
+// NaN as 0, which only corrupt tables can produce.
+inline int round_clamped(float v) {
+    if (std::isnan(v)) return 0;
+    const double r = std::floor(static_cast<double>(v) + 0.5);
+    if (r <= static_cast<double>(INT_MIN)) return INT_MIN;
+    if (r >= static_cast<double>(INT_MAX)) return INT_MAX;
+    return static_cast<int>(r);
+}
 
 }  // namespace qs

@@ -34,23 +34,6 @@ int clamp_floor(double d, int lo, int hi) {
     return static_cast<int>(std::floor(d));
 }
 
-// The same with truncation.
-int clamp_trunc(double d, int lo, int hi) {
-    if (!(d > lo)) return lo;
-    if (d >= hi) return hi;
-    return static_cast<int>(d);
-}
-
-// Nearest integer, halves up; NaN as 0 and values beyond int as its
-// limits, which only corrupt trigger tables can produce.
-int round_clamped(float v) {
-    if (std::isnan(v)) return 0;
-    const double r = std::floor(static_cast<double>(v) + 0.5);
-    if (r <= static_cast<double>(INT_MIN)) return INT_MIN;
-    if (r >= static_cast<double>(INT_MAX)) return INT_MAX;
-    return static_cast<int>(r);
-}
-
 void to_linear(VecDouble& v) {
     for (double& x : v) x = std::pow(10.0, 0.05 * x);
 }

@@ -67,18 +67,24 @@ void SweepEngine::StopWorkers() {
         if (m_threads[i].joinable()) m_threads[i].join();
 }
 
-int SweepEngine::Store(Ipp16s* raw, int ppf, int index) {
-    for (int p = 0; p < BLOCK_PACKETS; ++p) {
-        Ipp64f* dst = m_inputData.ptr + size_t(m_chunkStorePos) * size_t(m_chunkSize) +
-                      size_t(index) * size_t(PACKET_SAMPLES);
-        ippsConvert_16s64f_Sfs(raw + size_t(p) * PACKET_SAMPLES, dst, PACKET_SAMPLES, 15);
+int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCount, int& storePos,
+                          int ppf, int index, semaphore* ready) {
+    constexpr int kPacket = SweepEngine::PACKET_SAMPLES;
+    for (int p = 0; p < SweepEngine::BLOCK_PACKETS; ++p) {
+        Ipp64f* dst = ring + size_t(storePos) * size_t(chunkSize) + size_t(index) * size_t(kPacket);
+        ippsConvert_16s64f_Sfs(raw + size_t(p) * kPacket, dst, kPacket, 15);
         if (++index == ppf) {
-            m_rawReady[m_chunkStorePos].notify();
-            if (++m_chunkStorePos == m_chunkCount) m_chunkStorePos = 0;
+            ready[storePos].notify();
+            if (++storePos == chunkCount) storePos = 0;
             index = 0;
         }
     }
     return index;
+}
+
+int SweepEngine::Store(Ipp16s* raw, int ppf, int index) {
+    return store_block_in_chunks(raw, m_inputData.ptr, m_chunkSize, m_chunkCount, m_chunkStorePos, ppf, index,
+                                 m_rawReady.get());
 }
 
 int SweepEngine::ProcessThread(int thread_num) {

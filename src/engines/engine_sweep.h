@@ -51,6 +51,14 @@ struct ResidualInfo {
     int m_residualID[MAX_RESIDUALS] = {};
 };
 
+// Converts one block of 16 unpacked packets (scale 2^-15) into a ring of
+// chunkCount chunks of ppf packets each (chunkSize samples), going on at
+// packet `index` of chunk `storePos`, and signals ready[c] for each chunk c
+// it completes. For the interface thread: never waits, never allocates.
+// Returns the packet index for the next block.
+int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCount, int& storePos,
+                          int ppf, int index, semaphore* ready);
+
 class SweepEngine {
 public:
     static constexpr int MAX_THREADS = 4;

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "engines/engine_sweep.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 #include "tg/tg_interface.h"
@@ -135,17 +136,8 @@ int TGSweepEngine::InitiateSweep(int range) {
 }
 
 int TGSweepEngine::Store(Ipp16s* raw, int ppf, int index) {
-    for (int p = 0; p < BLOCK_PACKETS; ++p) {
-        Ipp64f* dst = m_inputData.ptr + size_t(m_chunkStorePos) * size_t(m_chunkSize) +
-                      size_t(index) * size_t(PACKET_SAMPLES);
-        ippsConvert_16s64f_Sfs(raw + size_t(p) * PACKET_SAMPLES, dst, PACKET_SAMPLES, 15);
-        if (++index == ppf) {
-            m_rawReady[m_chunkStorePos].notify();
-            if (++m_chunkStorePos == m_sweepSize) m_chunkStorePos = 0;
-            index = 0;
-        }
-    }
-    return index;
+    return store_block_in_chunks(raw, m_inputData.ptr, m_chunkSize, m_sweepSize, m_chunkStorePos, ppf, index,
+                                 m_rawReady.get());
 }
 
 double TGSweepEngine::MeasureCeiling() const { return tgi->IsRowan() ? 12980000000.0 : 4420000000.0; }
