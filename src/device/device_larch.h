@@ -14,6 +14,7 @@
 #pragma once
 
 #include "device/device.h"
+#include "device/lo_tables_larch.h"
 
 namespace qs {
 
@@ -46,6 +47,23 @@ public:
     // Measures the IF pass band and keeps its shape and centre. Ends any
     // measurement first and leaves the device idle. Always qsNoError.
     qsStatus SelfCalIF() override;
+
+    // Plans a swept measurement: FFT size, LO steps on the 20 MHz, 10 MHz
+    // (rejection) or 400 kHz (narrow) grid centred where the self-
+    // calibration found the IF band's middle, an extra step for each
+    // residual spur inside the span, gain and attenuation per band, the
+    // command block, the patch list, the correction array and the engine.
+    // The flag is not read. qsBandwidthErr for an RBW above the span.
+    qsStatus ConfigureSweepMode(unsigned flag) override;
+
+    // Lays the plan out as sub-bands of m_cmd and as patches: the residual
+    // steps first, then one sub-band per LO row. Fills initialBand,
+    // activeBandCnt and the residual locations. Always 0.
+    int SetupCommand();
+
+    // The four control bytes of a sub-band; the low byte of the port mask
+    // goes into byte 0.
+    void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;
 
     // Self-calibration settings and a plan and command block at their
     // open-time values.
