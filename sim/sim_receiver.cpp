@@ -213,7 +213,10 @@ bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double cel
         const double x = f - s.centreHz + s.lo2ErrorHz;  // no flipped rows
         if (!GainModel::IfPasses(x)) return false;
         *cycles = (kIfCentre + x) / kSampleRate;
-        *gainDb = m.LarchGainDb(s.row, s.centreHz * rho, rfHz, x, s.gain, s.attenIndex, celsius);
+        // The RF at the converter's IF centre is the centre the step reads
+        // at, which a moved second oscillator moves away from the first's.
+        *gainDb = m.LarchGainDb(s.row, (s.centreHz - s.lo2ErrorHz) * rho, rfHz, x, s.gain, s.attenIndex,
+                                celsius, s.lo2ErrorHz);
         return true;
     }
     if (s.row == 0) {
