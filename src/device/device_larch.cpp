@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <stdexcept>
+
+#include <unistd.h>
 
 #include "calibration/corrections_larch.h"
 #include "dsp/qs_lib.h"
@@ -31,6 +34,16 @@ constexpr double kPacketSeconds = 0.000234;  // a packet's duration as planning 
 constexpr double kLOUnit = 100000.0;         // LO words count 100 kHz (LO1 200 kHz above band 1)
 constexpr double kNarrowGrid = 400000.0;     // the LO grid of a narrow sweep
 constexpr double kResidualIFCenter = 10000000.0;
+// Streaming modes tune the LO to multiples of 400 kHz; a centre this close
+// to a residual spur is corrected as a residual step.
+constexpr double kStreamGrid = 400000.0;
+constexpr double kStreamResidualReach = 9900000.0;
+// Real-time limits, both ends included.
+constexpr double kRealTimeMinSpan = 200000.0;
+constexpr double kRealTimeMaxSpan = 20000000.0;
+constexpr double kRealTimeMinRBW = 2465.820313;
+constexpr double kRealTimeMaxRBW = 631250.0;
+constexpr double kRealTimeMinSweepTime = 0.001;
 
 // Packets per step are a power of two, or three times one, which the
 // device takes as 1.5 times the next lower power.
@@ -419,6 +432,149 @@ int DeviceLarch::SetupCommand() {
 
     m_cmd.subBandCount = static_cast<uint16_t>(used);
     std::memcpy(m_cmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(used));
+    return 0;
+}
+
+qsStatus DeviceLarch::ConfigureRealTime(unsigned) {
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    if (!(set.m_span >= kRealTimeMinSpan && set.m_span <= kRealTimeMaxSpan)) return qsInvalidParameterErr;
+    if (!(set.m_rbw >= kRealTimeMinRBW && set.m_rbw <= kRealTimeMaxRBW)) return qsInvalidParameterErr;
+    if (set.m_sweepTime < kRealTimeMinSweepTime) set.m_sweepTime = kRealTimeMinSweepTime;
+
+    int zeroPad = 0;  // the plan's zero padding stays as it was
+    get_fft_size(m_settings, si.fftSize, zeroPad);
+    si.stepCount = 1;
+    si.step100kSize = 0;
+    si.dsRatio = 1;
+    si.IFOffsetFraction = 0.0;
+    rps.m_residualCount = 0;
+    si.binSize = (kSampleRate / si.fftSize) * m_oscRatio;
+    si.traceLen = calculateBestRealTimeSweepSize(round_to_int(set.m_span / si.binSize));
+
+    const double g = round_to_int(set.m_center / kStreamGrid) * kStreamGrid;
+    const double delta = set.m_center - g;
+    si.initialCenter = g * m_oscRatio;
+    si.IFOffset = round_to_int(delta / si.binSize);
+    si.actualStart = si.initialCenter + si.IFOffset * si.binSize -
+                     round_to_int(0.5 * set.m_span / si.binSize) * si.binSize;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupRealTimeCommand(g);
+        VecDouble list;
+        m_corr->BuildIFCorrectionArray(m_settings, &si, list);
+        if (!set.m_logScale)
+            for (double& v : list) v = std::pow(10.0, 0.05 * v);
+        // The engine exists before the stream starts: data come at once.
+        m_rtie.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list, false));
+    } catch (const std::exception&) {
+        m_rtie.reset();
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_REAL_TIME;
+    AddCommand();
+    return qsNoError;
+}
+
+qsStatus DeviceLarch::ConfigureIQ(unsigned flag) {
+    m_timeStamp = (flag & QS_STREAM_FLAG_TIME_STAMP) && (m_portMask & QS_PORT_TRIGGER_IN);
+    SweepInfo& si = m_sweepInfo;
+    si.traceLen = 512;
+    si.fftSize = 4096;
+    si.binSize = 19531.25;
+    si.dsRatio = 1;
+    si.firstPatchSkipCnt = 0;
+    si.step100kSize = 200;
+    si.stepCount = 1;
+    si.actualStart = 0.0;
+    si.mapleBandZeroIQ = false;
+    m_settings->m_logScale = false;
+
+    const double c = m_settings->m_center / m_oscRatio;
+    const double g = round_to_int(c / kStreamGrid) * kStreamGrid;
+    si.if_offset_hz = c - g;
+    si.IFOffsetFraction = si.if_offset_hz / 2e7;
+    si.IFOffset = round_to_int(si.fftSize * si.IFOffsetFraction * 0.25);
+    rps.m_residualCount = 0;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), *m_settings, si);
+        SetupRealTimeCommand(g);
+        // Linear already: the log scale is off.
+        VecDouble list;
+        m_corr->BuildIFCorrectionArray(m_settings, &si, list);
+        if (flag & QS_STREAM_FLAG_DIRECT)
+            m_stream.reset(new DirectStream(m_settings, &si));
+        else
+            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+    } catch (const std::invalid_argument&) {
+        // The filters refuse a band they cannot make: an I/Q bandwidth that
+        // was never configured (0 Hz) is one.
+        m_stream.reset();
+        return qsInvalidParameterErr;
+    } catch (const std::exception&) {
+        m_stream.reset();
+        return qsAllocationLimitErr;
+    }
+    // The stream exists before the command: data come at once.
+    AddCommand();
+    m_mode = QS_MODE_STREAMING;
+    return qsNoError;
+}
+
+int DeviceLarch::SetupRealTimeCommand(double center) {
+    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    SweepInfo& si = m_sweepInfo;
+    const int row = std::min(get_software_band_Larch(center), LARCH_LO_ROWS - 1);
+    const LOLUTLarch& lut = lolutLarch[row];
+
+    m_cmd.headerType = QS_CMD_CONFIGURE;
+    m_cmd.commandType = QS_CFG_STREAM;
+    m_cmd.subBandCount = 1;
+
+    s3Ctrl_t s{};
+    s.stream = 1;
+    s.band = static_cast<int8_t>(lut.band);
+    s.gain = m_corr->GetGain(row);
+    s.atten = m_corr->GetAtten(row);
+    s.pktsz = 4;
+
+    si.initialBand = row;
+    si.secondLOOffset = 0.0;
+    si.activeBandCnt = 1;
+
+    subBand_t sb{};
+    int lo1 = round_to_int((center + lut.lo1c) / kLOUnit);
+    if (lut.band > 1) lo1 /= 2;  // 200 kHz units in bands 2 and 3
+    sb.LO1startFreq = static_cast<uint16_t>(lo1);
+    sb.LO2Freq = static_cast<uint16_t>(round_to_int((lut.lo2c + si.secondLOOffset) / kLOUnit));
+    sb.LO1stepFreq = 200;
+    sb.packetsPerFreq = 16;
+    sb.stepCount = 4096;
+
+    // Near a residual spur the corrections read the IF table as for a
+    // residual step; the words above stay as they are.
+    double ifCenter = 0.0;
+    for (const RPLUT& r : residualLarch) {
+        if (std::fabs(center - r.RFWriteCtr) <= kStreamResidualReach) {
+            si.secondLOOffset = kResidualIFCenter;
+            ifCenter = kResidualIFCenter;
+            break;
+        }
+    }
+
+    Patch patch;
+    patch.length = si.fftSize / 4;
+    patch.band = row;
+    patch.if_offset = si.IFOffset;
+    patch.center_freq = center;
+    patch.if_center = ifCenter;
+    patch.flip_spectrum = false;
+    si.patchInfo.Append(patch);
+
+    PackSettings(&s, sb.settings);
+    std::memcpy(&m_cmd.subBandArray[0], &sb, sizeof sb);
     return 0;
 }
 

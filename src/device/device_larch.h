@@ -65,6 +65,22 @@ public:
     // goes into byte 0.
     void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;
 
+    // Plans real-time mode: one LO position on the 400 kHz grid, the trace
+    // around the centre, the IF corrections, the engine; then starts the
+    // stream. qsInvalidParameterErr (nothing changed) for a span or RBW
+    // outside the real-time range; a sweep time below 1 ms is raised.
+    qsStatus ConfigureRealTime(unsigned flag) override;
+
+    // Plans the streaming mode at the settings' IQ centre and starts the
+    // stream: a DirectStream for QS_STREAM_FLAG_DIRECT, else an IQStream.
+    qsStatus ConfigureIQ(unsigned flag) override;
+
+    // The one-position command of the streaming modes: sub-band 0 streams
+    // from the LO position of `center` and one patch describes it; a centre
+    // near a residual spur reads the IF table as a residual step does.
+    // Waits until the mailbox is empty first. Always 0.
+    int SetupRealTimeCommand(double center);
+
     // Self-calibration settings and a plan and command block at their
     // open-time values.
     void PrepForSelfCal();
