@@ -49,4 +49,22 @@ qsStatus load_calibration_larch(const FlashPageReader& read, Corrections& corr, 
     return qsNoError;
 }
 
+void Corrections::PlaceTemperature(const float* temps, int top, int tailIndex, double temp) {
+    if (temp < static_cast<double>(temps[0])) {
+        m_t = 0;
+        m_tp = 0.0f;
+        return;
+    }
+    for (int i = 1; i <= top; ++i) {
+        if (static_cast<double>(temps[i]) > temp) {
+            m_t = i - 1;
+            m_tp = static_cast<float>((temp - static_cast<double>(temps[i - 1])) /
+                                      static_cast<double>(temps[i] - temps[i - 1]));
+            return;
+        }
+    }
+    m_t = tailIndex;
+    m_tp = 1.0f;
+}
+
 }  // namespace qs

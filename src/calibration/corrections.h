@@ -68,6 +68,11 @@ public:
 protected:
     explicit Corrections(size_t imageSize) : m_imageSize(imageSize) {}
 
+    // Places temp among the table temperatures temps[0..top]: m_t and m_tp
+    // interpolate between neighbours; below temps[0] the first curve reads,
+    // from temps[top] on the curve after tailIndex reads whole.
+    void PlaceTemperature(const float* temps, int top, int tailIndex, double temp);
+
     double m_temp = 0.0;      // degrees Celsius at the last Configure
     double m_ref = 0.0;       // reference level at the last Configure, dBm
     int32_t m_t = 0;          // lower temperature index

@@ -137,22 +137,8 @@ void CorrectionsLarch::SetSelfCalConstants(double* data) {
 // --- Gain and attenuation ---------------------------------------------------
 
 void CorrectionsLarch::SetTemperature(double temp) {
-    if (temp < static_cast<double>(internalTemps[0])) {
-        m_t = 0;
-        m_tp = 0.0f;
-        return;
-    }
     // Index 7 never takes part: at or above index 6 the curve of 7 reads whole.
-    for (int i = 1; i <= 6; ++i) {
-        if (static_cast<double>(internalTemps[i]) > temp) {
-            m_t = i - 1;
-            m_tp = static_cast<float>((temp - static_cast<double>(internalTemps[i - 1])) /
-                                      static_cast<double>(internalTemps[i] - internalTemps[i - 1]));
-            return;
-        }
-    }
-    m_t = 6;
-    m_tp = 1.0f;
+    PlaceTemperature(internalTemps, 6, 6, temp);
 }
 
 bool CorrectionsLarch::Configure(double temp, const Settings& set, const SweepInfo&) {

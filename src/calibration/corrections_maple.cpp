@@ -176,23 +176,8 @@ void CorrectionsMaple::SetSelfCalConstants(double* data) {
 // --- Gain and attenuation ---------------------------------------------------
 
 void CorrectionsMaple::SetTemperature(double temp) {
-    if (temp < static_cast<double>(internalTemps[0])) {
-        m_t = 0;
-        m_tp = 0.0f;
-        return;
-    }
     // Index 11 never takes part: at or above index 10 the curve of 10 reads.
-    for (int i = 1; i <= 10; ++i) {
-        if (static_cast<double>(internalTemps[i]) > temp) {
-            const float span = internalTemps[i] - internalTemps[i - 1];
-            m_t = i - 1;
-            m_tp = static_cast<float>((temp - static_cast<double>(internalTemps[i - 1])) /
-                                      static_cast<double>(span));
-            return;
-        }
-    }
-    m_t = 9;
-    m_tp = 1.0f;
+    PlaceTemperature(internalTemps, 10, 9, temp);
 }
 
 bool CorrectionsMaple::Configure(double temp, const Settings& set, const SweepInfo&) {

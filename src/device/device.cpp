@@ -214,6 +214,20 @@ qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
     return qsNoError;
 }
 
+qsStatus Device::LoadCalibration(qsStatus (*load)(const FlashPageReader&, Corrections&, DeviceIdentity&)) {
+    DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
+    const qsStatus status = load(
+        [this](int page, unsigned char* out) {
+            ReadFlash(static_cast<unsigned>(page), out);
+            return m_usb->TransferStatus();
+        },
+        *m_corr, id);
+    m_validDevice = id.valid;
+    m_sid = id.sid;
+    m_firmware_version = id.firmwareVersion;
+    return status;
+}
+
 void Device::SetTimebaseCorrection(double ratio) {
     m_oscRatio = ratio;
     if (m_corr) m_corr->SetOscRatio(ratio);

@@ -151,6 +151,10 @@ protected:
     // high dynamic range, the secondary one.
     template <typename T>
     qsStatus GetTgSweep(T* min, T* max);
+    // Reads the calibration image through the flash service with the
+    // model's loader, and takes the identity its header gives. The loader's
+    // status.
+    qsStatus LoadCalibration(qsStatus (*load)(const FlashPageReader&, Corrections&, DeviceIdentity&));
     // The calibrated ratio of true to nominal time base.
     double CalibratedOscRatio() const { return m_corr ? m_corr->GetOscRatio() : 1.0; }
 

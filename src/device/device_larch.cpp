@@ -105,16 +105,8 @@ qsStatus DeviceLarch::OpenDevice() {
 }
 
 qsStatus DeviceLarch::InitCorrections() {
-    DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
-    load_calibration_larch(
-        [this](int page, unsigned char* out) {
-            ReadFlash(static_cast<unsigned>(page), out);
-            return m_usb->TransferStatus();
-        },
-        *m_corr, id);
-    m_validDevice = id.valid;
-    m_sid = id.sid;
-    m_firmware_version = id.firmwareVersion;
+    // A Larch opens whatever the image holds; validity tells the rest.
+    LoadCalibration(load_calibration_larch);
     return qsNoError;
 }
 

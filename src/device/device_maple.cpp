@@ -87,19 +87,7 @@ qsStatus DeviceMaple::InitializationSweep() {
     return status;
 }
 
-qsStatus DeviceMaple::InitCorrections() {
-    DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
-    const qsStatus status = load_calibration_maple(
-        [this](int page, unsigned char* out) {
-            ReadFlash(static_cast<unsigned>(page), out);
-            return m_usb->TransferStatus();
-        },
-        *m_corr, id);
-    m_validDevice = id.valid;
-    m_sid = id.sid;
-    m_firmware_version = id.firmwareVersion;
-    return status;
-}
+qsStatus DeviceMaple::InitCorrections() { return LoadCalibration(load_calibration_maple); }
 
 bool DeviceMaple::AddTimebaseCorrection(double ppm) {
     return add_timebase_correction_maple(

@@ -227,41 +227,44 @@ void NarrowSweep::CorrectSteps(int steps, const VecDouble& corr) {
     }
 }
 
-qsStatus NarrowSweep::GetStandardSweep(double* min, double* max, const VecDouble& corr) {
-    CorrectSteps(1, corr);
-    const int d = m_sweep_info->firstPatchSkipCnt;
-    ippsCopy_64f(m_outputDataMin.data() + d, min, m_sweep_info->traceLen);
-    ippsCopy_64f(m_outputDataMax.data() + d, max, m_sweep_info->traceLen);
-    return m_lastSweepStatus;
-}
+namespace {
 
-qsStatus NarrowSweep::GetStandardSweep(float* min, float* max, const VecDouble& corr) {
-    CorrectSteps(1, corr);
-    const int d = m_sweep_info->firstPatchSkipCnt;
-    ippsConvert_64f32f(m_outputDataMin.data() + d, min, m_sweep_info->traceLen);
-    ippsConvert_64f32f(m_outputDataMax.data() + d, max, m_sweep_info->traceLen);
-    return m_lastSweepStatus;
-}
+void copy_out(const double* src, double* dst, int len) { ippsCopy_64f(src, dst, len); }
+void copy_out(const double* src, float* dst, int len) { ippsConvert_64f32f(src, dst, len); }
 
-qsStatus NarrowSweep::GetNoiseRejectSweep(double* min, double* max, const VecDouble& corr) {
-    CorrectSteps(2, corr);
-    const int d = m_sweep_info->firstPatchSkipCnt, f4 = m_fftDiv4, len = m_sweep_info->traceLen;
-    ippsMinEvery_64f(m_outputDataMin.data() + d, m_outputDataMin.data() + d + f4, min, len);
-    ippsMinEvery_64f(m_outputDataMax.data() + d, m_outputDataMax.data() + d + f4, max, len);
-    return m_lastSweepStatus;
-}
+}  // namespace
 
-qsStatus NarrowSweep::GetNoiseRejectSweep(float* min, float* max, const VecDouble& corr) {
-    CorrectSteps(2, corr);
-    const int d = m_sweep_info->firstPatchSkipCnt, f4 = m_fftDiv4, len = m_sweep_info->traceLen;
-    // In place over the start of step 0, then narrowed.
+template <typename T>
+qsStatus NarrowSweep::Deliver(T* min, T* max, const VecDouble& corr, bool reject) {
+    CorrectSteps(reject ? 2 : 1, corr);
+    const int d = m_sweep_info->firstPatchSkipCnt, len = m_sweep_info->traceLen;
     double* lo = m_outputDataMin.data();
     double* hi = m_outputDataMax.data();
-    ippsMinEvery_64f(lo + d, lo + d + f4, lo, len);
-    ippsMinEvery_64f(hi + d, hi + d + f4, hi, len);
-    ippsConvert_64f32f(lo, min, len);
-    ippsConvert_64f32f(hi, max, len);
+    if (reject) {
+        // Each point takes the smaller of the two looks, written in place
+        // over the start of step 0 (reads stay ahead of writes).
+        ippsMinEvery_64f(lo + d, lo + d + m_fftDiv4, lo, len);
+        ippsMinEvery_64f(hi + d, hi + d + m_fftDiv4, hi, len);
+    } else {
+        lo += d;
+        hi += d;
+    }
+    copy_out(lo, min, len);
+    copy_out(hi, max, len);
     return m_lastSweepStatus;
+}
+
+qsStatus NarrowSweep::GetStandardSweep(double* min, double* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, false);
+}
+qsStatus NarrowSweep::GetStandardSweep(float* min, float* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, false);
+}
+qsStatus NarrowSweep::GetNoiseRejectSweep(double* min, double* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, true);
+}
+qsStatus NarrowSweep::GetNoiseRejectSweep(float* min, float* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, true);
 }
 
 }  // namespace qs

@@ -98,6 +98,10 @@ private:
     void Downsample(Channel& ch, double* pRaw, double* pOsc, int procIndex);
     // Waits for the steps and applies the corrections over steps x f4 values.
     void CorrectSteps(int steps, const VecDouble& corr);
+    // The body of the four Get calls: one step, or the per-point minimum
+    // of two (reject).
+    template <typename T>
+    qsStatus Deliver(T* min, T* max, const VecDouble& corr, bool reject);
     void Stop();
 
     int m_fftSize;
