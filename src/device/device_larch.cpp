@@ -45,6 +45,21 @@ constexpr double kRealTimeMinRBW = 2465.820313;
 constexpr double kRealTimeMaxRBW = 631250.0;
 constexpr double kRealTimeMinSweepTime = 0.001;
 
+// Frequency steps of a tracking-generator sweep, finest first.
+constexpr double tg_step_sizes[] = {1000.0,    2000.0,    5000.0,    10000.0,    20000.0,
+                                    50000.0,   100000.0,  200000.0,  500000.0,   1000000.0,
+                                    2000000.0, 5000000.0, 10000000.0, 20000000.0};
+constexpr int step_choices = sizeof tg_step_sizes / sizeof tg_step_sizes[0];
+constexpr double kTgPatchHz = 2e7;
+constexpr double kTgLOGrid = 800000.0;  // the LO centres of this mode lie on this grid
+constexpr int kTgMinFirmware = 5;
+// Receiver settings of the two passes. The attenuation index picks the
+// calibration curves, the code (in dB) goes into the command.
+constexpr int kTgPriAttenIndex = 3;
+constexpr uint8_t kTgPriAttenCode = 30;
+constexpr int kTgSecAttenIndex = 1;
+constexpr uint8_t kTgSecAttenBits = 20;  // 10 dB, doubled, in the low six bits of byte 3
+
 // Packets per step are a power of two, or three times one, which the
 // device takes as 1.5 times the next lower power.
 void set_packet_size(s3Ctrl_t& s, int ppf) {
@@ -567,6 +582,173 @@ int DeviceLarch::SetupRealTimeCommand(double center) {
 
     PackSettings(&s, sb.settings);
     std::memcpy(&m_cmd.subBandArray[0], &sb, sizeof sb);
+    return 0;
+}
+
+qsStatus DeviceLarch::ConfigureTgMode(unsigned) {
+    if (m_firmware_version < kTgMinFirmware) return qsNotSupportedErr;
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    const double S = set.m_span;
+    const int W = set.m_tgSweepSize;
+    tgCalState = tgNoThruStored;
+
+    // The step whose point count comes nearest to the wanted one; a tie
+    // keeps the finer step, and a step must fit twice into the span.
+    int best = 0;
+    double err = std::fabs(S / tg_step_sizes[0] - W);
+    for (int i = 1; i < step_choices; ++i) {
+        const double step = tg_step_sizes[i];
+        if (2.0 * step > S) continue;
+        if (err > std::fabs(S / step - W)) {
+            best = i;
+            err = std::fabs(S / step - W);
+        }
+    }
+    const double step = tg_step_sizes[best];
+    si.binSize = step;
+    si.traceLen = static_cast<int>(std::floor(S / step + 1.5));
+    const int P = static_cast<int>(std::floor(kTgPatchHz / step + 0.5));  // points per patch
+    const int padded = (si.traceLen + 7) / 8 * 8;  // whole blocks at two packets a point
+    si.lastPatchSkipCnt = padded - si.traceLen;
+    const int r = padded % P;
+    si.tgInitialCount = r == 0 ? 0 : P - r;
+    const int r1 = r == 0 ? P : r;
+    const double k = ((r1 - 0.5) - 0.5 * P) * kTgPatchHz / P;
+    const double first = std::floor((k + set.m_start) / kTgLOGrid + 0.5);
+    si.actualStart = set.m_start;
+
+    // The receiver only has to see one tone at a time.
+    double rbw = 2.0 * step > 16000.0 ? 16000.0 : std::max(8000.0, 2.0 * step);
+    double vbw = 0.5 * rbw;
+    if (set.m_start < 20000.0) {
+        rbw = 8000.0;
+        vbw = 4000.0;
+    }
+    set.m_rbw = rbw;
+    set.m_vbw = vbw;
+    set.m_rbwShape = QS_RBW_SHAPE_LOWPASS;
+    // The low-pass window needs its cut-off for this RBW.
+    int lowpassFft = 0;
+    double fc = 0.0;
+    non_native_fft_from_rbw(rbw, &lowpassFft, &fc);
+    set.SetWindowFC(fc);
+
+    si.initialCenter = kTgLOGrid * first;
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
+    si.dsRatio = 1;
+    si.IFOffsetFraction = 0.0;
+    si.IFOffset = 0;
+    si.step100kSize = 200;
+    rps.m_residualCount = 0;
+    si.stepCount = (padded + P - 1) / P;
+
+    // Each point's chunk holds enough transforms for the video filter, in
+    // pairs of packets.
+    const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
+    const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
+    const int w = static_cast<int>(std::ceil(need * 0.5 / 18688.0));
+    si.ppf = w * 2;
+    si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;
+
+    // Both passes keep the gain; only the attenuation differs.
+    const int passGain = set.m_tgPassiveDevice ? 3 : 1;
+    const int gain = set.m_gain;
+    set.m_gain = passGain;
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupTGCommand();
+        CorrectionsLarch& corr = CorrLarch();
+        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passGain, kTgPriAttenIndex);
+        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &TG(), &tgCalState, true));
+        m_tg->LoadPriCorrData(corr.GetCorrections());
+        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passGain, kTgSecAttenIndex);
+        m_tg->LoadSecCorrData(corr.GetCorrections());
+        set.m_gain = gain;
+        m_tg->Start();
+    } catch (const std::exception&) {
+        m_tg.reset();
+        set.m_gain = gain;
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_TG_SWEEP;
+    return qsNoError;
+}
+
+int DeviceLarch::SetupTGCommand() {
+    SweepInfo& si = m_sweepInfo;
+    s3Ctrl_t s{};
+    s.atten = kTgPriAttenCode;
+    s.gain = m_settings->m_tgPassiveDevice ? 3 : 1;
+    s.stream = 0;
+    set_packet_size(s, si.ppf);
+
+    m_cmd.headerType = QS_CMD_CONFIGURE;
+    m_cmd.commandType = QS_CFG_TG_SWEEP;
+    m_cmd.TGCountPerPatch = static_cast<uint16_t>(std::floor(kTgPatchHz / si.binSize + 0.5));
+    m_cmd.TGstartingIndex = static_cast<uint16_t>(si.tgInitialCount);
+    si.activeBandCnt = 0;
+
+    double freq = si.initialCenter;
+    int row = freq < 15000000.0 ? 0 : std::min(get_software_band_Larch(freq), LARCH_LO_ROWS - 1);
+    si.initialBand = row;
+
+    const double stepHz = si.step100kSize * 100000.0;
+    subBand_t bands[QS_MAX_SUBBANDS];
+    std::memset(bands, 0, sizeof bands);
+    int done = 0;
+    while (done < si.stepCount && si.activeBandCnt < QS_MAX_SUBBANDS) {
+        const bool topRow = row == LARCH_LO_ROWS - 1;
+        const LOLUTLarch& lut = lolutLarch[row];
+        subBand_t& sb = bands[si.activeBandCnt];
+        si.activeBandCnt += 1;
+        s.band = static_cast<int8_t>(lut.band);
+        const double w = std::floor((freq + lut.lo1c + si.secondLOOffset) / kLOUnit + 0.5);
+        if (s.band > 1) {
+            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize / 2);
+            sb.LO1startFreq = static_cast<uint16_t>(static_cast<int>(w / 2));
+        } else {
+            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize);
+            sb.LO1startFreq = static_cast<uint16_t>(w);
+        }
+        sb.LO2Freq = static_cast<uint16_t>(std::floor((lut.lo2c + si.secondLOOffset) / kLOUnit + 0.5));
+        sb.packetsPerFreq = static_cast<uint16_t>(si.ppf);
+        int n = static_cast<int>(std::max((lut.maxRF - freq) / si.step100kSize / 100000.0 + 1.0, 0.0));
+        n = topRow ? si.stepCount - done : std::min(n, si.stepCount - done);
+        if (n == 0) n = 1;
+        // The device reads ppf packets per generator point, so a sub-band
+        // counts the points of its LO steps; the first step starts
+        // TGstartingIndex points in.
+        int points = n * m_cmd.TGCountPerPatch;
+        if (done == 0) points -= si.tgInitialCount;
+        sb.stepCount = static_cast<uint16_t>(points);
+        PackSettings(&s, sb.settings);
+        for (int i = 0; i < n; ++i) {
+            Patch patch;
+            patch.length = si.fftSize / 4;
+            patch.band = row;
+            patch.center_freq = freq;
+            patch.if_center = 0.0;
+            patch.flip_spectrum = false;
+            patch.if_offset = si.IFOffset;
+            si.patchInfo.Append(patch);
+            done += 1;
+            freq += stepHz;
+        }
+        row = std::min(row + 1, LARCH_LO_ROWS - 1);
+    }
+
+    m_cmd.subBandCount = static_cast<uint16_t>(si.activeBandCnt);
+    const int copied = std::min<int>(m_cmd.subBandCount, QS_MAX_SUBBANDS);
+    std::memcpy(m_cmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(copied));
+
+    // The secondary pass differs only in its attenuation.
+    m_secCmd = m_cmd;
+    for (int i = 0; i < copied; ++i) {
+        uint8_t* b3 = &bands[i].settings[3];
+        *b3 = static_cast<uint8_t>((*b3 & ~0x3F) | kTgSecAttenBits);
+    }
+    std::memcpy(m_secCmd.subBandArray, bands, sizeof(subBand_t) * static_cast<size_t>(copied));
     return 0;
 }
 

@@ -81,6 +81,15 @@ public:
     // Waits until the mailbox is empty first. Always 0.
     int SetupRealTimeCommand(double center);
 
+    // Plans a tracking-generator sweep as the Maple does, at the Larch's
+    // receiver settings: 30 dB for the primary pass, 10 dB for the
+    // secondary. qsNotSupportedErr on firmware below 5.
+    qsStatus ConfigureTgMode(unsigned flag) override;
+
+    // Fills m_cmd (the primary pass), m_secCmd (the same at the secondary
+    // attenuation) and the patch list from the plan. Always 0.
+    int SetupTGCommand();
+
     // Self-calibration settings and a plan and command block at their
     // open-time values.
     void PrepForSelfCal();
