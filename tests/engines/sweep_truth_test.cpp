@@ -267,6 +267,32 @@ TEST_F(LarchSweepTruth, TonesOnResidualSpotsComeBack) {
     for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw);
 }
 
+// The receiver's own spurs sit on the residual spots: the steps read
+// there with other oscillator settings must take them out of the trace,
+// wide and with rejection.
+TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
+    const struct {
+        double spur, start, stop;
+        unsigned rejection;
+    } cases[] = {
+        {40e6, 20e6, 60e6, QS_REJECTION_NONE},
+        {2.24e9, 2.2e9, 2.3e9, QS_REJECTION_NONE},
+        {3.08e9, 3.0e9, 3.1e9, QS_REJECTION_NONE},
+        {4.6e9, 4.55e9, 4.65e9, QS_REJECTION_NONE},
+        {5.32e9, 5.3e9, 5.7e9, QS_REJECTION_NONE},
+        {5.6e9, 5.3e9, 5.7e9, QS_REJECTION_NONE},
+        {2.24e9, 2.2e9, 2.3e9, QS_REJECTION_IMAGE},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.spur);
+        const Trace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
+        ASSERT_EQ(t.status, qsNoError);
+        const int at = static_cast<int>(std::lround((c.spur - t.start) / t.bin));
+        const double near = *std::max_element(t.max.begin() + at - 5, t.max.begin() + at + 6);
+        EXPECT_LT(near, t.Median() + 15.0) << "median " << t.Median();
+    }
+}
+
 TEST_F(LarchSweepTruth, NarrowSpansReadTheToneBack) {
     const struct {
         double freq, level, span, rbw;
