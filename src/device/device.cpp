@@ -139,6 +139,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     m_tg.reset();
     m_rtie.reset();
     m_stream.reset();
+    m_dme.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -314,10 +315,11 @@ qsStatus Device::GetIQ(qsIQPacket* pkt) {
     return FinalStatus(status);
 }
 
-// The audio engine is wired in here as it is built; until then audio
-// cannot be entered, and this refuses like a fetch of a mode that does
-// not run.
-qsStatus Device::GetAudio(float*) { return qsDeviceNotConfiguredErr; }
+qsStatus Device::GetAudio(float* buffer) {
+    if (!m_dme) return qsDeviceNotConfiguredErr;
+    m_dme->Get(buffer);
+    return m_usb->TransferStatus();
+}
 
 qsStatus Device::GetRealTimePoi(double& poi) const {
     if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
@@ -325,9 +327,10 @@ qsStatus Device::GetRealTimePoi(double& poi) const {
     return qsNoError;
 }
 
-qsStatus Device::UpdateAudioSettings(const AudioConfig&) {
-    // The audio engine joins here; until then no audio ever runs.
-    return qsDeviceNotStreamingErr;
+qsStatus Device::UpdateAudioSettings(const AudioConfig& audio) {
+    if (!m_dme) return qsDeviceNotStreamingErr;
+    m_dme->UpdateSettings(audio);
+    return qsNoError;
 }
 
 qsStatus Device::FinalStatus(qsStatus engineStatus) {
@@ -371,6 +374,9 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
             if (m_stream)
                 m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU, 0,
                                 m_avgSamplesBetweenPPS);
+            return 0;
+        case QS_MODE_AUDIO:
+            if (m_dme) m_dme->Store(m_rawUnpacked);
             return 0;
         default:
             // The engines of the other modes take the block here as they

@@ -18,6 +18,7 @@
 #include "engines/engine_narrow.h"
 #include "engines/engine_realtime_image.h"
 #include "engines/engine_iq.h"
+#include "engines/engine_audio_fast.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
@@ -211,6 +212,9 @@ protected:
     // Storage of the I/Q stream's circular buffer, lent to each IQStream,
     // so that it outlives them.
     std::vector<Ipp32fc> iqBuffer;
+    // The engine of audio mode; built by the model's audio set-up,
+    // destroyed by DeleteAndNullifyFFTEngines.
+    std::unique_ptr<AudioEngineFast> m_dme;
 };
 
 }  // namespace qs

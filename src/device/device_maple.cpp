@@ -327,6 +327,46 @@ qsStatus DeviceMaple::ConfigureRealTime(unsigned) {
     return qsNoError;
 }
 
+qsStatus DeviceMaple::ConfigureAudioDemod() {
+    constexpr double kAudioSpan = 20000000.0;
+    constexpr double kDirectAudioLimit = 10000000.0;
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    set.SetSpan(kAudioSpan);
+    si.traceLen = 1024;
+    si.fftSize = 4096;
+    si.binSize = 19531.25;
+    si.dsRatio = 1;
+    si.firstPatchSkipCnt = 0;
+    si.step100kSize = 200;
+    si.IFOffset = 0;
+    si.chunkSize = QS_BLOCK_SAMPLES;
+
+    const double g = round_to_int(set.m_audio.freq / m_oscRatio / kStreamGrid) * kStreamGrid;
+    set.SetCenter(g);
+    si.initialCenter = g;
+    set.SetStart(g - 0.5 * set.Span());
+    set.SetStop(g + 0.5 * set.Span());
+    rps.m_residualCount = 0;
+    si.actualStart = set.Start() * m_oscRatio;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupRealTimeCommand(set.Center(), false);
+        // Below 10 MHz the band is sampled directly, and the engine mixes
+        // it up itself.
+        m_dme.reset(new AudioEngineFast(set.Center(), set.m_audio, si.patchInfo[0].flip_spectrum,
+                                        set.Center() < kDirectAudioLimit));
+    } catch (const std::exception&) {
+        m_dme.reset();
+        return qsAllocationLimitErr;
+    }
+    // Data start to arrive at once: the engine exists before the command.
+    AddCommand();
+    m_mode = QS_MODE_AUDIO;
+    return qsNoError;
+}
+
 int DeviceMaple::SetupCommand() {
     SweepInfo& si = m_sweepInfo;
     const bool imageReject = m_settings->m_imageReject;

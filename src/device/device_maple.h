@@ -37,6 +37,11 @@ public:
     // stream from the low band (row 0) with its flat correction.
     qsStatus ConfigureIQ(unsigned flag) override;
 
+    // Plans audio mode: a 20 MHz band at the LO grid position nearest the
+    // demodulation frequency, the audio engine (which tunes the remainder
+    // itself), and the stream started at once.
+    qsStatus ConfigureAudioDemod() override;
+
     // Lays the plan out as sub-bands of m_cmd and as patches; fills
     // initialBand and activeBandCnt. Always 0.
     int SetupCommand();
