@@ -530,6 +530,43 @@ qsStatus DeviceLarch::ConfigureIQ(unsigned flag) {
     return qsNoError;
 }
 
+qsStatus DeviceLarch::ConfigureAudioDemod() {
+    constexpr double kAudioSpan = 20000000.0;
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    set.SetSpan(kAudioSpan);
+    si.traceLen = 1024;
+    si.fftSize = 4096;
+    si.binSize = 19531.25;
+    si.dsRatio = 1;
+    si.firstPatchSkipCnt = 0;
+    si.step100kSize = 200;
+    si.IFOffset = 0;
+    si.chunkSize = QS_BLOCK_SAMPLES;
+
+    const double g = round_to_int(set.m_audio.freq / m_oscRatio / kStreamGrid) * kStreamGrid;
+    set.SetCenter(g);
+    si.initialCenter = g;
+    set.SetStart(g - 0.5 * set.Span());
+    set.SetStop(g + 0.5 * set.Span());
+    rps.m_residualCount = 0;
+    si.actualStart = set.Start() * m_oscRatio;
+
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, si);
+        SetupRealTimeCommand(set.Center());
+        // No row is mirrored and none is sampled directly.
+        m_dme.reset(new AudioEngineFast(set.Center(), set.m_audio, false, false));
+    } catch (const std::exception&) {
+        m_dme.reset();
+        return qsAllocationLimitErr;
+    }
+    // Data start to arrive at once: the engine exists before the command.
+    AddCommand();
+    m_mode = QS_MODE_AUDIO;
+    return qsNoError;
+}
+
 int DeviceLarch::SetupRealTimeCommand(double center) {
     while (m_usb->CommandsQueued() > 0) usleep(1000);
     SweepInfo& si = m_sweepInfo;

@@ -75,6 +75,10 @@ public:
     // stream: a DirectStream for QS_STREAM_FLAG_DIRECT, else an IQStream.
     qsStatus ConfigureIQ(unsigned flag) override;
 
+    // Plans audio mode at the settings' audio frequency rounded to the
+    // 400 kHz grid, 20 MHz around it, and starts the stream.
+    qsStatus ConfigureAudioDemod() override;
+
     // The one-position command of the streaming modes: sub-band 0 streams
     // from the LO position of `center` and one patch describes it; a centre
     // near a residual spur reads the IF table as a residual step does.
