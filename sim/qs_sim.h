@@ -59,7 +59,9 @@ int qssim_get_command(int id, int index, unsigned char* out);
  * one packet per channel for a flash page. Sample payloads are what the
  * device's receiver makes of the scene (tones, noise) at each LO step,
  * deterministic for a given scene and sample position; a Larch's capture
- * (self-calibration) command sweeps its internal tone across the IF. A
+ * (self-calibration) command sweeps its internal tone across the IF, and its
+ * receiver adds spurs of -70 dBm at 40, 2240, 3080, 4600, 5320 and 5600 MHz
+ * in steps whose second oscillator has its row's own setting. A
  * Maple's converter reaches full scale at -48 to -42 dBm (rising with
  * frequency) at its highest gain and +8 to +17 dBm at its lowest; louder
  * tones clip and step ADCOverflowCount. */

@@ -188,9 +188,9 @@ double GainModel::LarchLowTiltDb(double centreHz, double deltaHz) {
 }
 
 double GainModel::LarchGainDb(int row, double centreHz, double rfHz, double ifOffsetHz, int gain,
-                              int attenIndex, double celsius) const {
+                              int attenIndex, double celsius, double lo2ShiftHz) const {
     return LarchPathDb(row, rfHz, gain, attenIndex, celsius) + LarchSelfCalIfDb(ifOffsetHz) +
-           LarchFrontIfDb(row, ifOffsetHz) + LarchLowTiltDb(centreHz, rfHz - centreHz);
+           LarchFrontIfDb(row, ifOffsetHz - lo2ShiftHz) + LarchLowTiltDb(centreHz, rfHz - centreHz);
 }
 
 }  // namespace qssim

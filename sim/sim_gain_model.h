@@ -116,8 +116,11 @@ public:
     // The mean of LarchSelfCalIfDb over the points the self-calibration
     // takes as its middle.
     double LarchSelfCalMeanDb() const;
+    // lo2ShiftHz is how far the second oscillator runs above its row's own
+    // (a step moved for a residual spur): the front IF filter sits at the
+    // first IF and sees the signal that much lower than the converter does.
     double LarchGainDb(int row, double centreHz, double rfHz, double ifOffsetHz, int gain,
-                       int attenIndex, double celsius) const;
+                       int attenIndex, double celsius, double lo2ShiftHz = 0.0) const;
 
 private:
     int m_productId;

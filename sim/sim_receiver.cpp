@@ -94,6 +94,16 @@ void AddTone(double* acc, int count, int64_t runSample, double cycles, double am
     for (int k = 0; i < count; ++i, ++k) acc[i] += c[k];
 }
 
+// The Larch's residual spurs: hardware band and RF-equivalent frequency,
+// at an input-referred level well above the noise of a sweep.
+struct LarchSpur {
+    int band;
+    double rfHz;
+};
+constexpr LarchSpur kLarchSpurs[] = {{0, 40e6},   {1, 2240e6}, {1, 3080e6},
+                                     {2, 4600e6}, {3, 5320e6}, {3, 5600e6}};
+constexpr double kLarchSpurDbm = -70.0;
+
 }  // namespace
 
 ReceiverSource::ReceiverSource(const FactoryCalibration* factory)
@@ -213,7 +223,10 @@ bool ReceiverSource::ToneResponse(const ReceiverStep& s, double rfHz, double cel
         const double x = f - s.centreHz + s.lo2ErrorHz;  // no flipped rows
         if (!GainModel::IfPasses(x)) return false;
         *cycles = (kIfCentre + x) / kSampleRate;
-        *gainDb = m.LarchGainDb(s.row, s.centreHz * rho, rfHz, x, s.gain, s.attenIndex, celsius);
+        // The RF at the converter's IF centre is the centre the step reads
+        // at, which a moved second oscillator moves away from the first's.
+        *gainDb = m.LarchGainDb(s.row, (s.centreHz - s.lo2ErrorHz) * rho, rfHz, x, s.gain, s.attenIndex,
+                                celsius, s.lo2ErrorHz);
         return true;
     }
     if (s.row == 0) {
@@ -269,6 +282,17 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
         if (!ToneResponse(s, scene.tones[t].freqHz, ctx.temperature, &cycles, &gainDb)) continue;
         AddTone(acc, count, ctx.runSample, cycles,
                 std::pow(10.0, (scene.tones[t].levelDbm + gainDb) / 20.0), 0.7 * static_cast<double>(t));
+    }
+    // The Larch's receiver makes spurs of its own at a few RF-equivalent
+    // frequencies, in the steps of its LO plan. A step whose second
+    // oscillator runs off its row's own word moves them out of the band.
+    if (s.larch && s.valid && !s.calTone && s.lo2ErrorHz == 0.0) {
+        for (const LarchSpur& spur : kLarchSpurs) {
+            if (LarchLoTable()[s.row].band != spur.band) continue;
+            double cycles = 0, gainDb = 0;
+            if (!ToneResponse(s, spur.rfHz, ctx.temperature, &cycles, &gainDb)) continue;
+            AddTone(acc, count, ctx.runSample, cycles, std::pow(10.0, (kLarchSpurDbm + gainDb) / 20.0), 0.3);
+        }
     }
     // The Larch's calibration tone, 20 dB under full scale before the IF
     // filter that it measures.

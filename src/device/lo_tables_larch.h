@@ -21,6 +21,22 @@ constexpr int LARCH_LO_ROWS = 5;
 
 extern const LOLUTLarch lolutLarch[LARCH_LO_ROWS];
 
+// A residual spur of the receiver and the step that reads around it: the
+// step is taken at LO1 and LO2 (Hz) in hardware band `band`, centred on
+// RFReadCtr, and its patch replaces the sweep's bins about RFWriteCtr.
+struct RPLUT {
+    int band;
+    double RFReadCtr;
+    double RFWriteCtr;
+    double RFSpan;
+    double LO1;
+    double LO2;
+};
+
+constexpr int LARCH_RESIDUAL_ROWS = 6;
+
+extern const RPLUT residualLarch[LARCH_RESIDUAL_ROWS];
+
 // The first row whose maxRF is above freq; LARCH_LO_ROWS (no row) from
 // 6.8 GHz up, which the frequency limit of the settings keeps from arising.
 int get_software_band_Larch(double freq);

@@ -36,6 +36,7 @@ constexpr bool kRealTime = true;
 
 class AudioMode : public OpenSimulatedDevice {
 protected:
+    using OpenSimulatedDevice::OpenSimulatedDevice;
     void SetUp() override {
         if (!kRealTime) GTEST_SKIP() << "needs real time, which a sanitizer build does not keep";
         OpenSimulatedDevice::SetUp();
@@ -114,6 +115,40 @@ INSTANTIATE_TEST_SUITE_P(
                       SideBandCase{"DirectUsbBelowTheTone", kDirectTone, QS_DEMOD_USB, -1000.0, true},
                       SideBandCase{"DirectUsbAboveTheTone", kDirectTone, QS_DEMOD_USB, 1000.0, false}),
     [](const ::testing::TestParamInfo<SideBandCase>& i) { return std::string(i.param.name); });
+
+// The Larch tunes on a 400 kHz grid and has neither mirrored nor directly
+// sampled bands: the upper side band is the upper one in every row.
+class LarchAudioMode : public AudioMode {
+protected:
+    LarchAudioMode() : AudioMode(QSSIM_PID_LARCH, 10000051) {}
+};
+
+TEST_F(LarchAudioMode, SideBandsHearTheToneOnTheirSideOnly) {
+    const struct {
+        double toneHz;
+        int modulation;
+        bool hears;
+    } cases[] = {
+        {1.0021e9, QS_DEMOD_USB, true},   // row 0
+        {1.0021e9, QS_DEMOD_LSB, false},
+        {2.5021e9, QS_DEMOD_USB, true},   // row 2
+        {6.0021e9, QS_DEMOD_USB, true},   // row 4, LO1 in 200 kHz
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.toneHz + c.modulation);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, c.toneHz, kToneDbm);
+        ASSERT_EQ(Start(c.modulation, c.toneHz - 1000.0, 3000.0f), qsNoError);
+        Fetch(3);
+        if (c.hears) {
+            EXPECT_NEAR(Frequency(), 1000.0, 15.0);
+            EXPECT_NEAR(Level(), 1.0 / std::sqrt(2.0), 0.1);
+        } else {
+            EXPECT_LT(Level(), 0.02);
+        }
+        qsAbort(h);
+    }
+}
 
 TEST_F(AudioMode, AmOfACarrierIsSteadyAndASideToneIsItsModulation) {
     // A mirrored band, tuned 300 kHz off its LO centre: a wrong channel

@@ -49,6 +49,7 @@ std::pair<double, double> BestWindowAmplitude(const cf* x, int n, double f) {
 
 class IQStreaming : public OpenSimulatedDevice {
 protected:
+    using OpenSimulatedDevice::OpenSimulatedDevice;
     const qs::SweepInfo& Plan() const { return qs::api::devices[h]->GetSweepInfo(); }
 
     qsStatus Get(void* data, int count, std::vector<int>* triggers = nullptr, int purge = 0,
@@ -107,6 +108,43 @@ TEST_F(IQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
         // The simulated calibration image is made from the receiver's own
         // gain model, so what is left is the interpolation of its tables
         // and the filter's ripple: a few hundredths of a dB seen, 0.5 allowed.
+        EXPECT_NEAR(20.0 * std::log10(a), -30.0, 0.5);
+        EXPECT_LT(20.0 * std::log10(image / a), -40.0);
+        ASSERT_EQ(qsAbort(h), qsNoError);
+    }
+}
+
+// The Larch tunes on a 400 kHz grid, counts its first oscillator in
+// 200 kHz in bands 2 and 3, and has no directly sampled band.
+class LarchIQStreaming : public IQStreaming {
+protected:
+    LarchIQStreaming() : IQStreaming(QSSIM_PID_LARCH, 10000031) {}
+};
+
+TEST_F(LarchIQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
+    const struct {
+        double center, offset;
+        int decimation;
+        double bandwidth;
+    } cases[] = {
+        {1.0002e9, 1.0e6, 4, 8e6},
+        {100e6 + 130e3, -2.5e6, 2, 15e6},  // row 0 with its tilt
+        {4.0e9 + 130e3, 20e3, 256, 60e3},  // band 2
+        {6.0e9 - 310e3, -150e3, 32, 1e6},  // band 3
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.center);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, c.center + c.offset, -30.0);
+        ASSERT_EQ(qsConfigureIQCenter(h, c.center), qsNoError);
+        ASSERT_EQ(qsConfigureIQ(h, c.decimation, c.bandwidth), qsNoError);
+        ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+        const double rate = 4e7 / c.decimation;
+        const int n = 16384;
+        std::vector<cf> iq(static_cast<size_t>(n));
+        ASSERT_EQ(Get(iq.data(), n), qsNoError);
+        ASSERT_EQ(Get(iq.data(), n), qsNoError);
+        const auto [a, image] = BestWindowAmplitude(iq.data(), n, c.offset / rate);
         EXPECT_NEAR(20.0 * std::log10(a), -30.0, 0.5);
         EXPECT_LT(20.0 * std::log10(image / a), -40.0);
         ASSERT_EQ(qsAbort(h), qsNoError);

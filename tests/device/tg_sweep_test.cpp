@@ -4,12 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <functional>
 #include <vector>
 
 #include "api/device_table.h"
 #include "device/device.h"
+#include "device/lo_tables_larch.h"
 #include "qs_api.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
@@ -21,6 +23,7 @@ namespace {
 
 class TgSweep : public OpenSimulatedDevice {
 protected:
+    using OpenSimulatedDevice::OpenSimulatedDevice;
     qs::Device& Dev() const { return *qs::api::devices[h]; }
     const qs::SweepInfo& Plan() const { return Dev().GetSweepInfo(); }
 
@@ -234,6 +237,49 @@ TEST_F(TgSweep, OldFirmwareRefusesTheMode) {
     EXPECT_EQ(Start(1e9, 2e6, 250), qsNotSupportedErr);
     double d[8];
     EXPECT_EQ(qsFetchTrace(h, 0, d, d), qsDeviceNotConfiguredErr);
+}
+
+// The Larch: 30 dB for the primary pass and 10 dB for the secondary, its
+// own LO words; the points land in their patches as on the Maple.
+class LarchTgSweep : public TgSweep {
+protected:
+    LarchTgSweep() : TgSweep(QSSIM_PID_LARCH, 10000041) {}
+};
+
+TEST_F(LarchTgSweep, EachPointIsMeasuredInItsOwnPatchInEveryKindOfRow) {
+    const struct {
+        double start, tone, lo1Unit;
+    } cases[] = {
+        {1e9, 1.015e9, 100e3},    // row 0
+        {4.0e9, 4.015e9, 200e3},  // row 3: LO1 words in 200 kHz
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.start);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, c.tone, -50.0);
+        ASSERT_EQ(Start(c.start, 1e8, 100, true), qsNoError);
+        ASSERT_EQ(Plan().stepCount, 6);
+        ASSERT_EQ(Plan().tgInitialCount, 16);
+        ASSERT_EQ(Plan().patchInfo[1].center_freq, c.start + 13.6e6);
+        const int before = qssim_command_count(sim);
+        const std::vector<double> trace = Fetch();
+        ASSERT_EQ(trace.size(), 101u);
+        for (size_t i = 0; i < trace.size(); ++i) {
+            if (i >= 4 && i < 24)
+                EXPECT_NEAR(trace[i], -20.0, 3.0) << i;
+            else
+                EXPECT_LT(trace[i], -50.0) << i;
+        }
+        const std::vector<qs::DeviceCommand> sent = TgCommands(before);
+        ASSERT_EQ(sent.size(), 2u);
+        const qs::subBand_t& pri = sent[0].subBandArray[0];
+        EXPECT_EQ(pri.settings[3] & 0x3F, 60);
+        EXPECT_EQ(sent[1].subBandArray[0].settings[3] & 0x3F, 20);
+        EXPECT_EQ(sent[1].subBandArray[0].settings[3] & ~0x3F, pri.settings[3] & ~0x3F);
+        const qs::LOLUTLarch& lut = qs::lolutLarch[qs::get_software_band_Larch(Plan().initialCenter)];
+        EXPECT_EQ(pri.LO1startFreq, std::lround((Plan().initialCenter + lut.lo1c) / c.lo1Unit));
+        EXPECT_EQ(pri.LO1stepFreq, std::lround(20e6 / c.lo1Unit));
+    }
 }
 
 }  // namespace

@@ -196,6 +196,52 @@ TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
     }
 }
 
+// The Larch: the LO on a 400 kHz grid, no points added to the span, its
+// first oscillator in 200 kHz in bands 2 and 3.
+class LarchRealTimeFrames : public RealTimeFrames {
+protected:
+    static void SetUpTestSuite() {
+        qssim_reset();
+        sim = qssim_add_device(QSSIM_PID_LARCH, 81000011u);
+        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 81000011), qsNoError);
+    }
+};
+
+TEST_F(LarchRealTimeFrames, ToneInSweepAndFrame) {
+    const struct {
+        double center, rbw, span, toneOffsetBins, levelDbm;
+    } cases[] = {
+        {1e9 + 130e3, 100e3, 20e6, 37, -30.0},  // off the grid
+        {4.0e9, 30e3, 10e6, -101, -40.0},       // band 2
+        {2.0e9, 3e3, 200e3, 3, -20.0},          // the narrowest span
+    };
+    for (const auto& tc : cases) {
+        SCOPED_TRACE(tc.center);
+        RealTimeRequest r;
+        r.center = tc.center;
+        r.rbw = tc.rbw;
+        r.span = tc.span;
+        ASSERT_EQ(Start(r), qsNoError);
+        Frame f = Prepare();
+        const int k = int(f.traceLen / 2 + std::lround(tc.toneOffsetBins));
+        const double toneHz = f.start + k * f.bin;
+        // The trace is centred on the centre asked for.
+        EXPECT_NEAR(f.start + (f.traceLen / 2) * f.bin, tc.center, 1.01 * f.bin);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, toneHz, tc.levelDbm);
+        ASSERT_EQ(Start(r), qsNoError);
+        for (int i = 1; i <= 3; ++i) ASSERT_EQ(Fetch(f), qsNoError) << i;
+        ExpectFilledExactly(f.max, f.traceLen, "max");
+        const int p = f.Peak();
+        EXPECT_NEAR(p, k, 1) << "tone at " << toneHz;
+        EXPECT_NEAR(f.max[size_t(p)], tc.levelDbm, 1.0);
+        EXPECT_NEAR(f.min[size_t(p)], tc.levelDbm, 1.0);
+        const int col = p / (int(f.traceLen) / f.width);
+        EXPECT_NEAR(f.TopRow(col), (tc.levelDbm + 100.0) * 2.56, 3.0) << "column " << col;
+        ASSERT_EQ(qsAbort(h), qsNoError);
+    }
+}
+
 TEST_F(RealTimeFrames, NullOutputsAreSkipped) {
     ASSERT_EQ(Start(RealTimeRequest{}), qsNoError);
     Frame f = Prepare();

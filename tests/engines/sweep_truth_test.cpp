@@ -26,34 +26,16 @@ struct Trace {
     }
 };
 
-// One simulated device per revision, opened once for the whole suite: an
-// open reads the whole calibration image and runs the start-up sweep.
-class SweepTruth : public ::testing::TestWithParam<int> {
+// Sweeps and tone checks on an open handle h; the suites below open the
+// devices.
+class TruthBase {
 protected:
-    static void SetUpTestSuite() {
-        qssim_reset();
-        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
-            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
-            sim[pid] = qssim_add_device(pid, serial);
-            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handle[pid], static_cast<int>(serial)), qsNoError);
-        }
-    }
-    static void TearDownTestSuite() {
-        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) qsCloseDevice(handle[pid]);
-        qssim_reset();
-    }
-    void SetUp() override {
-        id = sim[GetParam()];
-        h = handle[GetParam()];
-        qssim_clear_signals(id);
-    }
-
     Trace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
-                unsigned detector = QS_DETECTOR_MIN_MAX) {
+                unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
         EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
         EXPECT_EQ(qsConfigureLevel(h, refDbm, QS_ATTEN_AUTO), qsNoError);
         EXPECT_EQ(qsConfigureAcquisition(h, detector, scale), qsNoError);
-        EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), 0);
+        EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, rejection), 0);
         Trace t;
         t.status = qsInitiate(h, QS_MODE_SWEEP, 0);
         EXPECT_EQ(t.status, qsNoError);
@@ -79,10 +61,34 @@ protected:
         for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
     }
 
-    static int sim[8];
-    static int handle[8];
     int id = -1;
     int h = -1;
+};
+
+// One simulated device per revision, opened once for the whole suite: an
+// open reads the whole calibration image and runs the start-up sweep.
+class SweepTruth : public TruthBase, public ::testing::TestWithParam<int> {
+protected:
+    static void SetUpTestSuite() {
+        qssim_reset();
+        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
+            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
+            sim[pid] = qssim_add_device(pid, serial);
+            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handle[pid], static_cast<int>(serial)), qsNoError);
+        }
+    }
+    static void TearDownTestSuite() {
+        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) qsCloseDevice(handle[pid]);
+        qssim_reset();
+    }
+    void SetUp() override {
+        id = sim[GetParam()];
+        h = handle[GetParam()];
+        qssim_clear_signals(id);
+    }
+
+    static int sim[8];
+    static int handle[8];
 };
 
 int SweepTruth::sim[8];
@@ -193,5 +199,121 @@ INSTANTIATE_TEST_SUITE_P(BothRevisions, SweepTruth,
                          [](const ::testing::TestParamInfo<int>& info) {
                              return info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
                          });
+
+// The Larch: one device for the suite, its IF band centred where the
+// self-calibration finds it.
+class LarchSweepTruth : public TruthBase, public ::testing::Test {
+protected:
+    static void SetUpTestSuite() {
+        qssim_reset();
+        larchSim = qssim_add_device(QSSIM_PID_LARCH, 10000011);
+        ASSERT_EQ(qsOpenDeviceBySerialNumber(&larchHandle, 10000011), qsNoError);
+    }
+    static void TearDownTestSuite() {
+        qsCloseDevice(larchHandle);
+        qssim_reset();
+    }
+    void SetUp() override {
+        id = larchSim;
+        h = larchHandle;
+        qssim_clear_signals(id);
+    }
+    void ExpectToneIn(double freq, double level, double start, double stop, double rbw,
+                      unsigned rejection = QS_REJECTION_NONE) {
+        qssim_clear_signals(id);
+        qssim_set_tone(id, freq, level);
+        ExpectTone(Sweep(start, stop, rbw, level + 10.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, rejection), freq,
+                   level);
+    }
+
+    static int larchSim;
+    static int larchHandle;
+};
+
+int LarchSweepTruth::larchSim = -1;
+int LarchSweepTruth::larchHandle = -1;
+
+TEST_F(LarchSweepTruth, TonesComeBackInEveryRow) {
+    const struct {
+        double freq, level, start, stop, rbw;
+    } cases[] = {
+        {5.0e6, -30.0, 1.0e6, 11.0e6, 30e3},        // row 0, far below its tilt
+        {100.0e6, -40.0, 80.0e6, 130.0e6, 100e3},   // row 0
+        {1.5e9, -40.0, 1.48e9, 1.53e9, 100e3},      // row 1
+        {2.5e9, -50.0, 2.49e9, 2.51e9, 30e3},       // row 2
+        {4.0e9, -35.0, 3.98e9, 4.03e9, 100e3},      // row 3, LO words in 200 kHz
+        {6.0e9, -20.0, 5.95e9, 6.05e9, 300e3},      // row 4, LO words in 200 kHz
+        {1.989e9, -35.0, 1.95e9, 2.03e9, 100e3},    // across the edge of rows 1 and 2
+        {4.811e9, -35.0, 4.79e9, 4.83e9, 100e3},    // across the edge of rows 3 and 4
+    };
+    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw);
+}
+
+// A residual step reads its spot with other oscillator settings and its
+// patch replaces the sweep's there: a tone on the spot must still read
+// true, in every band that has one.
+TEST_F(LarchSweepTruth, TonesOnResidualSpotsComeBack) {
+    const struct {
+        double freq, level, start, stop, rbw;
+    } cases[] = {
+        {40.0e6, -30.0, 20.0e6, 60.0e6, 100e3},     // row 0, read 5 MHz off its spot
+        {40.5e6, -30.0, 20.0e6, 60.0e6, 100e3},
+        {2.24e9, -40.0, 2.2e9, 2.3e9, 100e3},       // band 1
+        {2.2431e9, -40.0, 2.2e9, 2.3e9, 100e3},
+        {4.6e9, -40.0, 4.55e9, 4.65e9, 100e3},      // band 2, LO1 in 200 kHz
+        {5.6e9, -30.0, 5.3e9, 5.7e9, 300e3},        // two spots in one sweep
+        {5.32e9, -30.0, 5.3e9, 5.7e9, 300e3},
+    };
+    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw);
+}
+
+// The receiver's own spurs sit on the residual spots: the steps read
+// there with other oscillator settings must take them out of the trace,
+// wide and with rejection.
+TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
+    const struct {
+        double spur, start, stop;
+        unsigned rejection;
+    } cases[] = {
+        {40e6, 20e6, 60e6, QS_REJECTION_NONE},
+        {2.24e9, 2.2e9, 2.3e9, QS_REJECTION_NONE},
+        {3.08e9, 3.0e9, 3.1e9, QS_REJECTION_NONE},
+        {4.6e9, 4.55e9, 4.65e9, QS_REJECTION_NONE},
+        {5.32e9, 5.3e9, 5.7e9, QS_REJECTION_NONE},
+        {5.6e9, 5.3e9, 5.7e9, QS_REJECTION_NONE},
+        {2.24e9, 2.2e9, 2.3e9, QS_REJECTION_IMAGE},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.spur);
+        const Trace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
+        ASSERT_EQ(t.status, qsNoError);
+        const int at = static_cast<int>(std::lround((c.spur - t.start) / t.bin));
+        const double near = *std::max_element(t.max.begin() + at - 5, t.max.begin() + at + 6);
+        EXPECT_LT(near, t.Median() + 15.0) << "median " << t.Median();
+    }
+}
+
+TEST_F(LarchSweepTruth, NarrowSpansReadTheToneBack) {
+    const struct {
+        double freq, level, span, rbw;
+    } cases[] = {
+        {1.5e9, -40.0, 200e3, 1e3},    // ratio 16
+        {4.0e9, -50.0, 20e3, 100.0},   // ratio 256, LO words in 200 kHz
+        {100.1e6, -30.0, 200e3, 1e3},  // row 0, off the 400 kHz grid
+    };
+    for (const auto& c : cases)
+        ExpectToneIn(c.freq, c.level, c.freq - c.span / 2, c.freq + c.span / 2, c.rbw);
+}
+
+TEST_F(LarchSweepTruth, ImageRejectionKeepsTheTone) {
+    const struct {
+        double freq, level, start, stop, rbw;
+    } cases[] = {
+        {1.05e9, -40.0, 1.0e9, 1.1e9, 100e3},     // wide, two looks 10 MHz apart
+        {2.24e9, -40.0, 2.2e9, 2.3e9, 100e3},     // with a residual step
+        {1.1e9, -40.0, 1.09995e9, 1.10005e9, 1e3},  // narrow, two looks 400 kHz apart
+    };
+    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw, QS_REJECTION_IMAGE);
+}
 
 }  // namespace

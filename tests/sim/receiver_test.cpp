@@ -365,10 +365,14 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
         size_t table;  // offset of the RF table
         int steps, step, ifTable;
         double start, stepSize, centre, delta;
+        double lo2Shift;  // both oscillators moved up by this, as a residual step is
     } cases[] = {
-        {2, 1, 2, 1, 132352, 116, 52, 1, 1990e6, 10e6, 2500e6, 10e6},  // band1
-        {3, 2, 3, 0, 191744, 166, 21, 2, 3150e6, 10e6, 3360e6, 0.0},   // band2; LO1 in 200 kHz
-        {0, 0, 1, 2, 31488, 197, 38, 0, 20e6, 10e6, 405e6, -5e6},      // band0C
+        {2, 1, 2, 1, 132352, 116, 52, 1, 1990e6, 10e6, 2500e6, 10e6, 0.0},   // band1
+        {3, 2, 3, 0, 191744, 166, 21, 2, 3150e6, 10e6, 3360e6, 0.0, 0.0},    // band2; LO1 in 200 kHz
+        {0, 0, 1, 2, 31488, 197, 38, 0, 20e6, 10e6, 405e6, -5e6, 0.0},       // band0C
+        // The front IF filter sees the tone 10 MHz lower: the IF table is
+        // read 10 MHz further from its start.
+        {2, 1, 2, 1, 132352, 116, 52, 1, 1990e6, 10e6, 2500e6, 10e6, 10e6},
     };
     const int t = 3;  // 30 degrees, a table temperature
     for (const auto& k : cases) {
@@ -380,8 +384,9 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
         c.subBandCount = 1;
         LarchSettings(c.subBands[0].settings, k.hwBand, k.gain, 10 * k.atten);
         const double unit = k.hwBand > 1 ? 200e3 : 100e3;
-        c.subBands[0].LO1startFreq = static_cast<uint16_t>(std::lround((k.centre + lo.lo1c) / unit));
-        c.subBands[0].LO2Freq = static_cast<uint16_t>(std::lround(lo.lo2c / 100e3));
+        c.subBands[0].LO1startFreq =
+            static_cast<uint16_t>(std::lround((k.centre + k.lo2Shift + lo.lo1c) / unit));
+        c.subBands[0].LO2Freq = static_cast<uint16_t>(std::lround((lo.lo2c + k.lo2Shift) / 100e3));
         c.subBands[0].packetsPerFreq = 1;
         c.subBands[0].stepCount = 1;
         const auto s = r.rx.DecodeStep(c, 0, 0);
@@ -392,7 +397,7 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
 
         const double f = k.centre + k.delta;
         const double gain = r.factory.Model().LarchGainDb(k.row, k.centre, f, k.delta, k.gain,
-                                                          k.atten, 30.0);
+                                                          k.atten, 30.0, k.lo2Shift);
         const double level = std::round(-20.0 - gain);
         const auto x = r.Packet(c, QuietScene(f, level), 0, 0, 30.0);
         const int bin = kIfBin + static_cast<int>(std::lround(k.delta / kBin));
@@ -403,7 +408,7 @@ TEST(ReceiverLarch, ToneReadsBackThroughImageAndSelfCalibration) {
         ASSERT_NEAR(k.start + k.step * k.stepSize, f, 1.0);
         const double rfTerm = ImageFloat(
             image, k.table + 4 * (size_t((k.atten * 4 + k.gain) * 8 + t) * k.steps + k.step));
-        const int ifIndex = static_cast<int>(std::lround((30e6 - k.delta) / 200e3));
+        const int ifIndex = static_cast<int>(std::lround((30e6 - k.delta + k.lo2Shift) / 200e3));
         const double ifTerm = ImageFloat(image, 358656 + 9632 * k.ifTable + 4 * (t * 301 + ifIndex));
         const double selfCal = r.factory.Model().LarchSelfCalIfDb(k.delta) -
                                r.factory.Model().LarchSelfCalMeanDb();
