@@ -215,6 +215,93 @@ qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
     return qsNoError;
 }
 
+namespace {
+
+// Frequency steps of a tracking-generator sweep, finest first.
+constexpr double tg_step_sizes[] = {1000.0,    2000.0,    5000.0,    10000.0,    20000.0,
+                                    50000.0,   100000.0,  200000.0,  500000.0,   1000000.0,
+                                    2000000.0, 5000000.0, 10000000.0, 20000000.0};
+constexpr int step_choices = sizeof tg_step_sizes / sizeof tg_step_sizes[0];
+constexpr double kTgLOGrid = 800000.0;  // the LO centres of this mode lie on this grid
+
+}  // namespace
+
+void set_packet_size(s3Ctrl_t& s, int ppf) {
+    const double l = std::log(static_cast<double>(ppf)) / std::log(2.0);
+    const int a = static_cast<int>(std::floor(l + 0.01));
+    const int b = static_cast<int>(std::floor(l + 0.99));
+    s.pktsz = static_cast<uint8_t>(a);
+    s.pktsz_x3d2 = b > a ? 1 : 0;
+}
+
+int Device::PlanTgSweep() {
+    Settings& set = *m_settings;
+    SweepInfo& si = m_sweepInfo;
+    const double S = set.m_span;
+    const int W = set.m_tgSweepSize;
+    tgCalState = tgNoThruStored;
+
+    // The step whose point count comes nearest to the wanted one; a tie
+    // keeps the finer step, and a step must fit twice into the span.
+    int best = 0;
+    double err = std::fabs(S / tg_step_sizes[0] - W);
+    for (int i = 1; i < step_choices; ++i) {
+        const double step = tg_step_sizes[i];
+        if (2.0 * step > S) continue;
+        if (err > std::fabs(S / step - W)) {
+            best = i;
+            err = std::fabs(S / step - W);
+        }
+    }
+    const double step = tg_step_sizes[best];
+    si.binSize = step;
+    si.traceLen = static_cast<int>(std::floor(S / step + 1.5));
+    const int P = static_cast<int>(std::floor(TG_PATCH_HZ / step + 0.5));  // points per patch
+    const int padded = (si.traceLen + 7) / 8 * 8;  // whole blocks at two packets a point
+    si.lastPatchSkipCnt = padded - si.traceLen;
+    const int r = padded % P;
+    si.tgInitialCount = r == 0 ? 0 : P - r;
+    const int r1 = r == 0 ? P : r;
+    const double k = ((r1 - 0.5) - 0.5 * P) * TG_PATCH_HZ / P;
+    const double first = std::floor((k + set.m_start) / kTgLOGrid + 0.5);
+    si.actualStart = set.m_start;
+
+    // The receiver only has to see one tone at a time.
+    double rbw = 2.0 * step > 16000.0 ? 16000.0 : std::max(8000.0, 2.0 * step);
+    double vbw = 0.5 * rbw;
+    if (set.m_start < 20000.0) {
+        rbw = 8000.0;
+        vbw = 4000.0;
+    }
+    set.m_rbw = rbw;
+    set.m_vbw = vbw;
+    set.m_rbwShape = QS_RBW_SHAPE_LOWPASS;
+    // The low-pass window needs its cut-off for this RBW, as a sweep
+    // coupling of that shape would have computed it.
+    int lowpassFft = 0;
+    double fc = 0.0;
+    non_native_fft_from_rbw(rbw, &lowpassFft, &fc);
+    set.SetWindowFC(fc);
+
+    si.initialCenter = kTgLOGrid * first;
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
+    si.dsRatio = 1;
+    si.IFOffsetFraction = 0.0;
+    si.IFOffset = 0;
+    si.step100kSize = 200;
+    rps.m_residualCount = 0;
+    si.stepCount = (padded + P - 1) / P;
+
+    // Each point's chunk holds enough transforms for the video filter, in
+    // pairs of packets.
+    const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
+    const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
+    const int w = static_cast<int>(std::ceil(need * 0.5 / 18688.0));
+    si.ppf = w * 2;
+    si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;
+    return P;
+}
+
 qsStatus Device::LoadCalibration(qsStatus (*load)(const FlashPageReader&, Corrections&, DeviceIdentity&)) {
     DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
     const qsStatus status = load(

@@ -42,9 +42,18 @@ struct Diagnostics {
     void Clear();
 };
 
+// Packets per step are a power of two, or three times one, which the
+// device takes as 1.5 times the next lower power: the two packet-size
+// fields of the control bytes for ppf.
+void set_packet_size(s3Ctrl_t& s, int ppf);
+
 class Device {
 public:
     static constexpr int TRIGGER_BUF_SZ = 17;
+    // A tracking-generator sweep: the patch its points are laid out in, and
+    // the firmware that first knows the mode.
+    static constexpr double TG_PATCH_HZ = 2e7;
+    static constexpr int TG_MIN_FIRMWARE = 5;
 
     // Takes ownership of the transport and registers as its data sink.
     explicit Device(CypressInterface* usb);
@@ -152,6 +161,12 @@ protected:
     // high dynamic range, the secondary one.
     template <typename T>
     qsStatus GetTgSweep(T* min, T* max);
+    // The model-independent part of a tracking-generator sweep's plan: the
+    // frequency step nearest the wanted point count, trace length and
+    // patches, the receiver's RBW and VBW (written to the settings), the FFT
+    // size and the packets per point. Resets the through calibration.
+    // Returns the points per patch.
+    int PlanTgSweep();
     // Reads the calibration image through the flash service with the
     // model's loader, and takes the identity its header gives. The loader's
     // status.

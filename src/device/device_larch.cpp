@@ -45,30 +45,12 @@ constexpr double kRealTimeMinRBW = 2465.820313;
 constexpr double kRealTimeMaxRBW = 631250.0;
 constexpr double kRealTimeMinSweepTime = 0.001;
 
-// Frequency steps of a tracking-generator sweep, finest first.
-constexpr double tg_step_sizes[] = {1000.0,    2000.0,    5000.0,    10000.0,    20000.0,
-                                    50000.0,   100000.0,  200000.0,  500000.0,   1000000.0,
-                                    2000000.0, 5000000.0, 10000000.0, 20000000.0};
-constexpr int step_choices = sizeof tg_step_sizes / sizeof tg_step_sizes[0];
-constexpr double kTgPatchHz = 2e7;
-constexpr double kTgLOGrid = 800000.0;  // the LO centres of this mode lie on this grid
-constexpr int kTgMinFirmware = 5;
 // Receiver settings of the two passes. The attenuation index picks the
 // calibration curves, the code (in dB) goes into the command.
 constexpr int kTgPriAttenIndex = 3;
 constexpr uint8_t kTgPriAttenCode = 30;
 constexpr int kTgSecAttenIndex = 1;
 constexpr uint8_t kTgSecAttenBits = 20;  // 10 dB, doubled, in the low six bits of byte 3
-
-// Packets per step are a power of two, or three times one, which the
-// device takes as 1.5 times the next lower power.
-void set_packet_size(s3Ctrl_t& s, int ppf) {
-    const double l = std::log(static_cast<double>(ppf)) / std::log(2.0);
-    const int a = static_cast<int>(std::floor(l + 0.01));
-    const int b = static_cast<int>(std::floor(l + 0.99));
-    s.pktsz = static_cast<uint8_t>(a);
-    s.pktsz_x3d2 = b > a ? 1 : 0;
-}
 
 }  // namespace
 
@@ -402,16 +384,7 @@ int DeviceLarch::SetupCommand() {
         s.gain = m_corr->GetGain(row);
         s.atten = m_corr->GetAtten(row);
 
-        // Bands 2 and 3 count their first oscillator in 200 kHz.
-        const double w = std::floor((freq + lut.lo1c + si.secondLOOffset) / kLOUnit + 0.5);
-        if (s.band > 1) {
-            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize / 2);
-            sb.LO1startFreq = static_cast<uint16_t>(static_cast<int>(w / 2));
-        } else {
-            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize);
-            sb.LO1startFreq = static_cast<uint16_t>(w);
-        }
-        sb.LO2Freq = static_cast<uint16_t>(std::floor((lut.lo2c + si.secondLOOffset) / kLOUnit + 0.5));
+        SetOscillatorWords(sb, lut, freq);
         sb.packetsPerFreq = static_cast<uint16_t>(si.ppf);
 
         // The steps up to and including the row's top edge. The top row
@@ -622,71 +595,25 @@ int DeviceLarch::SetupRealTimeCommand(double center) {
     return 0;
 }
 
+void DeviceLarch::SetOscillatorWords(subBand_t& sb, const LOLUTLarch& lut, double freq) const {
+    const SweepInfo& si = m_sweepInfo;
+    // Bands 2 and 3 count their first oscillator in 200 kHz.
+    const double w = std::floor((freq + lut.lo1c + si.secondLOOffset) / kLOUnit + 0.5);
+    if (lut.band > 1) {
+        sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize / 2);
+        sb.LO1startFreq = static_cast<uint16_t>(static_cast<int>(w / 2));
+    } else {
+        sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize);
+        sb.LO1startFreq = static_cast<uint16_t>(w);
+    }
+    sb.LO2Freq = static_cast<uint16_t>(std::floor((lut.lo2c + si.secondLOOffset) / kLOUnit + 0.5));
+}
+
 qsStatus DeviceLarch::ConfigureTgMode(unsigned) {
-    if (m_firmware_version < kTgMinFirmware) return qsNotSupportedErr;
+    if (m_firmware_version < TG_MIN_FIRMWARE) return qsNotSupportedErr;
     Settings& set = *m_settings;
     SweepInfo& si = m_sweepInfo;
-    const double S = set.m_span;
-    const int W = set.m_tgSweepSize;
-    tgCalState = tgNoThruStored;
-
-    // The step whose point count comes nearest to the wanted one; a tie
-    // keeps the finer step, and a step must fit twice into the span.
-    int best = 0;
-    double err = std::fabs(S / tg_step_sizes[0] - W);
-    for (int i = 1; i < step_choices; ++i) {
-        const double step = tg_step_sizes[i];
-        if (2.0 * step > S) continue;
-        if (err > std::fabs(S / step - W)) {
-            best = i;
-            err = std::fabs(S / step - W);
-        }
-    }
-    const double step = tg_step_sizes[best];
-    si.binSize = step;
-    si.traceLen = static_cast<int>(std::floor(S / step + 1.5));
-    const int P = static_cast<int>(std::floor(kTgPatchHz / step + 0.5));  // points per patch
-    const int padded = (si.traceLen + 7) / 8 * 8;  // whole blocks at two packets a point
-    si.lastPatchSkipCnt = padded - si.traceLen;
-    const int r = padded % P;
-    si.tgInitialCount = r == 0 ? 0 : P - r;
-    const int r1 = r == 0 ? P : r;
-    const double k = ((r1 - 0.5) - 0.5 * P) * kTgPatchHz / P;
-    const double first = std::floor((k + set.m_start) / kTgLOGrid + 0.5);
-    si.actualStart = set.m_start;
-
-    // The receiver only has to see one tone at a time.
-    double rbw = 2.0 * step > 16000.0 ? 16000.0 : std::max(8000.0, 2.0 * step);
-    double vbw = 0.5 * rbw;
-    if (set.m_start < 20000.0) {
-        rbw = 8000.0;
-        vbw = 4000.0;
-    }
-    set.m_rbw = rbw;
-    set.m_vbw = vbw;
-    set.m_rbwShape = QS_RBW_SHAPE_LOWPASS;
-    // The low-pass window needs its cut-off for this RBW.
-    int lowpassFft = 0;
-    double fc = 0.0;
-    non_native_fft_from_rbw(rbw, &lowpassFft, &fc);
-    set.SetWindowFC(fc);
-
-    si.initialCenter = kTgLOGrid * first;
-    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
-    si.dsRatio = 1;
-    si.IFOffsetFraction = 0.0;
-    si.IFOffset = 0;
-    si.step100kSize = 200;
-    rps.m_residualCount = 0;
-    si.stepCount = (padded + P - 1) / P;
-
-    // Each point's chunk holds enough transforms for the video filter, in
-    // pairs of packets.
-    const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
-    const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
-    const int w = static_cast<int>(std::ceil(need * 0.5 / 18688.0));
-    si.ppf = w * 2;
-    si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;
+    const int P = PlanTgSweep();
 
     // Both passes keep the gain; only the attenuation differs.
     const int passGain = set.m_tgPassiveDevice ? 3 : 1;
@@ -722,7 +649,7 @@ int DeviceLarch::SetupTGCommand() {
 
     m_cmd.headerType = QS_CMD_CONFIGURE;
     m_cmd.commandType = QS_CFG_TG_SWEEP;
-    m_cmd.TGCountPerPatch = static_cast<uint16_t>(std::floor(kTgPatchHz / si.binSize + 0.5));
+    m_cmd.TGCountPerPatch = static_cast<uint16_t>(std::floor(TG_PATCH_HZ / si.binSize + 0.5));
     m_cmd.TGstartingIndex = static_cast<uint16_t>(si.tgInitialCount);
     si.activeBandCnt = 0;
 
@@ -740,15 +667,7 @@ int DeviceLarch::SetupTGCommand() {
         subBand_t& sb = bands[si.activeBandCnt];
         si.activeBandCnt += 1;
         s.band = static_cast<int8_t>(lut.band);
-        const double w = std::floor((freq + lut.lo1c + si.secondLOOffset) / kLOUnit + 0.5);
-        if (s.band > 1) {
-            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize / 2);
-            sb.LO1startFreq = static_cast<uint16_t>(static_cast<int>(w / 2));
-        } else {
-            sb.LO1stepFreq = static_cast<int16_t>(si.step100kSize);
-            sb.LO1startFreq = static_cast<uint16_t>(w);
-        }
-        sb.LO2Freq = static_cast<uint16_t>(std::floor((lut.lo2c + si.secondLOOffset) / kLOUnit + 0.5));
+        SetOscillatorWords(sb, lut, freq);
         sb.packetsPerFreq = static_cast<uint16_t>(si.ppf);
         int n = static_cast<int>(std::max((lut.maxRF - freq) / si.step100kSize / 100000.0 + 1.0, 0.0));
         n = topRow ? si.stepCount - done : std::min(n, si.stepCount - done);

@@ -10,19 +10,6 @@
 
 namespace qs {
 
-namespace {
-
-// Samples of a ring of count x each, or an exception the set-up turns into
-// qsAllocationLimitErr when that would not fit smart_ptr's int byte count.
-int ring_len(int count, int each) {
-    const int64_t n = int64_t(count) * int64_t(each);
-    if (count < 1 || each < 1 || n > int64_t(INT32_MAX) / int64_t(sizeof(double)))
-        throw qs_exception("Smart Pointer Malloc Error");
-    return int(n);
-}
-
-}  // namespace
-
 SweepEngine::SweepEngine(const SweepInfo* info, const Settings* settings, int maxThreads)
     : m_settings(settings), m_sweepInfo(info) {
     m_fftSize = info->fftSize;
@@ -65,6 +52,15 @@ void SweepEngine::StopWorkers() {
     }
     for (int i = 0; i < MAX_THREADS; ++i)
         if (m_threads[i].joinable()) m_threads[i].join();
+}
+
+// Samples of a ring of count x each, or an exception the set-up turns into
+// qsAllocationLimitErr when that would not fit smart_ptr's int byte count.
+int ring_len(int count, int each) {
+    const int64_t n = int64_t(count) * int64_t(each);
+    if (count < 1 || each < 1 || n > int64_t(INT32_MAX) / int64_t(sizeof(double)))
+        throw qs_exception("Smart Pointer Malloc Error");
+    return int(n);
 }
 
 int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCount, int& storePos,

@@ -51,6 +51,11 @@ struct ResidualInfo {
     int m_residualID[MAX_RESIDUALS] = {};
 };
 
+// Samples of a ring of count chunks of each samples; qs_exception (which
+// a set-up turns into qsAllocationLimitErr) when the doubles would not fit
+// smart_ptr's int byte count.
+int ring_len(int count, int each);
+
 // Converts one block of 16 unpacked packets (scale 2^-15) into a ring of
 // chunkCount chunks of ppf packets each (chunkSize samples), going on at
 // packet `index` of chunk `storePos`, and signals ready[c] for each chunk c

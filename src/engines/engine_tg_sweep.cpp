@@ -19,12 +19,6 @@ constexpr double kPriLevelDbm = -30.0;
 constexpr double kSecLevelDbm = -10.0;
 constexpr double kUnmeasured = -200.0;
 
-int ring_len(int count, int each) {
-    const int64_t n = int64_t(count) * int64_t(each);
-    if (count < 1 || each < 1 || n > int64_t(INT32_MAX) / int64_t(sizeof(double)))
-        throw qs_exception("Smart Pointer Malloc Error");
-    return int(n);
-}
 
 }  // namespace
 
