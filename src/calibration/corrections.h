@@ -45,6 +45,10 @@ public:
     // One value per IF bin into array.
     virtual void BuildIFCorrectionArray(const Settings* set, const SweepInfo* info,
                                         VecDouble& array) = 0;
+    // The corrections of a tracking-generator sweep of TGptsPer20M points
+    // per patch, every band at the given gain and attenuation index.
+    virtual void BuildQSTGCorrectionArray(const Settings* set, const SweepInfo* info, int TGptsPer20M,
+                                          int gain, int atten) = 0;
     // Back to the tables of an uncalibrated device.
     virtual void ZeroCorrections() = 0;
     // Samples between a trigger and its signal at freq.

@@ -66,7 +66,7 @@ public:
     // traceLen + 8 corrections of a tracking-generator sweep of TGptsPer20M
     // points per patch; every band takes the given gain and attenuation.
     void BuildQSTGCorrectionArray(const Settings* set, const SweepInfo* info, int TGptsPer20M,
-                                  int gain, int atten);
+                                  int gain, int atten) override;
     // By the hardware band of freq, interpolated in temperature.
     int GetTriggerDelay(double freq) override;
 

@@ -58,7 +58,7 @@ public:
     // The array of a tracking-generator sweep of TGptsPer20M points per
     // patch; overwrites the solved gain and attenuation with the given ones.
     void BuildQSTGCorrectionArray(const Settings* set, const SweepInfo* info, int TGptsPer20M,
-                                  int gain, int atten);
+                                  int gain, int atten) override;
 
     // Replaces the rough gains (310 bytes each); null leaves one as it is.
     // Nothing reaches flash.

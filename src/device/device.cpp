@@ -302,6 +302,30 @@ int Device::PlanTgSweep() {
     return P;
 }
 
+qsStatus Device::StartTgSweep(int pointsPerPatch, int priGain, int priAtten, int secGain, int secAtten,
+                              bool isLarch) {
+    Settings& set = *m_settings;
+    const int gain = set.m_gain;
+    set.m_gain = priGain;
+    try {
+        m_corr->Configure(m_readings.celcius.load(), set, m_sweepInfo);
+        SetupTGCommand();
+        m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, priGain, priAtten);
+        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &m_usb->TG(), &tgCalState, isLarch));
+        m_tg->LoadPriCorrData(m_corr->GetCorrections());
+        m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, secGain, secAtten);
+        m_tg->LoadSecCorrData(m_corr->GetCorrections());
+        set.m_gain = gain;
+        m_tg->Start();
+    } catch (const std::exception&) {
+        m_tg.reset();
+        set.m_gain = gain;
+        return qsAllocationLimitErr;
+    }
+    m_mode = QS_MODE_TG_SWEEP;
+    return qsNoError;
+}
+
 qsStatus Device::LoadCalibration(qsStatus (*load)(const FlashPageReader&, Corrections&, DeviceIdentity&)) {
     DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
     const qsStatus status = load(

@@ -73,6 +73,9 @@ public:
     virtual qsStatus ConfigureIQ(unsigned) { return qsNotSupportedErr; }
     virtual qsStatus ConfigureAudioDemod() { return qsNotSupportedErr; }
     virtual qsStatus ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
+    // The two commands of a tracking-generator sweep (m_cmd, m_secCmd) and
+    // the patches, by the model's oscillator words. Always 0.
+    virtual int SetupTGCommand() = 0;
     // Changes the port mask; sends it when it changed or when forced.
     virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
@@ -167,6 +170,13 @@ protected:
     // size and the packets per point. Resets the through calibration.
     // Returns the points per patch.
     int PlanTgSweep();
+    // The rest of a tracking-generator set-up after PlanTgSweep: the
+    // corrections configured at the passes' gain, the commands, both
+    // passes' correction arrays and the engine, which is started. The
+    // settings' gain is restored after. qsAllocationLimitErr if anything
+    // could not be built.
+    qsStatus StartTgSweep(int pointsPerPatch, int priGain, int priAtten, int secGain, int secAtten,
+                          bool isLarch);
     // Reads the calibration image through the flash service with the
     // model's loader, and takes the identity its header gives. The loader's
     // status.

@@ -611,32 +611,10 @@ void DeviceLarch::SetOscillatorWords(subBand_t& sb, const LOLUTLarch& lut, doubl
 
 qsStatus DeviceLarch::ConfigureTgMode(unsigned) {
     if (m_firmware_version < TG_MIN_FIRMWARE) return qsNotSupportedErr;
-    Settings& set = *m_settings;
-    SweepInfo& si = m_sweepInfo;
     const int P = PlanTgSweep();
-
     // Both passes keep the gain; only the attenuation differs.
-    const int passGain = set.m_tgPassiveDevice ? 3 : 1;
-    const int gain = set.m_gain;
-    set.m_gain = passGain;
-    try {
-        m_corr->Configure(m_readings.celcius.load(), set, si);
-        SetupTGCommand();
-        CorrectionsLarch& corr = CorrLarch();
-        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passGain, kTgPriAttenIndex);
-        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &TG(), &tgCalState, true));
-        m_tg->LoadPriCorrData(corr.GetCorrections());
-        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passGain, kTgSecAttenIndex);
-        m_tg->LoadSecCorrData(corr.GetCorrections());
-        set.m_gain = gain;
-        m_tg->Start();
-    } catch (const std::exception&) {
-        m_tg.reset();
-        set.m_gain = gain;
-        return qsAllocationLimitErr;
-    }
-    m_mode = QS_MODE_TG_SWEEP;
-    return qsNoError;
+    const int passGain = m_settings->m_tgPassiveDevice ? 3 : 1;
+    return StartTgSweep(P, passGain, kTgPriAttenIndex, passGain, kTgSecAttenIndex, true);
 }
 
 int DeviceLarch::SetupTGCommand() {

@@ -92,7 +92,7 @@ public:
 
     // Fills m_cmd (the primary pass), m_secCmd (the same at the secondary
     // attenuation) and the patch list from the plan. Always 0.
-    int SetupTGCommand();
+    int SetupTGCommand() override;
     // The oscillator words of a sub-band that starts at freq in the row of
     // lut: 100 kHz units, the first oscillator's halved in bands 2 and 3.
     void SetOscillatorWords(subBand_t& sb, const LOLUTLarch& lut, double freq) const;

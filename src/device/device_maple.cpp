@@ -536,31 +536,9 @@ int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
 
 qsStatus DeviceMaple::ConfigureTgMode(unsigned) {
     if (m_firmware_version < TG_MIN_FIRMWARE) return qsNotSupportedErr;
-    Settings& set = *m_settings;
-    SweepInfo& si = m_sweepInfo;
     const int P = PlanTgSweep();
-
-    const bool passive = set.m_tgPassiveDevice;
-    const int gain = set.m_gain;
-    set.m_gain = passive ? 3 : 1;
-    try {
-        m_corr->Configure(m_readings.celcius.load(), set, si);
-        SetupTGCommand();
-        CorrectionsMaple& corr = CorrMaple();
-        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passive ? 3 : 1, kTgPriAttenIndex);
-        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &TG(), &tgCalState, false));
-        m_tg->LoadPriCorrData(corr.GetCorrections());
-        corr.BuildQSTGCorrectionArray(m_settings, &si, P, passive ? 0 : 2, kTgSecAttenIndex);
-        m_tg->LoadSecCorrData(corr.GetCorrections());
-        set.m_gain = gain;
-        m_tg->Start();
-    } catch (const std::exception&) {
-        m_tg.reset();
-        set.m_gain = gain;
-        return qsAllocationLimitErr;
-    }
-    m_mode = QS_MODE_TG_SWEEP;
-    return qsNoError;
+    const bool passive = m_settings->m_tgPassiveDevice;
+    return StartTgSweep(P, passive ? 3 : 1, kTgPriAttenIndex, passive ? 0 : 2, kTgSecAttenIndex, false);
 }
 
 int DeviceMaple::SetupTGCommand() {

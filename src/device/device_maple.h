@@ -60,7 +60,7 @@ public:
 
     // Fills m_cmd (the primary pass), m_secCmd (the same at the secondary
     // attenuation) and the patch list from the plan. Always 0.
-    int SetupTGCommand();
+    int SetupTGCommand() override;
 
     // The four control bytes of a sub-band. s.gain is not packed on this
     // model; the low byte of the port mask goes into byte 0.

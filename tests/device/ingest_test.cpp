@@ -24,6 +24,7 @@ public:
     }
     ~BareDevice() override { Abort(); }
     qsStatus OpenDevice() override { return qsNoError; }
+    int SetupTGCommand() override { return 0; }
 
     void SetTriggerDelay(int samples) { m_triggerDelay = samples; }
     qsStatus Final(qsStatus engine) { return FinalStatus(engine); }
