@@ -66,9 +66,24 @@ int qssim_get_command(int id, int index, unsigned char* out);
  * frequency) at its highest gain and +8 to +17 dBm at its lowest; louder
  * tones clip and step ADCOverflowCount. */
 
-/* Real-time pacing (non-zero): one block per 3.7376 ms from the command on,
- * and a host that falls more than four blocks behind loses whole blocks, which
- * steps GPIFOverflowCount. Off (the default): blocks are ready at once. */
+/* When a device's data is ready. Each device makes its data on a thread of
+ * its own, into a FIFO of four blocks per channel that the host's reads
+ * empty:
+ *   QSSIM_PACE_FREE (0)      as fast as the simulator can, waiting while the
+ *                            FIFO is full: nothing is ever lost;
+ *   QSSIM_PACE_REALTIME (1, or any value but 0 and 2)
+ *                            one block per 3.7376 ms from the command on, and
+ *                            a host that falls more than four blocks behind
+ *                            loses whole blocks, which steps
+ *                            GPIFOverflowCount;
+ *   QSSIM_PACE_STREAMS (2)   the default: streams in real time, sweeps and
+ *                            captures free.
+ * A simulator that cannot keep the real-time rate on a loaded machine slows
+ * the device's clock instead of losing data: only a host that leaves the
+ * FIFO full loses blocks. */
+#define QSSIM_PACE_FREE 0
+#define QSSIM_PACE_REALTIME 1
+#define QSSIM_PACE_STREAMS 2
 void qssim_set_pacing(int id, int realtime);
 
 /* The next transfer on a data endpoint (0x81 or 0x82) gets no data and ends

@@ -1,10 +1,19 @@
 // A simulated analyser as the USB wire sees it: identity, plug state,
 // one command endpoint and two data endpoints. Knows nothing of libusb.
+//
+// Each device makes its sample packets on a thread of its own, as a device
+// has its own clock: the host's reads only take what is made. The thread
+// holds the world's lock (sim_world.h) to decide and hand over each packet,
+// and only the device's model lock while the receiver computes it, so the
+// host and the other devices run meanwhile. Unplugging stops the thread.
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sim_calibration.h"
@@ -22,8 +31,11 @@ constexpr int kEndpointIn2 = 0x82;
 // which answers the commands. All calls are made with the world's lock held (sim_world.h).
 class SimDevice {
 public:
-    SimDevice(int id, int productId, unsigned serial);
-    virtual ~SimDevice() = default;
+    // Starts the device's thread; `worldLock` is the world's lock, which the
+    // caller may hold.
+    SimDevice(int id, int productId, unsigned serial, std::mutex* worldLock,
+              std::condition_variable* worldChanged);
+    virtual ~SimDevice();
 
     int Id() const { return m_id; }
     int ProductId() const { return m_productId; }
@@ -32,7 +44,16 @@ public:
     std::string SerialString() const;
 
     bool Plugged() const { return m_plugged; }
-    void Unplug() { m_plugged = false; }
+    // Marks the device unplugged and tells its thread to end (world's lock
+    // held); JoinThread, called without the lock, waits for it.
+    void Unplug();
+    void JoinThread();
+    // Wakes the device's thread after a change of what it should make
+    // (world's lock held).
+    void Wake() { m_wake.notify_one(); }
+    // Held while the receiver makes samples: taken, after the world's lock,
+    // by anything that changes the scene or the receiver's model.
+    std::mutex& ModelLock() { return m_modelLock; }
     bool AccessDenied() const { return m_accessDenied; }
     void SetAccessDenied(bool denied) { m_accessDenied = denied; }
 
@@ -70,6 +91,8 @@ protected:
     void QueuePacket(int endpoint, std::vector<uint8_t> packet);
 
 private:
+    void MakePackets();
+
     int m_id;
     int m_productId;
     unsigned m_serial;
@@ -81,6 +104,12 @@ private:
     Firmware m_firmware;
     std::vector<std::vector<uint8_t>> m_commands;
     std::deque<std::vector<uint8_t>> m_inQueue[2];
+    std::mutex* m_worldLock;
+    std::condition_variable* m_worldChanged;
+    std::condition_variable m_wake;  // waits on the world's lock
+    std::mutex m_modelLock;
+    bool m_stop = false;
+    std::thread m_thread;  // last: starts once everything above exists
 };
 
 }  // namespace qssim

@@ -165,6 +165,7 @@ void Firmware::StartRun(Mode mode, const Command& command, int64_t pairLimit,
     EndRun();
     m_mode = mode;
     m_run = command;
+    ++m_generation;
     m_pairLimit = pairLimit;
     m_runStart = now;
     if (slip) m_events.push_back({0, 1, kSlip});
@@ -193,13 +194,19 @@ void Firmware::EndRun() {
     m_markerPair = INT64_MAX;
     m_pairLimit = 0;
     m_flashPending[0] = m_flashPending[1] = false;
+    FlushFifos();
+    ++m_generation;
+}
+
+void Firmware::FlushFifos() {
+    for (int ch = 0; ch < 2; ++ch) m_fifoHead[ch] = m_fifoTail[ch];
 }
 
 void Firmware::BeginDrain(const Command& stop, Clock::time_point now) {
     // What the device holds already goes out first; the block after it
     // carries the stop's control bytes and is the last.
     int64_t held = FurthestPair();
-    if (m_paced)
+    if (Paced())
         held = std::max(held, std::min(ProducedPairs(now),
                                        FurthestPair() + kFifoBlocks * kPacketsPerChannel));
     m_markerPair = RoundUpToBlock(held);
@@ -270,13 +277,18 @@ int64_t Firmware::ProducedPairs(Clock::time_point now) const {
 
 void Firmware::CheckOverrun(int channel, Clock::time_point now) {
     if (m_overrunPending[channel]) return;
-    const int64_t backlog = ProducedPairs(now) - m_next[channel];
+    const int64_t backlog = ProducedPairs(now) - Consumed(channel);
     const int64_t room = int64_t{kFifoBlocks} * kPacketsPerChannel;
     if (backlog <= room) return;
     const int64_t lostBlocks = (backlog - room + kPacketsPerChannel - 1) / kPacketsPerChannel;
     m_events.push_back(
         {RoundUpToBlock(FurthestPair()), lostBlocks * kPacketsPerChannel, kOverrun});
     m_overrunPending[0] = m_overrunPending[1] = true;
+}
+
+bool Firmware::Paced() const {
+    return m_pacing == kPaceRealTime ||
+           (m_pacing == kPaceStreams && (m_mode == kStream || m_mode == kDraining));
 }
 
 int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now) {
@@ -298,25 +310,128 @@ int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock:
             std::memcpy(dst, Flash() + at, n);
         return n;
     }
-    if (m_mode != kCounted && m_mode != kStream && m_mode != kDraining) return 0;
     int copied = 0;
     while (len - copied >= kPacketBytes) {
-        ApplyEvents(channel);
-        if (m_paced) {
-            // Once stopped the device makes no more data, so it cannot overrun.
-            if (m_mode != kDraining) CheckOverrun(channel, now);
-            ApplyEvents(channel);
-            if (m_next[channel] >= ProducedPairs(now)) break;
+        if (m_fifoHead[channel] == m_fifoTail[channel]) {
+            if (m_threaded) break;
+            MakeFor(channel, now);
+            if (m_fifoHead[channel] == m_fifoTail[channel]) break;
         }
-        const int64_t limit = m_mode == kCounted ? m_pairLimit + m_lost[channel] : m_pairLimit;
-        if (m_next[channel] >= limit) break;
-        MakePacket(channel, m_next[channel], dst + copied);
-        ++m_next[channel];
+        const size_t slot = size_t(m_fifoHead[channel] % kFifoPackets);
+        std::memcpy(dst + copied, m_fifo[channel].data() + slot * kPacketBytes, kPacketBytes);
+        ++m_fifoHead[channel];
         ++m_packetsServed[channel];
-        m_triggersUsed = true;
         copied += kPacketBytes;
     }
     return copied;
+}
+
+// Whether the channel's next packet can be made now: it is due, within the
+// run and its FIFO slot is free. Applies the events it has reached.
+bool Firmware::ChannelReady(int channel, Clock::time_point now, Clock::time_point* wakeAt) {
+    ApplyEvents(channel);
+    if (Paced()) {
+        // A maker thread that fell behind the clock is the simulator's delay,
+        // not the host's: the run's clock waits for it.
+        // A host that is behind leaves the FIFO full; a FIFO under half full
+        // with the clock a block ahead means the maker is late.
+        const int64_t due = ProducedPairs(now);
+        if (m_threaded && m_fifoTail[channel] - m_fifoHead[channel] < kFifoPackets / 2 &&
+            due > m_next[channel] + kPacketsPerChannel)
+            m_runStart += (due - m_next[channel] - kPacketsPerChannel) * kPairPeriod;
+        // Once stopped the device makes no more data, so it cannot overrun.
+        if (m_mode != kDraining) CheckOverrun(channel, now);
+        ApplyEvents(channel);
+        if (m_next[channel] >= ProducedPairs(now)) {
+            *wakeAt = std::min(*wakeAt, m_runStart + (m_next[channel] + 1) * kPairPeriod);
+            return false;
+        }
+    }
+    const int64_t limit = m_mode == kCounted ? m_pairLimit + m_lost[channel] : m_pairLimit;
+    if (m_next[channel] >= limit) return false;
+    return m_fifoTail[channel] - m_fifoHead[channel] < kFifoPackets;
+}
+
+bool Firmware::PrepareNext(Clock::time_point now, PacketJob* job, Clock::time_point* wakeAt) {
+    *wakeAt = Clock::time_point::max();
+    if (m_mode != kCounted && m_mode != kStream && m_mode != kDraining) return false;
+    // The channel that is behind goes first, so both advance together.
+    const int first = m_next[1] < m_next[0] ? 1 : 0;
+    int channel = -1;
+    for (int k = 0; k < 2 && channel < 0; ++k)
+        if (ChannelReady(first ^ k, now, wakeAt)) channel = first ^ k;
+    if (channel < 0) return false;
+
+    if (m_fifo[channel].empty()) m_fifo[channel].resize(size_t{kFifoPackets} * kPacketBytes);
+    if (m_fillGeneration != m_generation) {
+        m_fillRun = m_run;
+        m_fillGeneration = m_generation;
+    }
+    const int64_t pair = m_next[channel]++;
+    job->channel = channel;
+    job->pair = pair;
+    job->generation = m_generation;
+    job->dst = m_fifo[channel].data() + size_t(m_fifoTail[channel] % kFifoPackets) * kPacketBytes;
+    job->clipped = false;
+
+    const int64_t packet = 2 * pair + channel;  // in the run's time order
+    int subBand = 0, step = 0, pktInStep = 0;
+    Locate(packet, &subBand, &step, &pktInStep);
+    const SubBand& sb = m_run.subBands[subBand];
+    const int64_t block = (m_runBasePair + pair) / kPacketsPerChannel;
+    uint8_t* dst = job->dst;
+    std::memset(dst, 0, kPayloadOffset);
+    dst[0] = 0x01;  // headerType
+    dst[1] = 0x01;  // headerVersion
+    dst[2] = static_cast<uint8_t>(m_productId);
+    dst[3] = 0x21;  // firmwareVersion
+    Put16(dst + 4, static_cast<uint16_t>(sb.LO1startFreq + step * sb.LO1stepFreq));
+    Put16(dst + 6, sb.LO2Freq);
+    std::memcpy(dst + 8, pair >= m_markerPair ? m_stopSettings : sb.settings, 4);
+    const int adcIndex = static_cast<int>(block % 7);
+    Put16(dst + 12, static_cast<uint16_t>(adcIndex));
+    Put16(dst + 14, MonitorValue(adcIndex, block));
+    job->ctx = PacketContext{&m_fillRun, subBand, step, packet * kSamplesPerPacket, channel,
+                             m_temperature};
+    job->pktInStep = pktInStep;
+    return true;
+}
+
+void Firmware::FillPacket(PacketJob* job) {
+    m_source->FillPacket(job->ctx, *m_scene, m_samples.data(), kSamplesPerPacket);
+    job->clipped = m_source->LastPacketClipped();
+    PackSamples(m_samples.data(), kSamplesPerPacket, job->dst + kPayloadOffset);
+}
+
+void Firmware::CommitPacket(PacketJob* job) {
+    if (job->generation != m_generation) return;  // its run ended meanwhile
+    const int channel = job->channel;
+    const int64_t pair = job->pair;
+    if (job->clipped) ++m_adcSeen[channel];
+    uint8_t* dst = job->dst;
+    const int64_t packet = 2 * pair + channel;
+    uint8_t* trailer = dst + kTrailerOffset;
+    std::memset(trailer, 0, kPacketBytes - kTrailerOffset);
+    Put16(trailer + 0, static_cast<uint16_t>(2 * (m_runBasePair + pair) + channel));
+    Put16(trailer + 2, static_cast<uint16_t>(job->pktInStep));
+    Put16(trailer + 4, static_cast<uint16_t>(m_gpifBase + m_gpifSeen[channel]));
+    Put16(trailer + 6, static_cast<uint16_t>(m_adcBase + m_adcSeen[channel]));
+    Put32(trailer + 8, m_dna);
+    const int64_t events = TriggersBefore(packet + 1);
+    Put16(trailer + 12, static_cast<uint16_t>(m_eventBase + events));
+    Put16(trailer + 14,
+          events > 0 ? static_cast<uint16_t>(m_triggers[events - 1] % kSamplesPerPacket) : 0);
+    ++m_fifoTail[channel];
+    m_triggersUsed = true;
+}
+
+void Firmware::MakeFor(int channel, Clock::time_point now) {
+    PacketJob job;
+    Clock::time_point wake;
+    while (m_fifoHead[channel] == m_fifoTail[channel] && PrepareNext(now, &job, &wake)) {
+        FillPacket(&job);
+        CommitPacket(&job);
+    }
 }
 
 void Firmware::OnReadTimedOut(int channel) {
@@ -390,44 +505,6 @@ uint16_t Firmware::MonitorValue(int index, int64_t block) const {
 int64_t Firmware::TriggersBefore(int64_t packet) const {
     return std::lower_bound(m_triggers.begin(), m_triggers.end(), ReportThreshold(packet)) -
            m_triggers.begin();
-}
-
-void Firmware::MakePacket(int channel, int64_t pair, uint8_t* dst) {
-    const int64_t packet = 2 * pair + channel;  // in the run's time order
-    int subBand = 0, step = 0, pktInStep = 0;
-    Locate(packet, &subBand, &step, &pktInStep);
-    const SubBand& sb = m_run.subBands[subBand];
-    const int64_t block = (m_runBasePair + pair) / kPacketsPerChannel;
-
-    std::memset(dst, 0, kPayloadOffset);
-    dst[0] = 0x01;  // headerType
-    dst[1] = 0x01;  // headerVersion
-    dst[2] = static_cast<uint8_t>(m_productId);
-    dst[3] = 0x21;  // firmwareVersion
-    Put16(dst + 4, static_cast<uint16_t>(sb.LO1startFreq + step * sb.LO1stepFreq));
-    Put16(dst + 6, sb.LO2Freq);
-    std::memcpy(dst + 8, pair >= m_markerPair ? m_stopSettings : sb.settings, 4);
-    const int adcIndex = static_cast<int>(block % 7);
-    Put16(dst + 12, static_cast<uint16_t>(adcIndex));
-    Put16(dst + 14, MonitorValue(adcIndex, block));
-
-    const PacketContext ctx{&m_run, subBand, step, packet * kSamplesPerPacket, channel,
-                            m_temperature};
-    m_source->FillPacket(ctx, *m_scene, m_samples.data(), kSamplesPerPacket);
-    if (m_source->LastPacketClipped()) ++m_adcSeen[channel];
-    PackSamples(m_samples.data(), kSamplesPerPacket, dst + kPayloadOffset);
-
-    uint8_t* trailer = dst + kTrailerOffset;
-    std::memset(trailer, 0, kPacketBytes - kTrailerOffset);
-    Put16(trailer + 0, static_cast<uint16_t>(2 * (m_runBasePair + pair) + channel));
-    Put16(trailer + 2, static_cast<uint16_t>(pktInStep));
-    Put16(trailer + 4, static_cast<uint16_t>(m_gpifBase + m_gpifSeen[channel]));
-    Put16(trailer + 6, static_cast<uint16_t>(m_adcBase + m_adcSeen[channel]));
-    Put32(trailer + 8, m_dna);
-    const int64_t events = TriggersBefore(packet + 1);
-    Put16(trailer + 12, static_cast<uint16_t>(m_eventBase + events));
-    Put16(trailer + 14,
-          events > 0 ? static_cast<uint16_t>(m_triggers[events - 1] % kSamplesPerPacket) : 0);
 }
 
 }  // namespace qssim

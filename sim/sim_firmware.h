@@ -2,12 +2,21 @@
 // blocks, answers them on the two data endpoints as the instrument does, and
 // keeps the device's own counters and its flash.
 //
-// Output is made lazily, one 32768-byte packet at a time, when the host reads,
-// so an endless stream costs nothing while nobody reads it. By default a
-// packet is ready as soon as it is asked for; with pacing on, packet pair k of
-// a run is ready (k + 1) x 467.2 us after the run's command, one block per
-// 3.7376 ms as on the wire, and a host that falls more than kFifoBlocks
-// behind loses whole blocks and sees GPIFOverflowCount step.
+// Output is made one 32768-byte packet at a time into a FIFO of kFifoBlocks
+// blocks per channel, which the host's reads empty. A device runs a thread of
+// its own that makes the packets (sim_device.h), as a device has its own
+// clock, so the host's interface thread only moves ready packets; standing
+// alone (tests of the firmware itself), the firmware makes what is ready
+// when a read finds its FIFO empty. Pacing decides when a packet is ready:
+//  - free: as soon as the FIFO has room (back-pressure: nothing is lost);
+//  - real time: packet pair k of a run is ready (k + 1) x 467.2 us after the
+//    run's command, one block per 3.7376 ms as on the wire, and a host that
+//    falls more than kFifoBlocks behind loses whole blocks and sees
+//    GPIFOverflowCount step;
+//  - streams (a device's default): streams in real time, counted runs free.
+// A device thread that falls behind the real-time clock (a loaded machine)
+// moves the run's clock on rather than blame the host: only a host that
+// leaves the FIFO full loses blocks.
 //
 // Answers: a sweep, tracking-generator sweep or capture sends its counted
 // blocks; a stream sends blocks until a stream command with bit 0 of its
@@ -18,7 +27,8 @@
 // leave a run alone. Counters run for the life of the device.
 //
 // Threads: every call is made with the world's lock held (sim_world.h) and
-// none blocks.
+// none blocks, except FillPacket, which the maker of packets calls without
+// it (the receiver's work is the slow part).
 #pragma once
 
 #include <chrono>
@@ -52,6 +62,9 @@ constexpr uint16_t kFlashUnlock = 0x5AC3;
 constexpr std::chrono::nanoseconds kPairPeriod{467200};
 // What the device buffers before it overruns, in blocks.
 constexpr int kFifoBlocks = 4;
+constexpr int kFifoPackets = kFifoBlocks * 8;  // per channel
+
+enum Pacing { kPaceFree = 0, kPaceRealTime = 1, kPaceStreams = 2 };
 
 enum : uint8_t {
     kCmdConfigure = 0,
@@ -132,6 +145,18 @@ public:
 };
 int16_t TestPatternSample(int64_t runSample);
 
+// One packet being made: reserved in its channel's FIFO under the world's
+// lock, filled without it, committed under it again.
+struct PacketJob {
+    int channel = 0;
+    int64_t pair = 0;
+    uint64_t generation = 0;  // the run it belongs to
+    uint8_t* dst = nullptr;   // its FIFO slot
+    PacketContext ctx{};
+    int pktInStep = 0;
+    bool clipped = false;
+};
+
 class Firmware {
 public:
     Firmware(int productId, unsigned serial, const Scene* scene);
@@ -144,11 +169,27 @@ public:
     // was short. Returns the bytes written.
     int Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now);
 
+    // The maker of packets. PrepareNext reserves the next packet that is due
+    // and has room, writes its header and returns true; otherwise false, with
+    // *wakeAt the time the next one falls due (time_point::max() for none).
+    // FillPacket makes its samples (without the world's lock); CommitPacket
+    // writes its trailer and hands it to the host, unless a new command has
+    // ended its run meanwhile.
+    bool PrepareNext(Clock::time_point now, PacketJob* job, Clock::time_point* wakeAt);
+    void FillPacket(PacketJob* job);
+    void CommitPacket(PacketJob* job);
+    // Makes packets in line until the channel has one ready, or none is
+    // due; what a read does on a firmware with no thread of its own.
+    void MakeFor(int channel, Clock::time_point now);
+    // Set by a device that makes packets on its own thread: reads then only
+    // take what is made, and a late maker moves the run's clock on.
+    void SetThreaded(bool threaded) { m_threaded = threaded; }
+
     // A transfer on the channel ended by its time-out.
     void OnReadTimedOut(int channel);
 
     // Faults and controls.
-    void SetPacing(bool realtime) { m_paced = realtime; }
+    void SetPacing(int pacing) { m_pacing = pacing; }
     void StallNextTransfer(int channel) { ++m_stalls[channel]; }
     void ShortenNextFlashPage(int bytes) { m_shortFlashBytes = bytes; }
     void SlipChannel2() { AddEvent(kSlip); }
@@ -188,7 +229,10 @@ private:
     int64_t FurthestPair() const;
     int64_t ProducedPairs(Clock::time_point now) const;
     void CheckOverrun(int channel, Clock::time_point now);
-    void MakePacket(int channel, int64_t pair, uint8_t* dst);
+    bool Paced() const;
+    bool ChannelReady(int channel, Clock::time_point now, Clock::time_point* wakeAt);
+    int64_t Consumed(int channel) const { return m_next[channel] - (m_fifoTail[channel] - m_fifoHead[channel]); }
+    void FlushFifos();
     void Locate(int64_t packet, int* subBand, int* step, int* pktInStep) const;
     uint16_t MonitorValue(int index, int64_t block) const;
     int64_t TriggersBefore(int64_t packet) const;  // reported in packets before this one
@@ -199,6 +243,14 @@ private:
     std::vector<uint8_t> m_flash;
     std::function<void(uint8_t*)> m_flashInit;
     std::vector<int16_t> m_samples;  // one packet, reused
+    // Per channel, kFifoPackets packets; head and tail count packets ever
+    // taken and made, so a slot is the count modulo the size.
+    std::vector<uint8_t> m_fifo[2];
+    int64_t m_fifoHead[2] = {0, 0};
+    int64_t m_fifoTail[2] = {0, 0};
+    uint64_t m_generation = 0;  // steps at every run's start and end
+    Command m_fillRun;          // the maker's copy of the run it fills for
+    uint64_t m_fillGeneration = ~uint64_t{0};
 
     Mode m_mode = kIdle;
     Command m_run;                 // the command whose output is being sent
@@ -226,7 +278,8 @@ private:
     bool m_triggersUsed = false;
 
     bool m_slipNextRun = false;
-    bool m_paced = false;
+    int m_pacing = kPaceFree;
+    bool m_threaded = false;
     int m_stalls[2] = {0, 0};
     uint8_t m_portMask = 0;
     double m_temperature = 38.0;

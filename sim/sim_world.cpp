@@ -37,7 +37,8 @@ int AddDeviceLocked(int productId, unsigned serial) {
     for (auto& dev : g_world.devices)
         if (dev->Plugged() && dev->Serial() == serial) return -1;
     const int id = static_cast<int>(g_world.devices.size());
-    g_world.devices.push_back(std::make_unique<SimDevice>(id, productId, serial));
+    g_world.devices.push_back(
+        std::make_unique<SimDevice>(id, productId, serial, &g_world.lock, &g_world.changed));
     return id;
 }
 
@@ -85,8 +86,36 @@ template <typename Fn>
 void WithFirmware(int id, Fn fn) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    if (SimDevice* dev = DeviceLocked(id)) fn(dev->GetFirmware());
+    if (SimDevice* dev = DeviceLocked(id)) {
+        fn(dev->GetFirmware());
+        dev->Wake();
+    }
     world.changed.notify_all();
+}
+
+// Runs fn on a device's scene or factory model, with the world's lock and
+// the device's model lock held, so that no packet is being made from it.
+// Returns fn's result, or -1 for no such device.
+template <typename Fn>
+int WithModel(int id, Fn fn) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    SimDevice* dev = DeviceLocked(id);
+    if (!dev) return -1;
+    std::lock_guard<std::mutex> model(dev->ModelLock());
+    return fn(*dev);
+}
+
+// Threads of devices that were unplugged end outside the world's lock,
+// which they take to leave.
+void JoinUnplugged() {
+    std::vector<SimDevice*> devices;
+    {
+        std::lock_guard<std::mutex> hold(g_world.lock);
+        for (auto& dev : g_world.devices)
+            if (!dev->Plugged()) devices.push_back(dev.get());
+    }
+    for (SimDevice* dev : devices) dev->JoinThread();
 }
 
 }  // namespace
@@ -113,11 +142,14 @@ extern "C" {
 __attribute__((visibility("default"))) void qssim_reset(void) {
     TakeControl();
     World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
     // Devices are only marked unplugged: the library may still hold handles.
-    for (auto& dev : world.devices) dev->Unplug();
-    world.initFailure = false;
-    world.changed.notify_all();
+    {
+        std::lock_guard<std::mutex> hold(world.lock);
+        for (auto& dev : world.devices) dev->Unplug();
+        world.initFailure = false;
+        world.changed.notify_all();
+    }
+    JoinUnplugged();
 }
 
 __attribute__((visibility("default"))) int qssim_add_device(int productId, unsigned serial) {
@@ -129,27 +161,33 @@ __attribute__((visibility("default"))) int qssim_add_device(int productId, unsig
 
 __attribute__((visibility("default"))) void qssim_remove_device(int id) {
     World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    if (SimDevice* dev = DeviceLocked(id)) dev->Unplug();
-    world.changed.notify_all();
+    {
+        std::lock_guard<std::mutex> hold(world.lock);
+        if (SimDevice* dev = DeviceLocked(id)) dev->Unplug();
+        world.changed.notify_all();
+    }
+    JoinUnplugged();
 }
 
 __attribute__((visibility("default"))) void qssim_set_tone(int id, double freqHz, double levelDbm) {
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().tones.push_back({freqHz, levelDbm});
+    WithModel(id, [&](SimDevice& dev) {
+        dev.GetScene().tones.push_back({freqHz, levelDbm});
+        return 0;
+    });
 }
 
 __attribute__((visibility("default"))) void qssim_clear_signals(int id) {
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().tones.clear();
+    WithModel(id, [](SimDevice& dev) {
+        dev.GetScene().tones.clear();
+        return 0;
+    });
 }
 
 __attribute__((visibility("default"))) void qssim_set_noise(int id, double dbmPerHz) {
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    if (SimDevice* dev = DeviceLocked(id)) dev->GetScene().noiseDbmPerHz = dbmPerHz;
+    WithModel(id, [&](SimDevice& dev) {
+        dev.GetScene().noiseDbmPerHz = dbmPerHz;
+        return 0;
+    });
 }
 
 __attribute__((visibility("default"))) void qssim_set_access_denied(int id, int denied) {
@@ -183,7 +221,8 @@ __attribute__((visibility("default"))) int qssim_get_command(int id, int index, 
 }
 
 __attribute__((visibility("default"))) void qssim_set_pacing(int id, int realtime) {
-    WithFirmware(id, [&](Firmware& fw) { fw.SetPacing(realtime != 0); });
+    const int pacing = realtime == QSSIM_PACE_STREAMS ? kPaceStreams : realtime ? kPaceRealTime : kPaceFree;
+    WithFirmware(id, [&](Firmware& fw) { fw.SetPacing(pacing); });
 }
 
 __attribute__((visibility("default"))) void qssim_stall_transfer(int id, int endpoint) {
@@ -253,33 +292,29 @@ __attribute__((visibility("default"))) int qssim_flash_write(int id, unsigned of
 
 __attribute__((visibility("default"))) int qssim_set_flash_image(int id, int kind) {
     if (kind < QSSIM_FLASH_CALIBRATED || kind > QSSIM_FLASH_BLANK_HEADER) return -1;
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* dev = DeviceLocked(id);
-    if (!dev) return -1;
-    dev->Factory().SetKind(kind);
-    dev->GetFirmware().RewriteFlash();
-    return 0;
+    return WithModel(id, [&](SimDevice& dev) {
+        dev.Factory().SetKind(kind);
+        dev.GetFirmware().RewriteFlash();
+        return 0;
+    });
 }
 
 __attribute__((visibility("default"))) int qssim_set_timebase_slots(int id, int used, double ppm) {
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* dev = DeviceLocked(id);
-    if (!dev || !dev->Factory().SetTimebaseSlots(used, ppm)) return -1;
-    dev->Factory().SetKind(QSSIM_FLASH_CALIBRATED);
-    dev->GetFirmware().RewriteFlash();
-    return 0;
+    return WithModel(id, [&](SimDevice& dev) {
+        if (!dev.Factory().SetTimebaseSlots(used, ppm)) return -1;
+        dev.Factory().SetKind(QSSIM_FLASH_CALIBRATED);
+        dev.GetFirmware().RewriteFlash();
+        return 0;
+    });
 }
 
 __attribute__((visibility("default"))) int qssim_set_larch_if_centre(int id, double hz) {
     if (!std::isfinite(hz)) return -1;
-    World& world = GetWorld();
-    std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* dev = DeviceLocked(id);
-    if (!dev || !dev->Factory().SetLarchIfCentre(hz)) return -1;
-    dev->GetFirmware().RewriteFlash();
-    return 0;
+    return WithModel(id, [&](SimDevice& dev) {
+        if (!dev.Factory().SetLarchIfCentre(hz)) return -1;
+        dev.GetFirmware().RewriteFlash();
+        return 0;
+    });
 }
 
 }  // extern "C"

@@ -172,9 +172,7 @@ void HandleEvents(const timeval* tv, int* completed) {
             return;
         }
         if (now >= until) return;
-        // Data may also appear with time (a paced device), so wake at least
-        // every millisecond.
-        nextDeadline = std::min(nextDeadline, now + std::chrono::milliseconds(1));
+        // A device's thread signals every packet it makes.
         world.changed.wait_until(hold, nextDeadline);
     }
 }
@@ -375,7 +373,7 @@ QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned cha
             sim->ReadTimedOut(endpoint);
             return LIBUSB_ERROR_TIMEOUT;
         }
-        world.changed.wait_until(hold, std::min(deadline, now + std::chrono::milliseconds(1)));
+        world.changed.wait_until(hold, deadline);
     }
 }
 
