@@ -33,7 +33,7 @@ public:
     qsStatus TransferStatus() const { return m_usb->TransferStatus(); }
 };
 
-struct SweepRequest {
+struct MapleSweep {
     double start;
     double stop;
     double rbw = 9863.28125;  // a native FFT of exactly 16384
@@ -61,7 +61,7 @@ protected:
         qssim_reset();
     }
 
-    qsStatus Plan(const SweepRequest& r) {
+    qsStatus Plan(const MapleSweep& r) {
         SettingsMaple staging;
         EXPECT_EQ(staging.ConfigCenterSpan((r.start + r.stop) * 0.5, r.stop - r.start), qsNoError);
         staging.ConfigSweepCoupling(r.rbw, r.vbw, r.sweepTime, r.shape, r.imageReject ? 1 : 0);
@@ -146,7 +146,7 @@ TEST_F(MaplePlanning, WideSweepChain) {
 
 TEST_F(MaplePlanning, ImageRejectionChain) {
     Open(QSSIM_PID_MAPLE_REV1);
-    SweepRequest r{1.0e9, 1.1e9};
+    MapleSweep r{1.0e9, 1.1e9};
     r.sweepTime = 0.01;
     r.imageReject = true;
     Plan(r);
@@ -172,7 +172,7 @@ TEST_F(MaplePlanning, ImageRejectionChain) {
 
 TEST_F(MaplePlanning, NarrowSweepChain) {
     Open(QSSIM_PID_MAPLE_REV1);
-    SweepRequest r{99.995e6, 100.005e6};
+    MapleSweep r{99.995e6, 100.005e6};
     r.rbw = r.vbw = 100.0;
     Plan(r);
     const SweepInfo& si = Info();
@@ -213,7 +213,7 @@ TEST_F(MaplePlanning, NarrowSweepChain) {
 TEST_F(MaplePlanning, NarrowSweepWithRejectionLooksTwice800kHzApart) {
     for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
         Open(pid);
-        SweepRequest r{99.995e6, 100.005e6};
+        MapleSweep r{99.995e6, 100.005e6};
         r.rbw = r.vbw = 100.0;
         r.imageReject = true;
         Plan(r);
@@ -231,7 +231,7 @@ TEST_F(MaplePlanning, NarrowSweepWithRejectionLooksTwice800kHzApart) {
 
 TEST_F(MaplePlanning, NarrowSweepInTheLowBandTunesToTheRFItself) {
     Open(QSSIM_PID_MAPLE_REV2);
-    SweepRequest r{1.0e6, 1.01e6};
+    MapleSweep r{1.0e6, 1.01e6};
     r.rbw = r.vbw = 100.0;
     Plan(r);
     const SweepInfo& si = Info();
@@ -263,7 +263,7 @@ TEST_F(MaplePlanning, NarrowRatioFromSpanAndBinSize) {
         {100e3, 10000.0, 50.0, 256},
     };
     for (const Case& c : cases) {
-        SweepRequest r{c.start, c.start + c.span};
+        MapleSweep r{c.start, c.start + c.span};
         r.rbw = r.vbw = c.rbw;
         Plan(r);
         EXPECT_EQ(Info().dsRatio, c.dsRatio) << c.start << " " << c.span << " " << c.rbw;
@@ -276,13 +276,13 @@ TEST_F(MaplePlanning, FineResolutionAddsPacketsPerStep) {
     Open(QSSIM_PID_MAPLE_REV1);
     // A wide sweep below 800 Hz RBW: 29 packets for the transforms, 4 more,
     // so the solver gives 48 and not 32.
-    SweepRequest wide{1.0e9, 1.001e9};
+    MapleSweep wide{1.0e9, 1.001e9};
     wide.rbw = wide.vbw = 615.0;
     Plan(wide);
     EXPECT_EQ(Info().dsRatio, 1);
     EXPECT_EQ(Info().ppf, 48);
     // A narrow sweep needing 18 packets takes 32, then 4 more.
-    SweepRequest narrow{100e6, 100.1e6};
+    MapleSweep narrow{100e6, 100.1e6};
     narrow.rbw = narrow.vbw = 1000.0;
     Plan(narrow);
     EXPECT_EQ(Info().dsRatio, 16);
@@ -349,7 +349,7 @@ TEST_F(MaplePlanning, StepsWalkTheRowsInOrderAcrossTheNarrowRow) {
 
 TEST_F(MaplePlanning, AStepOnARowsTopEdgeStaysInThatRow) {
     Open(QSSIM_PID_MAPLE_REV1);
-    SweepRequest r{1.85e9, 1.95e9};
+    MapleSweep r{1.85e9, 1.95e9};
     r.imageReject = true;
     Plan(r);
     // 1.89 GHz is row 1's top edge: the walk keeps it in row 1, though a
@@ -367,7 +367,7 @@ TEST_F(MaplePlanning, AStepOnARowsTopEdgeStaysInThatRow) {
 
 TEST_F(MaplePlanning, RowEightKeepsItsOscillatorsWithRejectionOrAManualOffset) {
     Open(QSSIM_PID_MAPLE_REV1);
-    SweepRequest r{5.65e9, 5.75e9};
+    MapleSweep r{5.65e9, 5.75e9};
     r.imageReject = true;
     Plan(r);
     EXPECT_EQ(Info().initialBand, 8);
@@ -434,7 +434,7 @@ TEST_F(MaplePlanning, RBWAboveSpanIsRefusedWithThePlanUntouched) {
     Open(QSSIM_PID_MAPLE_REV1);
     Plan({100e6, 200e6});
     const DeviceCommand before = device->Command();
-    SweepRequest r{100e6, 100.01e6};
+    MapleSweep r{100e6, 100.01e6};
     r.rbw = r.vbw = 20000.0;
     EXPECT_EQ(Plan(r), qsBandwidthErr);
     EXPECT_EQ(Info().fftSize, 16384);
@@ -447,13 +447,13 @@ TEST_F(MaplePlanning, RBWAboveSpanIsRefusedWithThePlanUntouched) {
 TEST_F(MaplePlanning, DeviceAnswersTheCommandWithThePlannedBlocks) {
     Open(QSSIM_PID_MAPLE_REV2);
     struct Case {
-        SweepRequest r;
+        MapleSweep r;
         int blocks;
     };
-    SweepRequest narrow{99.995e6, 100.005e6};
+    MapleSweep narrow{99.995e6, 100.005e6};
     narrow.rbw = narrow.vbw = 100.0;
-    SweepRequest rows{5.55e9, 5.65e9};
-    SweepRequest reject{1.0e9, 1.1e9};
+    MapleSweep rows{5.55e9, 5.65e9};
+    MapleSweep reject{1.0e9, 1.1e9};
     reject.sweepTime = 0.01;
     reject.imageReject = true;
     const Case cases[] = {{{100e6, 200e6}, 1}, {rows, 1}, {reject, 3}, {narrow, 12}};

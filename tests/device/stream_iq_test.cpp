@@ -155,8 +155,8 @@ TEST_F(LarchIQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
 
 namespace {
 
-constexpr int kBlock = 299008;
-constexpr int kRawStep = 1048576;
+constexpr int kIqBlock = 299008;
+constexpr int kIqRawStep = 1048576;
 
 // Trigger positions come out of qsGetIQ at the raw run position plus the
 // calibrated trigger delay plus the filters' delay, divided down to output
@@ -169,13 +169,13 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
     // the few steps read here even on a slow build. A block that reached
     // the host before its stream was ready is dropped there: the data then
     // start a block later, which the checks below allow.
-    ASSERT_EQ(qssim_add_trigger(sim, 2 * kBlock + 1234), 0);
+    ASSERT_EQ(qssim_add_trigger(sim, 2 * kIqBlock + 1234), 0);
     ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, QS_STREAM_FLAG_DIRECT), qsNoError);
-    std::vector<float> raw(kRawStep);
+    std::vector<float> raw(kIqRawStep);
     std::vector<int> rawTriggers(62);
     ASSERT_EQ(qsFetchRaw(h, raw.data(), rawTriggers.data()), qsNoError);
     // The simulated calibration puts the delay at 92 + 1.3 per LO row.
-    const int calDelay = ((rawTriggers[0] - 1234) % kBlock + kBlock) % kBlock;
+    const int calDelay = ((rawTriggers[0] - 1234) % kIqBlock + kIqBlock) % kIqBlock;
     ASSERT_GE(calDelay, 92);
     ASSERT_LE(calDelay, 92 + 13);
     ASSERT_EQ(qsAbort(h), qsNoError);
@@ -191,21 +191,21 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
     for (const Case& c : {Case{8, 2e6, 512}, Case{512, 40e3, 8704 + (256 << 8)}}) {
         SCOPED_TRACE(c.decimation);
         std::vector<long long> run = {
-            2 * kBlock + 5000,
-            2 * kBlock + 18688 * 3 + 2,  // a packet's first samples
-            4 * kBlock - 40,             // carried into the next block
-            5 * kBlock + 37376 * 5 + 18688 + 100,
-            2 * kRawStep - 30,  // across an output step
+            2 * kIqBlock + 5000,
+            2 * kIqBlock + 18688 * 3 + 2,  // a packet's first samples
+            4 * kIqBlock - 40,             // carried into the next block
+            5 * kIqBlock + 37376 * 5 + 18688 + 100,
+            2 * kIqRawStep - 30,  // across an output step
             // The device reports one event per packet: these are packets apart.
-            2 * kRawStep + 18688 * 2 + 9,
-            2 * kRawStep + 18688 * 3 + 10,
+            2 * kIqRawStep + 18688 * 2 + 9,
+            2 * kIqRawStep + 18688 * 3 + 10,
             // Across a block boundary after an earlier trigger of the block:
             // listed with that block, past its end.
-            6 * kBlock + 1000,
-            7 * kBlock - 20,
+            6 * kIqBlock + 1000,
+            7 * kIqBlock - 20,
             // Reported in the block before (a packet's first samples), the
             // only one there: carried.
-            9 * kBlock + 3,
+            9 * kIqBlock + 3,
         };
         std::sort(run.begin(), run.end());
         for (long long p : run) ASSERT_EQ(qssim_add_trigger(sim, p), 0);
@@ -214,7 +214,7 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
         int len = 0;
         ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, nullptr), qsNoError);
         const int factor = 2 * c.decimation;  // raw samples per output sample
-        ASSERT_EQ(len, kRawStep / factor);
+        ASSERT_EQ(len, kIqRawStep / factor);
 
         // Odd packet sizes: positions count from each packet's start.
         const int total = 3 * len;
@@ -237,7 +237,7 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
         bool found = false;
         for (int dropped = 0; dropped < 3; ++dropped) {
             for (long long p : run)
-                expect[dropped].push_back((p - dropped * kBlock + calDelay + c.filterDelay) / factor);
+                expect[dropped].push_back((p - dropped * kIqBlock + calDelay + c.filterDelay) / factor);
             found = found || seen == expect[dropped];
         }
         if (!found) {

@@ -29,8 +29,8 @@
 
 namespace {
 
-constexpr int PKT = 18688;
-constexpr int BLOCK = 16 * PKT;
+constexpr int kSweepPacket = 18688;
+constexpr int kSweepBlock = 16 * kSweepPacket;
 
 // Ends the process with a failure if a test's engine work does not finish
 // in time, so a deadlock fails instead of hanging the suite.
@@ -60,14 +60,14 @@ private:
     std::thread t;
 };
 
-struct Rig {
+struct SweepRig {
     qs::SettingsMaple settings;
     qs::SweepInfo info;
-    Rig(int fft, int ppf, int steps, int ifOffset = 0) {
+    SweepRig(int fft, int ppf, int steps, int ifOffset = 0) {
         info.fftSize = fft;
         info.zeroPadAmount = 0;
         info.ppf = ppf;
-        info.chunkSize = ppf * PKT;
+        info.chunkSize = ppf * kSweepPacket;
         info.stepCount = steps;
         info.dsRatio = 1;
         info.IFOffset = ifOffset;
@@ -96,7 +96,7 @@ struct Rig {
 
 // One sweep of samples: chunk c carries a tone at each of tones[c]'s bins
 // (none for an empty list) over a little pseudo-random noise.
-std::vector<Ipp16s> sweep_samples(const Rig& r, const std::vector<std::vector<int>>& tones, unsigned seed) {
+std::vector<Ipp16s> sweep_samples(const SweepRig& r, const std::vector<std::vector<int>>& tones, unsigned seed) {
     const int n = r.info.chunkSize;
     std::vector<Ipp16s> s(size_t(r.info.stepCount) * size_t(n));
     unsigned x = seed * 2654435761u + 1;
@@ -111,7 +111,7 @@ std::vector<Ipp16s> sweep_samples(const Rig& r, const std::vector<std::vector<in
     return s;
 }
 
-std::vector<double> test_corrections(const Rig& r, bool linear) {
+std::vector<double> test_corrections(const SweepRig& r, bool linear) {
     std::vector<double> c(size_t(r.info.stepCount * r.f4()));
     for (size_t i = 0; i < c.size(); ++i) c[i] = linear ? 1.0 + 0.01 * double(i % 13) : 0.25 * double(i % 7) - 0.5;
     return c;
@@ -119,7 +119,7 @@ std::vector<double> test_corrections(const Rig& r, bool linear) {
 
 // The patch of each chunk from a VideoIIR run directly, with the chunk's
 // correction applied.
-std::vector<std::vector<double>> reference_patches(const Rig& r, const std::vector<Ipp16s>& s,
+std::vector<std::vector<double>> reference_patches(const SweepRig& r, const std::vector<Ipp16s>& s,
                                                    const std::vector<double>& corr, bool wantMax) {
     qs::VideoIIR v(&r.settings, &r.info);
     const int n = r.info.chunkSize, f4 = r.f4();
@@ -144,7 +144,7 @@ std::vector<std::vector<double>> reference_patches(const Rig& r, const std::vect
 std::vector<int> feed(qs::SweepEngine& e, std::vector<Ipp16s>& s, int ppf) {
     std::vector<int> rets;
     int index = 0;
-    for (size_t at = 0; at < s.size(); at += BLOCK) rets.push_back(index = e.Store(s.data() + at, ppf, index));
+    for (size_t at = 0; at < s.size(); at += kSweepBlock) rets.push_back(index = e.Store(s.data() + at, ppf, index));
     return rets;
 }
 
@@ -154,7 +154,7 @@ struct Trace {
 
 // One fetch: a feeding thread stores the sweep while this thread blocks in
 // GetSweep, as on a device.
-Trace fetch(qs::SweepEngine& e, const Rig& r, std::vector<Ipp16s>& s, const std::vector<double>& corr) {
+Trace fetch(qs::SweepEngine& e, const SweepRig& r, std::vector<Ipp16s>& s, const std::vector<double>& corr) {
     Trace t{std::vector<double>(size_t(r.info.traceLen)), std::vector<double>(size_t(r.info.traceLen))};
     std::thread feeder([&] { feed(e, s, r.info.ppf); });
     EXPECT_EQ(e.GetSweep(t.min.data(), t.max.data(), corr), qsNoError);
@@ -163,7 +163,7 @@ Trace fetch(qs::SweepEngine& e, const Rig& r, std::vector<Ipp16s>& s, const std:
 }
 
 // Concatenation of the patches from firstPatchSkipCnt, traceLen values.
-std::vector<double> stitched(const Rig& r, const std::vector<std::vector<double>>& patches) {
+std::vector<double> stitched(const SweepRig& r, const std::vector<std::vector<double>>& patches) {
     std::vector<double> all;
     for (const auto& p : patches) all.insert(all.end(), p.begin(), p.end());
     return std::vector<double>(all.begin() + r.info.firstPatchSkipCnt,
@@ -176,7 +176,7 @@ TEST(SweepEngine, StoreCountsPacketsAndCompletesChunks) {
     Watchdog wd(60);
     {
         // ppf 4: one block holds four whole chunks. The float fetch narrows.
-        Rig r(256, 4, 4, 1);
+        SweepRig r(256, 4, 4, 1);
         qs::SweepEngine_Maple e(&r.info, &r.settings);
         auto s = sweep_samples(r, {{50}, {}, {}, {70}}, 1);
         std::vector<double> corr = test_corrections(r, false);
@@ -188,16 +188,16 @@ TEST(SweepEngine, StoreCountsPacketsAndCompletesChunks) {
     }
     {
         // ppf 48: a chunk spans three blocks and only the third completes it.
-        Rig r(256, 48, 1);
+        SweepRig r(256, 48, 1);
         qs::SweepEngine_Maple e(&r.info, &r.settings);
         auto s = sweep_samples(r, {{40}}, 2);
         std::vector<double> corr = test_corrections(r, false);
         std::vector<double> mn(static_cast<size_t>(r.info.traceLen)), mx(static_cast<size_t>(r.info.traceLen));
         auto got = std::async(std::launch::async, [&] { return e.GetSweep(mn.data(), mx.data(), corr); });
         EXPECT_EQ(e.Store(s.data(), 48, 0), 16);
-        EXPECT_EQ(e.Store(s.data() + BLOCK, 48, 16), 32);
+        EXPECT_EQ(e.Store(s.data() + kSweepBlock, 48, 16), 32);
         EXPECT_EQ(got.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-        EXPECT_EQ(e.Store(s.data() + 2 * BLOCK, 48, 32), 0);
+        EXPECT_EQ(e.Store(s.data() + 2 * kSweepBlock, 48, 32), 0);
         EXPECT_EQ(got.get(), qsNoError);
         EXPECT_EQ(mx, stitched(r, reference_patches(r, s, corr, true)));
     }
@@ -205,7 +205,7 @@ TEST(SweepEngine, StoreCountsPacketsAndCompletesChunks) {
 
 TEST(SweepEngine, OneAndFourWorkersGiveTheSameTracesSweepAfterSweep) {
     Watchdog wd(120);
-    Rig r(256, 2, 8, 3);
+    SweepRig r(256, 2, 8, 3);
     std::vector<double> corr = test_corrections(r, false);
     std::vector<std::vector<Trace>> byWorkers;
     for (int workers : {1, 4}) {
@@ -232,7 +232,7 @@ TEST(SweepEngine, OneAndFourWorkersGiveTheSameTracesSweepAfterSweep) {
 
 TEST(SweepEngine, StitchesPatchesWithOffsetsSkipAndFlippedRows) {
     Watchdog wd(60);
-    Rig r(256, 4, 4, 5);  // f4 64, f8 32
+    SweepRig r(256, 4, 4, 5);  // f4 64, f8 32
     r.info.firstPatchSkipCnt = 7;
     r.info.traceLen = 4 * 64 - 7 - 10;
     r.SetPatch(2, 3, -6, false);
@@ -263,7 +263,7 @@ TEST(SweepEngine, StitchesPatchesWithOffsetsSkipAndFlippedRows) {
 TEST(SweepEngine, CorrectionsAddInDecibelsAndMultiplyLinearly) {
     Watchdog wd(60);
     for (bool linear : {false, true}) {
-        Rig r(256, 4, 4, 2);
+        SweepRig r(256, 4, 4, 2);
         r.settings.SetLogScale(!linear);
         auto s = sweep_samples(r, {{50}, {}, {40}, {}}, 5);
         std::vector<double> corr = test_corrections(r, linear), none(corr.size(), linear ? 1.0 : 0.0);
@@ -283,7 +283,7 @@ TEST(SweepEngine, CorrectionsAddInDecibelsAndMultiplyLinearly) {
 
 TEST(SweepEngine, LowBandPatchRepeatsItsFirstHalf) {
     Watchdog wd(60);
-    Rig r(256, 4, 4);
+    SweepRig r(256, 4, 4);
     r.SetPatch(0, 0, 0, false);
     r.info.initialBand = 0;
     std::vector<double> corr = test_corrections(r, false);
@@ -305,7 +305,7 @@ TEST(SweepEngine, RejectionKeepsThePerBinMinimumOfNeighbouringChunks) {
     Watchdog wd(60);
     for (int initialBand : {1, 0}) {
         SCOPED_TRACE(initialBand);
-        Rig r(256, 4, 4);  // f4 64, f8 32; pairs give 3 x 32 values
+        SweepRig r(256, 4, 4);  // f4 64, f8 32; pairs give 3 x 32 values
         r.settings.SetImageReject(true);
         r.info.initialBand = initialBand;
         if (initialBand == 0) r.SetPatch(0, 0, 0, false);
@@ -342,7 +342,7 @@ TEST(SweepEngine, RejectionKeepsThePerBinMinimumOfNeighbouringChunks) {
         }
     }
     // One step: nothing to pair, the corrected chunk is delivered.
-    Rig r(256, 16, 1);
+    SweepRig r(256, 16, 1);
     r.settings.SetImageReject(true);
     std::vector<double> corr = test_corrections(r, false);
     auto s = sweep_samples(r, {{44}}, 8);
@@ -353,7 +353,7 @@ TEST(SweepEngine, RejectionKeepsThePerBinMinimumOfNeighbouringChunks) {
 
 TEST(SweepEngine, BandZeroCalDeliversHalfTheTransformUncorrected) {
     Watchdog wd(60);
-    Rig r(256, 16, 1);
+    SweepRig r(256, 16, 1);
     r.SetPatch(0, 0, 0, false);
     r.info.traceLen = 128;
     auto s = sweep_samples(r, {{3, 100}}, 10);
@@ -373,7 +373,7 @@ TEST(SweepEngine, DestructionNeverHangs) {
     Watchdog wd(60);
     // Workers waiting for a first chunk; one per step, up to four.
     for (int steps : {1, 3, 4, 5, 8}) {
-        Rig r(256, 16, steps);
+        SweepRig r(256, 16, steps);
         for (int workers : {1, 4}) {
             qs::SweepEngine_Maple e(&r.info, &r.settings, workers);
             EXPECT_EQ(e.ThreadCount(), std::min(steps, workers));
@@ -381,14 +381,14 @@ TEST(SweepEngine, DestructionNeverHangs) {
     }
     // Part of a sweep stored: workers busy or waiting on later chunks.
     {
-        Rig r(256, 2, 16);
+        SweepRig r(256, 2, 16);
         auto s = sweep_samples(r, {}, 11);
         qs::SweepEngine_Maple e(&r.info, &r.settings);
         e.Store(s.data(), 2, 0);
     }
     // As many workers as chunks, between sweeps and in the middle of one.
     {
-        Rig r(256, 4, 4);
+        SweepRig r(256, 4, 4);
         std::vector<double> corr = test_corrections(r, false);
         auto s = sweep_samples(r, {{40}}, 12);
         qs::SweepEngine_Maple e(&r.info, &r.settings);
@@ -396,7 +396,7 @@ TEST(SweepEngine, DestructionNeverHangs) {
         fetch(e, r, s, corr);
     }
     {
-        Rig r(256, 8, 4);
+        SweepRig r(256, 8, 4);
         auto s = sweep_samples(r, {{40}}, 13);
         qs::SweepEngine_Maple e(&r.info, &r.settings);
         e.Store(s.data(), 8, 0);
@@ -405,7 +405,7 @@ TEST(SweepEngine, DestructionNeverHangs) {
 
 TEST(SweepEngine, DataPathDoesNotAllocate) {
     Watchdog wd(60);
-    Rig r(256, 2, 8, 2);
+    SweepRig r(256, 2, 8, 2);
     std::vector<double> corr = test_corrections(r, false);
     auto s = sweep_samples(r, {{40}, {}, {50}}, 14);
     std::vector<double> mn(static_cast<size_t>(r.info.traceLen)), mx(static_cast<size_t>(r.info.traceLen));
@@ -416,7 +416,7 @@ TEST(SweepEngine, DataPathDoesNotAllocate) {
     std::thread feeder([&] {
         int index = 0;
         const long before = qs_test::Allocations();
-        for (size_t at = 0; at < s.size(); at += BLOCK) index = e.Store(s.data() + at, r.info.ppf, index);
+        for (size_t at = 0; at < s.size(); at += kSweepBlock) index = e.Store(s.data() + at, r.info.ppf, index);
         inStore = qs_test::Allocations() - before;
     });
     const long before = qs_test::Allocations();
@@ -437,7 +437,7 @@ TEST(SweepEngine, DataPathDoesNotAllocate) {
 // regular chunk, in both arrays.
 TEST(SweepEngineLarch, ResidualPatchesRepairTheRegularOnes) {
     Watchdog wd(60);
-    Rig r(256, 4, 4);  // f4 64; chunks 0, 1 residual, 2, 3 regular
+    SweepRig r(256, 4, 4);  // f4 64; chunks 0, 1 residual, 2, 3 regular
     r.info.traceLen = 2 * 64 - 5;
     r.info.firstPatchSkipCnt = 5;
     qs::ResidualInfo rps;
@@ -467,7 +467,7 @@ TEST(SweepEngineLarch, RejectionPairsTheRegularChunksAndResidualsOnlyLower) {
     Watchdog wd(60);
     for (int id : {0, 4}) {
         SCOPED_TRACE(id);
-        Rig r(256, 4, 4);  // f4 64, f8 32, q 8; chunk 0 residual, 1..3 regular
+        SweepRig r(256, 4, 4);  // f4 64, f8 32, q 8; chunk 0 residual, 1..3 regular
         r.settings.SetImageReject(true);
         r.info.traceLen = 2 * 32;
         qs::ResidualInfo rps;
@@ -503,7 +503,7 @@ TEST(SweepEngineLarch, RejectionPairsTheRegularChunksAndResidualsOnlyLower) {
 // each maximum patch, no correction; pass after pass on one engine.
 TEST(SweepEngineLarch, CalSweepTakesThePeakOfEachOfTheChunks) {
     Watchdog wd(60);
-    Rig r(1024, 1, 288, -128);
+    SweepRig r(1024, 1, 288, -128);
     r.settings.SetDetector(QS_DETECTOR_AVERAGE);
     std::vector<std::vector<int>> tones;
     for (int c = 0; c < 288; ++c) tones.push_back(c % 5 == 0 ? std::vector<int>{} : std::vector<int>{100 + c % 50});

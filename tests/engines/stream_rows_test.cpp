@@ -9,7 +9,7 @@
 namespace qs {
 namespace {
 
-constexpr int kBlock = 299008;
+constexpr int kRowsBlock = 299008;
 constexpr int kStep = 1048576;
 
 constexpr int kRows = IQStream::OUTPUT_STEPS;  // 60
@@ -57,7 +57,7 @@ TEST(StreamRows, BlocksTileTheStepsAndRowsWrapClean) {
     for (int b = 0; b < 256; ++b) {
         const int t[17] = {10};
         rows.AddTriggers(t, 0);
-        const long long at = static_cast<long long>(b) * kBlock + 10;
+        const long long at = static_cast<long long>(b) * kRowsBlock + 10;
         const int step = static_cast<int>((at - 1) / kStep);
         const int r = step % kRows;
         if (lastStep[r] != step) expect[r].clear();
@@ -80,7 +80,7 @@ TEST(StreamRows, ARowKeepsAtMost62AndDropsTheRest) {
         rows.AddTriggers(t, 0);
     }
     EXPECT_EQ(Row(rows, 0).size(), 62u);
-    EXPECT_EQ(rows.trigger_list[0][61], 3 * kBlock + 11000);
+    EXPECT_EQ(rows.trigger_list[0][61], 3 * kRowsBlock + 11000);
     EXPECT_TRUE(Row(rows, 1).empty());
 }
 
@@ -117,7 +117,7 @@ namespace {
 // the next one stored after it made room, with triggers where they belong.
 TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
     DirectStream stream(nullptr, nullptr);
-    std::vector<Ipp16s> block(kBlock);
+    std::vector<Ipp16s> block(kRowsBlock);
     auto store = [&](int b) {
         block[0] = static_cast<Ipp16s>(b);  // the block's number in its first sample
         const int t[17] = {100};
@@ -132,19 +132,19 @@ TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
         ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
         for (int i = 0; i < 62 && triggers[i] != 0; ++i)
             positions.push_back(static_cast<long long>(step) * kStep + triggers[i]);
-        for (long long b = (static_cast<long long>(step) * kStep + kBlock - 1) / kBlock;
-             b * kBlock < (step + 1LL) * kStep; ++b)
-            ASSERT_EQ(out[static_cast<size_t>(b * kBlock - step * kStep)], b / 32768.0f) << b;
+        for (long long b = (static_cast<long long>(step) * kStep + kRowsBlock - 1) / kRowsBlock;
+             b * kRowsBlock < (step + 1LL) * kStep; ++b)
+            ASSERT_EQ(out[static_cast<size_t>(b * kRowsBlock - step * kStep)], b / 32768.0f) << b;
     }
     for (int b = 300; b < 304; ++b) store(b);
     ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
-    EXPECT_EQ(out[static_cast<size_t>(251 * kBlock - 71 * kStep)], 251 / 32768.0f);
-    EXPECT_EQ(out[static_cast<size_t>(252 * kBlock - 71 * kStep)], 300 / 32768.0f);
+    EXPECT_EQ(out[static_cast<size_t>(251 * kRowsBlock - 71 * kStep)], 251 / 32768.0f);
+    EXPECT_EQ(out[static_cast<size_t>(252 * kRowsBlock - 71 * kStep)], 300 / 32768.0f);
     for (int i = 0; i < 62 && triggers[i] != 0; ++i)
         positions.push_back(71LL * kStep + triggers[i]);
     ASSERT_GE(positions.size(), 253u);
     for (size_t k = 0; k < positions.size(); ++k)
-        EXPECT_EQ(positions[k], static_cast<long long>(k) * kBlock + 100) << k;
+        EXPECT_EQ(positions[k], static_cast<long long>(k) * kRowsBlock + 100) << k;
 }
 
 }  // namespace

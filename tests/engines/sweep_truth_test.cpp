@@ -12,7 +12,7 @@
 
 namespace {
 
-struct Trace {
+struct TruthTrace {
     std::vector<double> min, max;
     double start = 0.0, bin = 0.0;
     qsStatus status = qsNoError;
@@ -30,13 +30,13 @@ struct Trace {
 // devices.
 class TruthBase {
 protected:
-    Trace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
+    TruthTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
                 unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
         EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
         EXPECT_EQ(qsConfigureLevel(h, refDbm, QS_ATTEN_AUTO), qsNoError);
         EXPECT_EQ(qsConfigureAcquisition(h, detector, scale), qsNoError);
         EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, rejection), 0);
-        Trace t;
+        TruthTrace t;
         t.status = qsInitiate(h, QS_MODE_SWEEP, 0);
         EXPECT_EQ(t.status, qsNoError);
         unsigned n = 0;
@@ -51,7 +51,7 @@ protected:
     // row whose mixing inverts the spectrum the kept bins are reversed as an
     // index run, which sets that row's spectrum one bin low: there the
     // window is one bin wider below.
-    void ExpectTone(const Trace& t, double freqHz, double levelDbm, bool flipped = false) {
+    void ExpectTone(const TruthTrace& t, double freqHz, double levelDbm, bool flipped = false) {
         ASSERT_EQ(t.status, qsNoError);
         const int k = t.Peak();
         const double below = flipped ? 2.01 : 1.01;
@@ -116,7 +116,7 @@ TEST_P(SweepTruth, TonesComeBackInEveryKindOfRow) {
 
 TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
     qssim_set_tone(id, 1.2e9, -40.0);
-    const Trace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
+    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
     ASSERT_EQ(t.status, qsNoError);
     // -40 dBm into 50 ohm, in millivolts.
     const double expectedMv = std::sqrt(1e-3 * std::pow(10.0, -40.0 / 10.0) * 50.0) * 1000.0;
@@ -127,7 +127,7 @@ TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
 
 TEST_P(SweepTruth, AverageDetectorGivesOneTrace) {
     qssim_set_tone(id, 1.2e9, -40.0);
-    const Trace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     EXPECT_EQ(t.min, t.max);
     EXPECT_NEAR(t.max[t.Peak()], -40.0, 1.0);
@@ -144,7 +144,7 @@ TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     const double rbw = 10e3;
     qssim_set_tone(id, 1.3e9, -40.0);
     qssim_set_tone(id, 1.3e9 + 5 * rbw, -40.0);
-    const Trace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
+    const TruthTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
     ASSERT_EQ(t.status, qsNoError);
     auto levelNear = [&](double f) {
         const int i = static_cast<int>(std::lround((f - t.start) / t.bin));
@@ -181,7 +181,7 @@ TEST_P(SweepTruth, NarrowSpansReadTheToneBack) {
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 100e3), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 1e3, 1e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_IMAGE), qsNoError);
     ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    Trace t;
+    TruthTrace t;
     unsigned n = 0;
     ASSERT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
     t.min.resize(n);
@@ -285,7 +285,7 @@ TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spur);
-        const Trace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
+        const TruthTrace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
         ASSERT_EQ(t.status, qsNoError);
         const int at = static_cast<int>(std::lround((c.spur - t.start) / t.bin));
         const double near = *std::max_element(t.max.begin() + at - 5, t.max.begin() + at + 6);

@@ -14,8 +14,8 @@ namespace {
 // Guards the field list of settings_fields.h: a new field changes the size.
 static_assert(sizeof(Settings) == 264, "new Settings field: add it to QS_SETTINGS_FIELDS");
 
-double Below(double v) { return std::nextafter(v, -INFINITY); }
-double Above(double v) { return std::nextafter(v, INFINITY); }
+double JustBelow(double v) { return std::nextafter(v, -INFINITY); }
+double JustAbove(double v) { return std::nextafter(v, INFINITY); }
 
 // A value unlike any default of either model in every field.
 void Scramble(Settings& s) {
@@ -126,10 +126,10 @@ TEST(SettingsCenterSpan, ExactEdgesPassAndTheNextValueFails) {
     EXPECT_EQ(s.ConfigCenterSpan(6.4e9 - 10.0, 20.0), qsNoError);
     EXPECT_EQ(s.Stop(), 6.4e9);
 
-    ExpectRefused<SettingsMaple>(qsInvalidSpanErr, [](Settings& x) { return x.ConfigCenterSpan(1e9, Below(20.0)); });
+    ExpectRefused<SettingsMaple>(qsInvalidSpanErr, [](Settings& x) { return x.ConfigCenterSpan(1e9, JustBelow(20.0)); });
     ExpectRefused<SettingsMaple>(qsInvalidSpanErr, [](Settings& x) { return x.ConfigCenterSpan(1e9, 19.9); });
-    ExpectRefused<SettingsMaple>(qsFrequencyRangeErr, [](Settings& x) { return x.ConfigCenterSpan(Below(9010.0), 20.0); });
-    ExpectRefused<SettingsLarch>(qsFrequencyRangeErr, [](Settings& x) { return x.ConfigCenterSpan(Above(6.4e9 - 10.0), 20.0); });
+    ExpectRefused<SettingsMaple>(qsFrequencyRangeErr, [](Settings& x) { return x.ConfigCenterSpan(JustBelow(9010.0), 20.0); });
+    ExpectRefused<SettingsLarch>(qsFrequencyRangeErr, [](Settings& x) { return x.ConfigCenterSpan(JustAbove(6.4e9 - 10.0), 20.0); });
     // Span is tested first.
     ExpectRefused<SettingsLarch>(qsInvalidSpanErr, [](Settings& x) { return x.ConfigCenterSpan(0.0, 1.0); });
 }
@@ -141,8 +141,8 @@ TEST(SettingsLevel, LarchRefusesWhereMapleClamps) {
     EXPECT_EQ(larch.Ref(), -1000.0);
     EXPECT_EQ(larch.Atten(), -5.0);
     ExpectRefused<SettingsLarch>(qsReferenceLevelErr, [](Settings& x) { return x.ConfigLevel(51.0, 0.0); });
-    ExpectRefused<SettingsLarch>(qsReferenceLevelErr, [](Settings& x) { return x.ConfigLevel(Above(50.0), Above(30.0)); });
-    ExpectRefused<SettingsLarch>(qsAttenuationErr, [](Settings& x) { return x.ConfigLevel(0.0, Above(30.0)); });
+    ExpectRefused<SettingsLarch>(qsReferenceLevelErr, [](Settings& x) { return x.ConfigLevel(JustAbove(50.0), JustAbove(30.0)); });
+    ExpectRefused<SettingsLarch>(qsAttenuationErr, [](Settings& x) { return x.ConfigLevel(0.0, JustAbove(30.0)); });
 
     SettingsMaple maple;
     EXPECT_EQ(maple.ConfigLevel(50.0, 30.0), qsNoError);
@@ -150,7 +150,7 @@ TEST(SettingsLevel, LarchRefusesWhereMapleClamps) {
     EXPECT_EQ(maple.ConfigLevel(51.0, 10.0), qsAdjustedParameter);
     EXPECT_EQ(maple.Ref(), 50.0);
     EXPECT_EQ(maple.Atten(), 10.0);
-    EXPECT_EQ(maple.ConfigLevel(Below(-150.0), Above(30.0)), qsAdjustedParameter);
+    EXPECT_EQ(maple.ConfigLevel(JustBelow(-150.0), JustAbove(30.0)), qsAdjustedParameter);
     EXPECT_EQ(maple.Ref(), -150.0);
     EXPECT_EQ(maple.Atten(), 30.0);
 }
@@ -205,9 +205,9 @@ TEST(SettingsIQ, DecimationSplitsIntoTwoPassesAbove128) {
     EXPECT_EQ(s.ConfigIQ(1, 1.0), qsClampedToLowerLimit);
     EXPECT_EQ(s.iqFirstPassBandwidth, 100.0);
     EXPECT_EQ(s.ConfigIQ(2, 50000.0), qsNoError);
-    EXPECT_EQ(s.ConfigIQ(2, Below(50000.0)), qsClampedToLowerLimit);
+    EXPECT_EQ(s.ConfigIQ(2, JustBelow(50000.0)), qsClampedToLowerLimit);
     EXPECT_EQ(s.ConfigIQ(2, 1.78e7), qsNoError);
-    EXPECT_EQ(s.ConfigIQ(2, Above(1.78e7)), qsClampedToUpperLimit);
+    EXPECT_EQ(s.ConfigIQ(2, JustAbove(1.78e7)), qsClampedToUpperLimit);
 
     for (int bad : {0, -2, 3, 96, 16384})
         ExpectRefused<SettingsMaple>(qsInvalidParameterErr, [bad](Settings& x) { return x.ConfigIQ(bad, 1e5); });
@@ -217,11 +217,11 @@ TEST(SettingsIQ, FullRateLimitDependsOnTheModel) {
     SettingsLarch larch;
     SettingsMaple maple;
     EXPECT_EQ(larch.ConfigIQ(1, 2e7), qsNoError);
-    EXPECT_EQ(larch.ConfigIQ(1, Above(2e7)), qsClampedToUpperLimit);
+    EXPECT_EQ(larch.ConfigIQ(1, JustAbove(2e7)), qsClampedToUpperLimit);
     EXPECT_EQ(larch.iqFirstPassBandwidth, 2e7);
     EXPECT_EQ(maple.ConfigIQ(1, 2.7e7), qsNoError);
     EXPECT_EQ(maple.iqFirstPassBandwidth, 2.7e7);
-    EXPECT_EQ(maple.ConfigIQ(1, Above(2.7e7)), qsClampedToUpperLimit);
+    EXPECT_EQ(maple.ConfigIQ(1, JustAbove(2.7e7)), qsClampedToUpperLimit);
 }
 
 TEST(SettingsRealTime, OutOfRangeValuesAreClampedAndReported) {
@@ -231,16 +231,16 @@ TEST(SettingsRealTime, OutOfRangeValuesAreClampedAndReported) {
     EXPECT_EQ(s.RealTimeFrameRate(), 30);
     EXPECT_EQ(s.ConfigRealTime(10.0, 4), qsNoError);
     EXPECT_EQ(s.ConfigRealTime(200.0, 30), qsNoError);
-    EXPECT_EQ(s.ConfigRealTime(Above(200.0), 30), qsAdjustedParameter);
+    EXPECT_EQ(s.ConfigRealTime(JustAbove(200.0), 30), qsAdjustedParameter);
     EXPECT_EQ(s.RealTimeFrameScale(), 200.0);
     EXPECT_EQ(s.ConfigRealTime(50.0, 3), qsAdjustedParameter);
     EXPECT_EQ(s.RealTimeFrameRate(), 4);
 
     EXPECT_EQ(s.ConfigRealTimeOverlap(0.5), qsNoError);
     EXPECT_EQ(s.ConfigRealTimeOverlap(10.0), qsNoError);
-    EXPECT_EQ(s.ConfigRealTimeOverlap(Below(0.5)), qsAdjustedParameter);
+    EXPECT_EQ(s.ConfigRealTimeOverlap(JustBelow(0.5)), qsAdjustedParameter);
     EXPECT_EQ(s.RealTimeAdvanceRate(), 0.5);
-    EXPECT_EQ(s.ConfigRealTimeOverlap(Above(10.0)), qsAdjustedParameter);
+    EXPECT_EQ(s.ConfigRealTimeOverlap(JustAbove(10.0)), qsAdjustedParameter);
     EXPECT_EQ(s.RealTimeAdvanceRate(), 10.0);
 }
 
