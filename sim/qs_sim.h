@@ -86,6 +86,13 @@ int qssim_get_command(int id, int index, unsigned char* out);
 #define QSSIM_PACE_STREAMS 2
 void qssim_set_pacing(int id, int realtime);
 
+/* Every device's clock, and so its real-time pacing, runs `factor` times
+ * slower than the instrument's (1 or more; 1 at start, or
+ * QS_SIM_SLOWDOWN from the environment): for builds whose processing
+ * cannot follow 80 MS/s, such as a thread sanitizer's, so that streams still
+ * arrive whole. */
+void qssim_set_slowdown(double factor);
+
 /* The next transfer on a data endpoint (0x81 or 0x82) gets no data and ends
  * by its time-out; the data it would have had stays in the device. */
 void qssim_stall_transfer(int id, int endpoint);

@@ -77,6 +77,10 @@ public:
 
     // A read on 0x81 or 0x82 ended by its time-out.
     void ReadTimedOut(int endpoint);
+    // Whether data for a read on 0x81 or 0x82 is on its way (Firmware::DataComing).
+    bool DataComing(int endpoint, Clock::time_point now) const {
+        return m_firmware.DataComing(endpoint == kEndpointIn2 ? 1 : 0, now);
+    }
 
     Firmware& GetFirmware() { return m_firmware; }
     // The factory calibration: the flash image and the gain model behind

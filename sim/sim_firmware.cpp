@@ -272,7 +272,7 @@ int64_t Firmware::FurthestPair() const { return std::max(m_next[0], m_next[1]); 
 
 int64_t Firmware::ProducedPairs(Clock::time_point now) const {
     if (now <= m_runStart) return 0;
-    return (now - m_runStart) / kPairPeriod;
+    return (now - m_runStart) / m_pairPeriod;
 }
 
 void Firmware::CheckOverrun(int channel, Clock::time_point now) {
@@ -286,9 +286,11 @@ void Firmware::CheckOverrun(int channel, Clock::time_point now) {
     m_overrunPending[0] = m_overrunPending[1] = true;
 }
 
+// Once stopped, the device sends what it holds and the block that echoes
+// the stop at once, so a stream ends in a few milliseconds whatever its pace.
 bool Firmware::Paced() const {
-    return m_pacing == kPaceRealTime ||
-           (m_pacing == kPaceStreams && (m_mode == kStream || m_mode == kDraining));
+    if (m_mode == kDraining) return false;
+    return m_pacing == kPaceRealTime || (m_pacing == kPaceStreams && m_mode == kStream);
 }
 
 int Firmware::Read(int channel, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now) {
@@ -338,12 +340,12 @@ bool Firmware::ChannelReady(int channel, Clock::time_point now, Clock::time_poin
         const int64_t due = ProducedPairs(now);
         if (m_threaded && m_fifoTail[channel] - m_fifoHead[channel] < kFifoPackets / 2 &&
             due > m_next[channel] + kPacketsPerChannel)
-            m_runStart += (due - m_next[channel] - kPacketsPerChannel) * kPairPeriod;
+            m_runStart += (due - m_next[channel] - kPacketsPerChannel) * m_pairPeriod;
         // Once stopped the device makes no more data, so it cannot overrun.
         if (m_mode != kDraining) CheckOverrun(channel, now);
         ApplyEvents(channel);
         if (m_next[channel] >= ProducedPairs(now)) {
-            *wakeAt = std::min(*wakeAt, m_runStart + (m_next[channel] + 1) * kPairPeriod);
+            *wakeAt = std::min(*wakeAt, m_runStart + (m_next[channel] + 1) * m_pairPeriod);
             return false;
         }
     }
@@ -368,6 +370,7 @@ bool Firmware::PrepareNext(Clock::time_point now, PacketJob* job, Clock::time_po
         m_fillGeneration = m_generation;
     }
     const int64_t pair = m_next[channel]++;
+    m_filling = channel;
     job->channel = channel;
     job->pair = pair;
     job->generation = m_generation;
@@ -404,6 +407,7 @@ void Firmware::FillPacket(PacketJob* job) {
 }
 
 void Firmware::CommitPacket(PacketJob* job) {
+    m_filling = -1;
     if (job->generation != m_generation) return;  // its run ended meanwhile
     const int channel = job->channel;
     const int64_t pair = job->pair;
@@ -432,6 +436,15 @@ void Firmware::MakeFor(int channel, Clock::time_point now) {
         FillPacket(&job);
         CommitPacket(&job);
     }
+}
+
+bool Firmware::DataComing(int channel, Clock::time_point) const {
+    if (channel < 0 || channel > 1 || m_stalls[channel] > 0) return false;
+    if (m_mode != kCounted && m_mode != kStream && m_mode != kDraining) return false;
+    if (m_fifoTail[channel] > m_fifoHead[channel] || m_filling == channel) return true;
+    const int64_t limit = m_mode == kCounted ? m_pairLimit + m_lost[channel] : m_pairLimit;
+    // Within its run a device clocks its data out, paced or not.
+    return m_next[channel] < limit;
 }
 
 void Firmware::OnReadTimedOut(int channel) {

@@ -187,9 +187,20 @@ public:
 
     // A transfer on the channel ended by its time-out.
     void OnReadTimedOut(int channel);
+    // Whether the channel has data on its way now: made, being made, or still
+    // to come in the run. A read that waits for such data has not timed out:
+    // a slow simulator (a loaded machine, a sanitizer) is not a slow device,
+    // and a device clocks out its run at its own pace.
+    bool DataComing(int channel, Clock::time_point now) const;
 
     // Faults and controls.
     void SetPacing(int pacing) { m_pacing = pacing; }
+    // The device's clock runs `factor` times slower than the instrument's
+    // (1 or more): real-time pacing at a rate a slowed host can follow.
+    void SetSlowdown(double factor) {
+        m_pairPeriod = std::chrono::nanoseconds(
+            static_cast<int64_t>(kPairPeriod.count() * (factor > 1.0 ? factor : 1.0)));
+    }
     void StallNextTransfer(int channel) { ++m_stalls[channel]; }
     void ShortenNextFlashPage(int bytes) { m_shortFlashBytes = bytes; }
     void SlipChannel2() { AddEvent(kSlip); }
@@ -251,6 +262,7 @@ private:
     uint64_t m_generation = 0;  // steps at every run's start and end
     Command m_fillRun;          // the maker's copy of the run it fills for
     uint64_t m_fillGeneration = ~uint64_t{0};
+    int m_filling = -1;  // the channel whose packet is being made, or -1
 
     Mode m_mode = kIdle;
     Command m_run;                 // the command whose output is being sent
@@ -279,6 +291,7 @@ private:
 
     bool m_slipNextRun = false;
     int m_pacing = kPaceFree;
+    std::chrono::nanoseconds m_pairPeriod = kPairPeriod;
     bool m_threaded = false;
     int m_stalls[2] = {0, 0};
     uint8_t m_portMask = 0;

@@ -39,6 +39,7 @@ int AddDeviceLocked(int productId, unsigned serial) {
     const int id = static_cast<int>(g_world.devices.size());
     g_world.devices.push_back(
         std::make_unique<SimDevice>(id, productId, serial, &g_world.lock, &g_world.changed));
+    g_world.devices.back()->GetFirmware().SetSlowdown(g_world.slowdown);
     return id;
 }
 
@@ -123,6 +124,12 @@ void JoinUnplugged() {
 World& GetWorld() {
     std::call_once(g_envOnce, [] {
         std::lock_guard<std::mutex> hold(g_world.lock);
+        // Read whether or not a control call took the scene over: it is a
+        // property of the run (a sanitizer build), not of a scene.
+        if (const char* slow = std::getenv("QS_SIM_SLOWDOWN")) {
+            const double f = std::strtod(slow, nullptr);
+            if (std::isfinite(f) && f > 1.0) g_world.slowdown = f;
+        }
         LoadEnvironment();
     });
     return g_world;
@@ -223,6 +230,13 @@ __attribute__((visibility("default"))) int qssim_get_command(int id, int index, 
 __attribute__((visibility("default"))) void qssim_set_pacing(int id, int realtime) {
     const int pacing = realtime == QSSIM_PACE_STREAMS ? kPaceStreams : realtime ? kPaceRealTime : kPaceFree;
     WithFirmware(id, [&](Firmware& fw) { fw.SetPacing(pacing); });
+}
+
+__attribute__((visibility("default"))) void qssim_set_slowdown(double factor) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    world.slowdown = std::isfinite(factor) && factor > 1.0 ? factor : 1.0;
+    for (auto& dev : world.devices) dev->GetFirmware().SetSlowdown(world.slowdown);
 }
 
 __attribute__((visibility("default"))) void qssim_stall_transfer(int id, int endpoint) {

@@ -21,6 +21,9 @@ struct World {
     // to them keep failing as "no device".
     std::vector<std::unique_ptr<SimDevice>> devices;
     bool initFailure = false;
+    // Every device's clock runs this many times slower than the instrument's
+    // (QS_SIM_SLOWDOWN, qssim_set_slowdown).
+    double slowdown = 1.0;
 };
 
 // The world, set up from QS_SIM_DEVICES and QS_SIM_TONES on first use unless

@@ -130,6 +130,11 @@ bool Progress(World& world, InFlight& f, Clock::time_point now) {
         xfr->status = LIBUSB_TRANSFER_COMPLETED;
         return true;
     }
+    // The device's thread may be slower than the device it stands for: a
+    // read's time-out counts only while no data is on its way to it.
+    if ((xfr->endpoint & LIBUSB_ENDPOINT_IN) && xfr->timeout != 0 &&
+        dev->DataComing(xfr->endpoint, now))
+        f.deadline = std::max(f.deadline, now + std::chrono::milliseconds(xfr->timeout));
     if (now >= f.deadline) {
         xfr->status = LIBUSB_TRANSFER_TIMED_OUT;
         dev->ReadTimedOut(xfr->endpoint);
@@ -353,7 +358,7 @@ QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned cha
     World& world = GetWorld();
     std::unique_lock<std::mutex> hold(world.lock);
     if (transferred) *transferred = 0;
-    const Clock::time_point deadline = DeadlineAfter(timeout);
+    Clock::time_point deadline = DeadlineAfter(timeout);
     int done = 0;
     for (;;) {
         SimDevice* sim = DeviceOf(world, handle->dev);
@@ -369,6 +374,8 @@ QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned cha
         if (transferred) *transferred = done;
         if (done == length || shortPacket) return LIBUSB_SUCCESS;
         const Clock::time_point now = Clock::now();
+        if (timeout != 0 && sim->DataComing(endpoint, now))
+            deadline = std::max(deadline, now + std::chrono::milliseconds(timeout));
         if (now >= deadline) {
             sim->ReadTimedOut(endpoint);
             return LIBUSB_ERROR_TIMEOUT;
