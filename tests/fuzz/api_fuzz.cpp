@@ -685,7 +685,8 @@ private:
             break;
         }
         case 6: {
-            const double f = m_src.Freq(), level = m_src.Chance(4) ? 10.0 : -40.0;
+            // A scene the instrument can meet: a real frequency, loud or not.
+            const double f = kFreqs[m_src.Byte() % (sizeof kFreqs / sizeof kFreqs[0])], level = m_src.Chance(4) ? 10.0 : -40.0;
             qssim_set_tone(id, f, level);
             m_log.Add(Format("[sim %d] tone %g Hz %g dBm", id, f, level));
             break;
