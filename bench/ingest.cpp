@@ -37,6 +37,7 @@ public:
     }
     ~BareDevice() override { Abort(); }
     qsStatus OpenDevice() override { return qsNoError; }
+    int SetupTGCommand() override { return 0; }
 };
 
 // Both channels of a block: eight packets each, payload noise, a monitor
