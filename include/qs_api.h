@@ -197,7 +197,9 @@ QS_API qsStatus qsCloseDevice(int device);
 QS_API qsStatus qsPreset(int device);
 QS_API qsStatus qsPresetFull(int* device);
 
-/* Configuration: writes the staging settings, touches no hardware */
+/* Configuration: writes the staging settings, touches no hardware.
+ * Every call here (and qsSetTg, qsSetIFOffset, the time-base calls) refuses
+ * a NaN or infinite argument with qsInvalidParameterErr and stores nothing. */
 QS_API qsStatus qsConfigureAcquisition(int device, unsigned int detector, unsigned int scale);
 QS_API qsStatus qsConfigureCenterSpan(int device, double center, double span);
 QS_API qsStatus qsConfigureIQCenter(int device, double centerFreq);

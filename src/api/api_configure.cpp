@@ -2,6 +2,8 @@
 // staging settings; none touches the hardware, and a running measurement
 // goes on unchanged until the next qsInitiate. (qsConfigureIO, which acts
 // on the device at once, lives with the device calls.)
+#include <cmath>
+
 #include "api/device_table.h"
 #include "device/device.h"
 #include "settings/settings.h"
@@ -13,6 +15,15 @@ namespace {
 
 // The staging settings of an open handle, or null.
 Settings* Staging(int device) { return Lookup(device) ? settings[device] : nullptr; }
+
+// Every value finite. A NaN or an infinity has no meaning as a frequency,
+// level, bandwidth or time; clamped or stored, it reached the planning as
+// an index, a loop bound or an allocation size. The configuration calls
+// refuse it before anything is stored.
+template <typename... T>
+bool Finite(T... values) {
+    return (std::isfinite(static_cast<double>(values)) && ...);
+}
 
 // CW is received as lower side band with the carrier offset into the
 // audio band.
@@ -31,6 +42,7 @@ qsStatus qsConfigureAcquisition(int device, unsigned int detector, unsigned int 
 qsStatus qsConfigureCenterSpan(int device, double center, double span) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(center, span)) return qsInvalidParameterErr;
     return s->ConfigCenterSpan(center, span);
 }
 
@@ -41,6 +53,7 @@ qsStatus qsConfigureIQCenter(int device, double centerFreq) {
 qsStatus qsConfigureLevel(int device, double ref, double atten) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(ref, atten)) return qsInvalidParameterErr;
     return s->ConfigLevel(ref, atten);
 }
 
@@ -54,10 +67,9 @@ qsStatus qsConfigureSweepCoupling(int device, double rbw, double vbw, double swe
                                   unsigned int rbwShape, unsigned int rejection) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(rbw, vbw, sweepTime)) return qsInvalidParameterErr;
     // The order of these tests decides which status a caller sees when
     // several arguments are bad.
-    // Written as "not inside" so that a NaN is refused (or, for the sweep
-    // time, raised to the minimum) like any value outside.
     if (!(rbw >= QS_MIN_RBW)) return qsBandwidthErr;
     if (!(rbw <= QS_MAX_RBW)) return qsBandwidthErr;
     if (!(vbw >= QS_MIN_RBW)) return qsBandwidthErr;
@@ -83,6 +95,7 @@ qsStatus qsConfigureProcUnits(int device, unsigned int units) {
 qsStatus qsConfigureIQ(int device, int downsampleFactor, double bandwidth) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(bandwidth)) return qsInvalidParameterErr;
     return s->ConfigIQ(downsampleFactor, bandwidth);
 }
 
@@ -99,12 +112,14 @@ qsStatus qsConfigureIQDataType(int device, qsDataType iqDataType) {
 qsStatus qsConfigureRealTime(int device, double frameScale, int frameRate) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(frameScale)) return qsInvalidParameterErr;
     return s->ConfigRealTime(frameScale, frameRate);
 }
 
 qsStatus qsConfigureRealTimeOverlap(int device, double advanceRate) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(advanceRate)) return qsInvalidParameterErr;
     return s->ConfigRealTimeOverlap(advanceRate);
 }
 
@@ -112,6 +127,7 @@ qsStatus qsConfigureDemod(int device, int modulationType, double freq, float IFB
                           float audioLowPassFreq, float audioHighPassFreq, float FMDeemphasis) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
+    if (!Finite(freq, IFBW, audioLowPassFreq, audioHighPassFreq, FMDeemphasis)) return qsInvalidParameterErr;
     AudioConfig audio;
     audio.modulation = modulationType;
     audio.freq = freq;

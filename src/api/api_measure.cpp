@@ -25,7 +25,14 @@ qsStatus qsConfigureIO(int device, unsigned int port1, unsigned int port2) {
     if (!dev) return qsDeviceNotOpenErr;
     if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
     if (port1 > 255 || port2 > 255) return qsInvalidParameterErr;
-    return dev->ConfigurePortIO(port1, port2, false);
+    // Bits 0 and 1 of the mask land on the packet mode of every command:
+    // set, they stop the device from ever starting a stream, and every
+    // fetch after the next qsInitiate would wait for data that cannot
+    // come. They are kept out of the mask, with a warning.
+    constexpr unsigned kPacketModeBits = 0x3;
+    const bool adjusted = ((port1 | port2) & kPacketModeBits) != 0;
+    const qsStatus status = dev->ConfigurePortIO(port1 & ~kPacketModeBits, port2 & ~kPacketModeBits, false);
+    return status == qsNoError && adjusted ? qsAdjustedParameter : status;
 }
 
 qsStatus qsGetDeviceDiagnostics(int device, float* temperature, float* usbVoltage,

@@ -1,4 +1,10 @@
 // Service calls: flash, time base, FPGA id.
+//
+// The flash calls are refused while a measurement is configured: a flash
+// command ends the device's run, and the measurement's next fetch would
+// wait for blocks that no longer come.
+#include <cmath>
+
 #include "api/device_table.h"
 #include "calibration/corrections_maple.h"
 #include "device/device.h"
@@ -6,6 +12,15 @@
 
 using namespace qs;
 using qs::api::Lookup;
+
+namespace {
+
+// A reference oscillator is off by ppm, not by percent. A ratio of 0, a
+// negative one or a non-finite one would give oscillator words that the
+// device never answers (and the Maple's would go to flash): refused.
+bool PlausibleTimebaseError(double ppm) { return std::isfinite(ppm) && std::fabs(ppm) <= 1000.0; }
+
+}  // namespace
 
 extern "C" {
 
@@ -15,6 +30,7 @@ qsStatus qsReadFlash(int device, int page, unsigned char* data) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!data) return qsNullPtrErr;
+    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
     dev->ReadFlash(static_cast<unsigned>(page), data);
     return qsNoError;
 }
@@ -23,6 +39,7 @@ qsStatus qsWriteFlash(int device, int page, unsigned char* data) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!data) return qsNullPtrErr;
+    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
     dev->WriteFlash(static_cast<unsigned>(page), data);
     return qsNoError;
 }
@@ -30,6 +47,7 @@ qsStatus qsWriteFlash(int device, int page, unsigned char* data) {
 qsStatus qsClearFlash(int device) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
+    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
     dev->ClearFlash();
     return qsNoError;
 }
@@ -45,6 +63,7 @@ qsStatus qsGetFPGAid(int device, unsigned int* id) {
 qsStatus qsSetTimebaseCorrection(int device, double correction) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
+    if (!PlausibleTimebaseError((correction - 1.0) * 1e6)) return qsInvalidParameterErr;
     dev->SetTimebaseCorrection(correction);
     return qsNoError;
 }
@@ -60,6 +79,7 @@ qsStatus qsGetTimebaseCorrection(int device, double* correction) {
 qsStatus qsSetIFOffset(int device, double LTMoffset, double secondLOOffset, bool manualOffset) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
+    if (!std::isfinite(LTMoffset) || !std::isfinite(secondLOOffset)) return qsInvalidParameterErr;
     SweepInfo& plan = dev->GetSweepInfo();
     plan.manualIFOffsetFractionVal = LTMoffset;
     plan.manualIFOffset = manualOffset;
@@ -71,6 +91,8 @@ qsStatus qsAddTimebaseCorrection(int device, double ppm) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) return qsDeviceInvalidErr;
+    if (!PlausibleTimebaseError(ppm)) return qsInvalidParameterErr;
+    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;  // it writes the flash
     static_cast<DeviceMaple*>(dev)->AddTimebaseCorrection(ppm);
     return qsNoError;
 }

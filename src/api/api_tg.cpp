@@ -1,6 +1,8 @@
 // Tracking-generator calls. The generator has its own link, so these do not
 // go through the analyser's transport; while a tracking-generator sweep
 // runs it owns the generator, and the calls that would talk to it refuse.
+#include <cmath>
+
 #include "api/device_table.h"
 #include "device/device.h"
 #include "tg/tg_interface.h"
@@ -40,6 +42,7 @@ qsStatus qsSetTg(int device, double frequency, double amplitude) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (InTgSweep(dev)) return qsDeviceNotConfiguredErr;
+    if (!std::isfinite(frequency) || !std::isfinite(amplitude)) return qsInvalidParameterErr;
     return dev->TG().SetTgFreqAmpl(frequency, amplitude);
 }
 

@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+
+#include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -160,6 +162,10 @@ bool Device::StopStreaming() {
 }
 
 qsStatus Device::Preset() {
+    // The preset stops whatever the device was doing. The measurement ends
+    // here too, so that its next fetch reports that nothing is configured
+    // instead of waiting for data that the device will not send.
+    Abort();
     m_cmd.commandType = 2;
     m_cmd.headerType = QS_CMD_PRESET;
     AddCommand();
@@ -442,6 +448,17 @@ qsStatus Device::UpdateAudioSettings(const AudioConfig& audio) {
     if (!m_dme) return qsDeviceNotStreamingErr;
     m_dme->UpdateSettings(audio);
     return qsNoError;
+}
+
+bool Device::SweepPlanFitsInMemory() const {
+    const SweepInfo& si = m_sweepInfo;
+    const double ds = si.dsRatio > 0 ? si.dsRatio : 1;
+    const double steps = std::max(si.stepCount, 1);
+    // Per step: the correction, minimum and maximum rows and the engine's
+    // own row of doubles, and the step's raw samples of both channels.
+    const double bytes = steps * (si.fftSize / (4.0 * ds) * 8.0 * 4.0 + double(si.chunkSize) * 4.0);
+    const double memory = double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
+    return memory <= 0 || bytes <= memory / 4;
 }
 
 qsStatus Device::FinalStatus(qsStatus engineStatus) {

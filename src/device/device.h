@@ -160,6 +160,10 @@ protected:
     void DeleteAndNullifyFFTEngines();
     // The status every fetch ends with, after its engine delivered.
     qsStatus FinalStatus(qsStatus engineStatus);
+    // Whether the sweep planned in m_sweepInfo fits in a quarter of the
+    // machine's memory; checked before anything is built, so that a plan
+    // that cannot run is refused at once instead of after seconds of paging.
+    bool SweepPlanFitsInMemory() const;
     // The fetch of a tracking-generator sweep: the primary pass and, for a
     // high dynamic range, the secondary one.
     template <typename T>

@@ -303,6 +303,7 @@ qsStatus DeviceLarch::ConfigureSweepMode(unsigned) {
         si.narrow_center[1] = d + 19600;
     }
 
+    if (!SweepPlanFitsInMemory()) return qsAllocationLimitErr;
     try {
         m_corr->Configure(m_readings.celcius.load(), set, si);
         SetupCommand();

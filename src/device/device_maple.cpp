@@ -247,6 +247,7 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
     // rejection). Its ppf, at least 36 before the solver, is a multiple of
     // 16 by then, so the shorter pass is still whole blocks.
     if (dsRatio > 1) si.stepCount = set.m_imageReject ? 2 : 1;
+    if (!SweepPlanFitsInMemory()) return qsAllocationLimitErr;
 
     try {
         m_corr->Configure(m_readings.celcius.load(), set, si);

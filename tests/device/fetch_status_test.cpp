@@ -112,3 +112,71 @@ TEST_F(Flash, AShortPageReadLeavesTheNextSweepClean) {
 }
 
 }  // namespace
+
+// Every mode's fetch, after whatever ends the device's run, returns with a
+// status instead of waiting for blocks that cannot come.
+struct EndCase {
+    const char* name;
+    int mode;
+    qsStatus (*configure)(int h);
+};
+
+qsStatus Fetch(int h, int mode) {
+    static std::vector<float> a(1 << 20), b(1 << 20), c(1 << 20), d(1 << 20);
+    static std::vector<int> triggers(64);
+    switch (mode) {
+    case QS_MODE_REAL_TIME:
+        return qsFetchRealTimeFrame(h, a.data(), b.data(), c.data(), d.data());
+    case QS_MODE_STREAMING: {
+        qsIQPacket p{};
+        p.iqData = a.data();
+        p.iqCount = 4096;
+        p.triggers = triggers.data();
+        p.triggerCount = 64;
+        return qsGetIQ(h, &p);
+    }
+    case QS_MODE_AUDIO:
+        return qsFetchAudio(h, a.data());
+    default:
+        return qsFetchTrace_32f(h, 1 << 20, a.data(), b.data());
+    }
+}
+
+const EndCase kEndCases[] = {
+    {"Sweep", QS_MODE_SWEEP, [](int h) { return qsConfigureCenterSpan(h, 1e9, 40e6); }},
+    {"TgSweep", QS_MODE_TG_SWEEP,
+     [](int h) {
+         qsConfigureCenterSpan(h, 1e9, 20e6);
+         return qsConfigTgSweep(h, 100, false, true);
+     }},
+    {"RealTime", QS_MODE_REAL_TIME, [](int h) { return qsConfigureCenterSpan(h, 1e9, 20e6); }},
+    {"IQ", QS_MODE_STREAMING,
+     [](int h) {
+         qsConfigureIQCenter(h, 1e9);
+         return qsConfigureIQ(h, 8, 1e6);
+     }},
+    {"Audio", QS_MODE_AUDIO, [](int h) { return qsConfigureDemod(h, 1, 1e8, 100e3, 8e3, 20, 75e-6); }},
+};
+
+class EveryMode : public OpenSimulatedDevice, public ::testing::WithParamInterface<EndCase> {};
+
+TEST_P(EveryMode, UnpluggedTheFetchEndsWithAConnectionError) {
+    ASSERT_EQ(GetParam().configure(h), qsNoError);
+    ASSERT_EQ(qsInitiate(h, GetParam().mode, 0), qsNoError);
+    qssim_remove_device(sim);
+    EXPECT_EQ(Fetch(h, GetParam().mode), qsDeviceConnectionErr);
+}
+
+TEST_P(EveryMode, APresetEndsTheMeasurementAndTheFlashWaitsForIdle) {
+    ASSERT_EQ(GetParam().configure(h), qsNoError);
+    ASSERT_EQ(qsInitiate(h, GetParam().mode, 0), qsNoError);
+    std::vector<unsigned char> page(65536);
+    EXPECT_EQ(qsReadFlash(h, 40, page.data()), qsDeviceNotIdleErr);
+    EXPECT_EQ(qsWriteFlash(h, 256 * 40, page.data()), qsDeviceNotIdleErr);
+    ASSERT_EQ(qsPreset(h), qsNoError);
+    EXPECT_EQ(Fetch(h, GetParam().mode), qsDeviceNotConfiguredErr);
+    EXPECT_EQ(qsReadFlash(h, 40, page.data()), qsNoError);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fetch, EveryMode, ::testing::ValuesIn(kEndCases),
+                         [](const auto& info) { return std::string(info.param.name); });

@@ -23,6 +23,8 @@
 #include "api_fuzz.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -208,7 +210,18 @@ const unsigned kFlagEdges[] = {0x2001, 0x2000, 0x3, 0x13, 0xFFFFFFFFu, 0x11, 0x1
 // run is all generator).
 class Source {
 public:
-    Source(const uint8_t* data, size_t size, uint64_t seed) : m_data(data), m_size(size), m_state(Mix(seed)) {}
+    Source(const uint8_t* data, size_t size, uint64_t seed) : m_data(data), m_size(size), m_state(Mix(seed)) {
+        // QS_API_FUZZ_RECORD=file keeps the bytes of a seeded run as they are
+        // drawn, unbuffered, so that a run that aborts leaves an input that
+        // replays it: a failure becomes a corpus file.
+        const char* record = m_data ? nullptr : std::getenv("QS_API_FUZZ_RECORD");
+        if (record) m_record = open(record, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    }
+    ~Source() {
+        if (m_record >= 0) close(m_record);
+    }
+    Source(const Source&) = delete;
+    Source& operator=(const Source&) = delete;
 
     bool Exhausted() const { return m_size == 0 && m_data != nullptr; }
 
@@ -222,7 +235,9 @@ public:
         m_state ^= m_state >> 12;
         m_state ^= m_state << 25;
         m_state ^= m_state >> 27;
-        return static_cast<uint8_t>((m_state * 2685821657736338717ull) >> 56);
+        const uint8_t b = static_cast<uint8_t>((m_state * 2685821657736338717ull) >> 56);
+        if (m_record >= 0 && write(m_record, &b, 1) != 1) m_record = -1;
+        return b;
     }
     uint32_t Word() {
         uint32_t w = 0;
@@ -254,6 +269,7 @@ private:
     const uint8_t* m_data;
     size_t m_size;
     uint64_t m_state;
+    int m_record = -1;
 };
 
 // Two simulated analysers opened through the public calls, and the buffers
@@ -539,8 +555,13 @@ private:
             pkt.triggers = m_src.Chance(2) ? triggers : nullptr;
             pkt.triggerCount = pkt.triggers ? 64 : static_cast<int>(m_src.Byte() % 3);
             pkt.purge = m_src.Chance(4);
-            Call(Format("qsGetIQ(%d, count %d, triggers %d, purge %d)", h, n, pkt.triggerCount, pkt.purge),
-                 [&] { return qsGetIQ(h, &pkt); });
+            // A narrow stream gives a few thousand samples a second: a large
+            // read legitimately takes as long as its samples take to come.
+            const char* slow = std::getenv("QS_SIM_SLOWDOWN");
+            const double pace = slow && std::atof(slow) > 1 ? std::atof(slow) : 1.0;
+            const double budget = kCallBudget + (sps > 0 && n > 0 ? pace * n / sps : 0.0);
+            Run(budget, Format("qsGetIQ(%d, count %d, triggers %d, purge %d)", h, n, pkt.triggerCount, pkt.purge),
+                [&] { return qsGetIQ(h, &pkt); });
             break;
         }
         default: {
