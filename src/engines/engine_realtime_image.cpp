@@ -78,7 +78,10 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
     correction_array.malloc(traceLen);
     for (int i = 0; i < traceLen; ++i) correction_array[i] = float(cal_array[size_t(sweepStart + i)]);
     if (flip_spectrum) {
-        sweepStart = fftDiv2 - (sweepStart + traceLen);
+        // Mirrored about the IF centre bin fftDiv4, point j of the reversed
+        // trace is bin fftDiv2 - sweepStart - j: the window starts one bin
+        // above the plain mirror image of [sweepStart, sweepStart + traceLen).
+        sweepStart = fftDiv2 - (sweepStart + traceLen) + 1;
         ippsFlip_32f_I(correction_array, traceLen);
     }
 

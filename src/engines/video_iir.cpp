@@ -126,6 +126,13 @@ VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
 
 VideoIIR::~VideoIIR() = default;
 
+// The real transform packs the Nyquist bin into pair 0; a mirrored row at
+// the largest offset reads it at its own place, pair fftSize / 2.
+void VideoIIR::PutNyquistBin() {
+    Ipp64fc* pairs = complexBuf.ptr;
+    pairs[2 * fftDiv4] = Ipp64fc{pairs[0].im, 0.0};
+}
+
 void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
                        int outUnits, bool flip) {
     if (flip) offset = -offset;
@@ -134,12 +141,20 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
     ippsZero_64f(filtered, fftDiv4);
     // complexBuf holds the Perm result as pairs: pair k is bin k (pair 0
     // packs the two purely real end bins).
-    const Ipp64fc* kept = complexBuf.ptr + (fftDiv8 + offset);
+    //
+    // Output point j is IF bin fftDiv8 + offset + j, so that point fftDiv8
+    // is the IF centre fftDiv4 + offset. A mirrored row is read backwards:
+    // point j must then be IF bin fftDiv4 - offset - (j - fftDiv8), which
+    // after the flip below means a window starting one bin higher. Reversing
+    // the unshifted window mirrored about a half bin and put every tone of
+    // a mirrored row one point low.
+    const Ipp64fc* kept = complexBuf.ptr + (fftDiv8 + offset + (flip ? 1 : 0));
 
     int averageOver = 0;
     if (videoUnits == QS_VIDEO_SAMPLE) {
         ippsMul_64f(in, window, windowedBuf, fftSize);
         fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
+        PutNyquistBin();
         ippsPowerSpectr_64fc(kept, outMin, fftDiv4);
         ippsCopy_64f(outMin, outMax, fftDiv4);
         videoUnits = QS_VIDEO_POWER;
@@ -149,6 +164,7 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
         for (int i = 0; i < steps; ++i) {
             ippsMul_64f(in + size_t(i) * size_t(stepSize), window, windowedBuf, fftSize);
             fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
+        PutNyquistBin();
             if (videoUnits == QS_VIDEO_LOG) {
                 ippsPowerSpectr_64fc(kept, ampBuf, fftDiv4);
                 ippsLn_64f(ampBuf, ampBuf, fftDiv4);

@@ -83,6 +83,8 @@ private:
     VideoIIR(const VideoIIR&);
     VideoIIR& operator=(const VideoIIR&);
 
+    void PutNyquistBin();
+
     smart_ptr<Ipp64f> window;
     smart_ptr<Ipp64f> windowedBuf;
     smart_ptr<Ipp64fc> complexBuf;

@@ -249,15 +249,16 @@ TEST(SweepEngine, StitchesPatchesWithOffsetsSkipAndFlippedRows) {
     EXPECT_EQ(argmax(p2) + 121, size_t(128 + 30 - 7));
     EXPECT_GT(t.max[77], t.max[70] + 40.0);
 
-    // Flipped, patch 1 keeps bins from 32 - 5 and comes out mirrored: the
-    // tone 20 bins in lands 20 bins before the patch's end.
+    // Flipped, patch 1 is mirrored about its IF centre, bin 64 - 5, which
+    // stays at point 32: the tone 20 bins above 32 - 5 (12 below the
+    // centre) lands 12 points above the patch's middle.
     r.SetPatch(1, 2, 5, true);
     qs::SweepEngine_Maple f(&r.info, &r.settings, 2);
     auto sf = sweep_samples(r, {{}, {32 - 5 + 20}, {}, {}}, 4);
     Trace tf = fetch(f, r, sf, corr);
     EXPECT_EQ(tf.max, stitched(r, reference_patches(r, sf, corr, true)));
     std::vector<double> q1(tf.max.begin() + 57, tf.max.begin() + 121);
-    EXPECT_EQ(argmax(q1) + 57, size_t(64 + 63 - 20 - 7));
+    EXPECT_EQ(argmax(q1) + 57, size_t(64 + 32 + 12 - 7));
 }
 
 TEST(SweepEngine, CorrectionsAddInDecibelsAndMultiplyLinearly) {

@@ -211,9 +211,10 @@ TEST(RealTimeEngine, ToneLevelColumnAndRow) {
         // Corrections 0.05 dB a bin from the trace's first bin: +1 dB.
         {"corrected", plan([](Plan& p) { p.calSlopeDb = 0.05; }), 20, -11.0412f, 228},
         // An inverted row: the trace, the frames and the corrections all
-        // run the other way, so the tone is 63 - 20 bins in, with the
-        // correction of that position: +2.15 dB.
-        {"flipped", plan([](Plan& p) { p.flip = true; p.calSlopeDb = 0.05; }), 43, -9.8912f, 231},
+        // run the other way. Bin 244 is 12 bins below the IF centre (256),
+        // so the tone is 12 points above the trace's centre (32), with the
+        // correction of that position: +2.2 dB.
+        {"flipped", plan([](Plan& p) { p.flip = true; p.calSlopeDb = 0.05; }), 44, -9.8412f, 231},
     };
     for (const ToneCase& tc : cases) {
         SCOPED_TRACE(tc.name);

@@ -171,10 +171,8 @@ TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
         ExpectFilledExactly(f.alpha, size_t(f.width) * 256, "alpha");
         ExpectColumnSums(f, 3);
 
-        // A row whose mixing inverts the spectrum reverses the kept bins as
-        // an index run, which sets the trace one bin low (as in a sweep).
         const int p = f.Peak();
-        EXPECT_NEAR(p, k, 1) << "tone at " << toneHz;
+        EXPECT_EQ(p, k) << "tone at " << toneHz;
         EXPECT_NEAR(f.max[size_t(p)], tc.levelDbm, 1.0);
         if (tc.detector == QS_DETECTOR_AVERAGE) {
             for (unsigned i = 0; i < f.traceLen; ++i) ASSERT_EQ(f.min[i], f.max[i]) << i;

@@ -150,7 +150,8 @@ TEST(VideoIIR, MatchesDirectTransformForEveryUnitDetectorAndScale) {
         // -8 starts at bin 0, the packed pair of the two real end bins.
         for (int offset : {3, -5, -8})
             for (bool flip : {false, true}) {
-                const int first = f8 + (flip ? -offset : offset);
+                // A mirrored row reads from one bin higher: see ToneLandsOnItsBinAndFlipMirrors.
+                const int first = f8 + (flip ? 1 - offset : offset);
                 std::vector<std::vector<cd>> spectra;
                 for (int i = 0; i < v.Steps(); ++i) spectra.push_back(real_bins(x.data() + i * hop, w, first, f4));
                 auto spec = [&](int i) { return spectra[size_t(i)]; };
@@ -186,13 +187,15 @@ TEST(VideoIIR, ToneLandsOnItsBinAndFlipMirrors) {
     EXPECT_EQ(mn, mn2);
     EXPECT_EQ(mx, mx2);
 
-    // Flipped, a positive offset moves the kept bins down, and the row comes
-    // out reversed: a tone at f8 - offset + j lands at f4 - 1 - j.
+    // Flipped, the row is mirrored about its IF centre, bin f4 - offset,
+    // which stays at point f8: a tone at f8 - offset + j, that is j - f8
+    // bins from the centre, lands at point f8 + (f8 - j) = f4 - j.
     std::vector<double> y = noisy_tone(1024, double(f8 - offset + 9) / 128, 2);
     v.Process(y.data(), mn.data(), mx.data(), offset, QS_VIDEO_POWER, QS_DETECTOR_MIN_MAX, QS_OUT_DBM, true);
-    EXPECT_EQ(std::max_element(mx.begin(), mx.end()) - mx.begin(), f4 - 1 - 9);
-    // Flip with the offset negated is the unflipped row reversed.
-    v.Process(y.data(), mn2.data(), mx2.data(), -offset, QS_VIDEO_POWER, QS_DETECTOR_MIN_MAX, QS_OUT_DBM, false);
+    EXPECT_EQ(std::max_element(mx.begin(), mx.end()) - mx.begin(), f4 - 9);
+    // Flipped is the unflipped row one bin higher with the offset negated,
+    // reversed.
+    v.Process(y.data(), mn2.data(), mx2.data(), 1 - offset, QS_VIDEO_POWER, QS_DETECTOR_MIN_MAX, QS_OUT_DBM, false);
     std::reverse(mx2.begin(), mx2.end());
     EXPECT_EQ(mx, mx2);
 }

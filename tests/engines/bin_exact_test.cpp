@@ -1,0 +1,76 @@
+// A tone placed on the centre of a trace point must peak in that point, on
+// every kind of row of every model: the frequency axis is exact.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+#include "qs_api.h"
+#include "qs_sim.h"
+
+namespace {
+
+struct AxisCase {
+    const char* name;
+    double start, stop, rbw, tone;
+    unsigned rejection;
+};
+
+// Rows: the Maple's directly sampled low band, ordinary and mirrored
+// converted rows, narrow spans; the Larch's rows and residual steps.
+const AxisCase kAxisCases[] = {
+    {"LowBand", 1e6, 6e6, 30e3, 3.0e6, 0},
+    {"Row25M", 20e6, 30e6, 100e3, 25e6, 0},
+    {"Row100M", 90e6, 110e6, 100e3, 100e6, 0},
+    {"Row433M", 420e6, 450e6, 100e3, 433.92e6, 0},
+    {"Row1G", 0.98e9, 1.02e9, 100e3, 1e9, 0},
+    {"Row2G2", 2.19e9, 2.21e9, 30e3, 2.2e9, 0},
+    {"Row2G5", 2.45e9, 2.55e9, 100e3, 2.5e9, 0},
+    {"Row4G7", 4.65e9, 4.75e9, 300e3, 4.7e9, 0},
+    {"Wide", 2.4e9, 2.5e9, 100e3, 2.437e9, 0},
+    {"Narrow", 1e9 - 50e3, 1e9 + 50e3, 1e3, 1e9, 0},
+    {"NarrowMirrored", 2.2e9 - 10e3, 2.2e9 + 10e3, 100, 2.2e9, 0},
+    {"Rejection", 0.98e9, 1.02e9, 100e3, 1e9, QS_REJECTION_IMAGE},
+};
+
+class FrequencyAxis : public ::testing::TestWithParam<int> {
+protected:
+    void SetUp() override {
+        qssim_reset();
+        id = qssim_add_device(GetParam(), 71000000u + unsigned(GetParam()));
+        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 71000000 + GetParam()), qsNoError);
+    }
+    void TearDown() override {
+        qsCloseDevice(h);
+        qssim_reset();
+    }
+    int id = -1, h = -1;
+};
+
+TEST_P(FrequencyAxis, AToneOnAPointsCentrePeaksInThatPoint) {
+    for (const AxisCase& c : kAxisCases) {
+        SCOPED_TRACE(c.name);
+        ASSERT_EQ(qsConfigureCenterSpan(h, (c.start + c.stop) / 2, c.stop - c.start), qsNoError);
+        ASSERT_EQ(qsConfigureLevel(h, -20, QS_ATTEN_AUTO), qsNoError);
+        ASSERT_GE(qsConfigureSweepCoupling(h, c.rbw, c.rbw, 0.001, QS_RBW_SHAPE_NATIVE, c.rejection), 0);
+        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+        unsigned n = 0;
+        double bin = 0, start = 0;
+        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+        // The trace point nearest the wanted tone, and the tone on its centre.
+        const long want = std::lround((c.tone - start) / bin);
+        const double f = start + double(want) * bin;
+        qssim_clear_signals(id);
+        qssim_set_tone(id, f, -30.0);
+        std::vector<double> min(n), max(n);
+        ASSERT_EQ(qsFetchTrace(h, int(n), min.data(), max.data()), qsNoError);
+        const long got = long(std::max_element(max.begin(), max.end()) - max.begin());
+        EXPECT_EQ(got, want) << "tone at " << f << " Hz, bin " << bin << " Hz";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryModel, FrequencyAxis,
+                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH));
+
+}  // namespace
