@@ -322,7 +322,6 @@ qsStatus DeviceMaple::ConfigureRealTime(unsigned) {
 
 qsStatus DeviceMaple::ConfigureAudioDemod() {
     constexpr double kAudioSpan = 20000000.0;
-    constexpr double kDirectAudioLimit = 10000000.0;
     Settings& set = *m_settings;
     SweepInfo& si = m_sweepInfo;
     set.SetSpan(kAudioSpan);
@@ -346,10 +345,12 @@ qsStatus DeviceMaple::ConfigureAudioDemod() {
     try {
         m_corr->Configure(m_readings.celcius.load(), set, si);
         SetupRealTimeCommand(set.Center(), false);
-        // Below 10 MHz the band is sampled directly, and the engine mixes
-        // it up itself.
+        // Where the tuned row samples directly (row 0, up to 16 MHz), the
+        // engine mixes the band itself. The written rule took the band as
+        // direct only below 10 MHz: from 10 to 16 MHz the engine then
+        // treated directly sampled data as an IF and the audio was silent.
         m_dme.reset(new AudioEngineFast(set.Center(), set.m_audio, si.patchInfo[0].flip_spectrum,
-                                        set.Center() < kDirectAudioLimit));
+                                        si.patchInfo[0].band == 0));
     } catch (const std::exception&) {
         m_dme.reset();
         return qsAllocationLimitErr;
