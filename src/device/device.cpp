@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <new>
 
 #include "dsp/qs_lib.h"
@@ -79,6 +80,7 @@ void Device::InitDevice() {
     m_avgSamplesBetweenPPS = 8e7;
     m_secondsFromCPU = 0;
     m_partialSecond = 0.0;
+    m_streamSamples = 0;
     m_clockOffset = 0.0;
     m_oscRatio = 1.0;
     m_trlrSynced = true;
@@ -129,6 +131,7 @@ qsStatus Device::Abort() {
     m_mode = QS_MODE_IDLE;
     m_secondsFromCPU = 0;
     m_partialSecond = 0.0;
+    m_streamSamples = 0;
     DeleteAndNullifyFFTEngines();
     return qsNoError;
 }
@@ -428,6 +431,8 @@ qsStatus Device::GetIQ(qsIQPacket* pkt) {
         IQStream* iq = dynamic_cast<IQStream*>(m_stream.get());
         if (!iq) return qsNotSupportedErr;
         status = iq->GetIQ(pkt);
+        // Blocks the device itself could not deliver are samples lost too.
+        if (m_gpifError.load()) pkt->sampleLoss = 1;
     }
     return FinalStatus(status);
 }
@@ -500,8 +505,8 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
             CheckForExternalTrigger(ch1, ch2);
             UpdateTimestamp();
             if (m_stream)
-                m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU, 0,
-                                m_avgSamplesBetweenPPS);
+                m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU,
+                                static_cast<uint32_t>(m_partialSecond * 1e9), m_avgSamplesBetweenPPS);
             return 0;
         case QS_MODE_AUDIO:
             if (m_dme) m_dme->Store(m_rawUnpacked);
@@ -606,9 +611,25 @@ int Device::CheckForExternalTrigger(const uint8_t* ch1, const uint8_t* ch2) {
 }
 
 void Device::UpdateTimestamp() {
-    // No pulse-per-second measurement on this platform.
-    m_secondsFromCPU = 0;
-    m_partialSecond = 0.0;
+    // Each block is dated by the sample count at the converter's rate from
+    // an epoch taken from the host's real-time clock at the first block's
+    // arrival: stamps are monotonic and exactly a sample period apart, and
+    // the jitter of USB arrivals does not show. Only when arrivals and the
+    // count part by more than a quarter second (the device lost blocks, or
+    // the host clock was stepped) is the epoch taken again. (The written
+    // design passed 0 here: a time stamp of -1 s that meant nothing.)
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const double arrival = double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
+    const double rate = 80e6 * m_oscRatio;
+    const double blockSeconds = QS_BLOCK_SAMPLES / rate;
+    const double counted = double(m_streamSamples) / rate;
+    if (m_streamSamples == 0 || std::fabs(arrival - (m_streamEpoch + counted + blockSeconds)) > 0.25)
+        m_streamEpoch = arrival - blockSeconds - counted;
+    const double t = m_streamEpoch + counted;
+    m_secondsFromCPU = static_cast<unsigned>(std::floor(t));
+    m_partialSecond = t - std::floor(t);
+    m_streamSamples += QS_BLOCK_SAMPLES;
 }
 
 }  // namespace qs

@@ -215,6 +215,10 @@ protected:
     double m_avgSamplesBetweenPPS = 8e7;
     unsigned m_secondsFromCPU = 0;
     double m_partialSecond = 0.0;
+    // The stream's clock: the host time of its first sample, and the
+    // samples counted since (see UpdateTimestamp).
+    double m_streamEpoch = 0.0;
+    int64_t m_streamSamples = 0;
     double m_clockOffset = 0.0;
     double m_oscRatio = 1.0;
     std::atomic<bool> m_trlrSynced{true};

@@ -237,7 +237,10 @@ int IQStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, ui
     // block would go: the block is dropped whole rather than written under
     // it. Its triggers go with it, so the positions of later ones still
     // count the samples that are there.
-    if (input_data_available.load() + INPUT_STEP_SZ > INPUT_STORAGE_LEN) return 0;
+    if (input_data_available.load() + INPUT_STEP_SZ > INPUT_STORAGE_LEN) {
+        inputLost = true;
+        return 0;
+    }
     ippsConvert_16s32f_Sfs(raw, input.ptr + static_cast<size_t>(input_loc) * INPUT_STEP_SZ,
                            INPUT_STEP_SZ, 15);
     if (++input_loc == INPUT_STEPS) input_loc = 0;
@@ -301,7 +304,10 @@ void IQStream::Put(Ipp32fc* buf) {
 }
 
 qsStatus IQStream::GetIQ(qsIQPacket* pkt) {
-    if (pkt->purge) iqBuffer.Clear();
+    if (pkt->purge) {
+        iqBuffer.Clear();
+        inputLost = false;
+    }
     int remaining = pkt->iqCount;
     int trigRoom = pkt->triggerCount;
     int got = 0;
@@ -329,7 +335,7 @@ qsStatus IQStream::GetIQ(qsIQPacket* pkt) {
     if (trigRoom > 0 && pkt->triggers)
         std::memset(pkt->triggers + trigGot, 0, sizeof(int) * static_cast<size_t>(trigRoom));
     pkt->dataRemaining = iqBuffer.Size();
-    pkt->sampleLoss = iqBuffer.SampleLoss();
+    pkt->sampleLoss = (iqBuffer.SampleLoss() | int(inputLost.exchange(false))) != 0;
     return qsNoError;
 }
 

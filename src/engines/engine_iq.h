@@ -193,6 +193,9 @@ private:
     int process_input_loc = 0;
     int output_loc = 0;
     std::atomic<int> input_data_available{0};
+    // A block dropped at the input ring since the last read: the reader's
+    // sampleLoss, as for a drop at the output ring.
+    std::atomic<bool> inputLost{false};
     semaphore inputReady;
     semaphore dataReady;
     StepRows<OUTPUT_STEPS> rows;

@@ -305,6 +305,37 @@ TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
     EXPECT_EQ(pkt.sampleLoss, 0);
 }
 
+// Every read is dated from the host's clock by the count of samples:
+// within a second of the clock, and consecutive reads exactly their
+// samples apart. A reader that sleeps two seconds is told of the loss.
+TEST_F(IQStreaming, ReadsAreDatedBySampleCountAndASleepingReaderHearsOfTheLoss) {
+    qssim_set_pacing(sim, 1);
+    ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
+    ASSERT_EQ(qsConfigureIQ(h, 2, 10e6), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+    int len = 0, rate = 0;
+    ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, &rate), qsNoError);
+    ASSERT_GT(rate, 0);
+    const int count = 65536;
+    std::vector<cf> iq(count);
+    auto seconds = [](const qsIQPacket& p) { return double(p.sec) + 1e-9 * double(p.nano); };
+    qsIQPacket a{}, b{};
+    ASSERT_EQ(Get(iq.data(), count, nullptr, 0, &a), qsNoError);
+    ASSERT_EQ(Get(iq.data(), count, nullptr, 0, &b), qsNoError);
+    const double now = double(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                  std::chrono::system_clock::now().time_since_epoch())
+                                  .count()) *
+                       1e-9;
+    EXPECT_NEAR(seconds(a), now, 1.0);
+    EXPECT_NEAR(seconds(b) - seconds(a), double(count) / rate, 1e-4);
+
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    qsIQPacket c{};
+    ASSERT_EQ(Get(iq.data(), count, nullptr, 0, &c), qsNoError);
+    EXPECT_NE(c.sampleLoss, 0);
+    EXPECT_GT(seconds(c), seconds(b));
+}
+
 // 16-bit samples have the reference level plus 10 dB at full scale, and
 // qsGetIQCorrection gives the factor back to calibrated units. The raw
 // fetch of an I/Q stream is one output step of the same samples.
