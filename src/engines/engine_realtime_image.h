@@ -147,7 +147,6 @@ private:
     int outMask = RT_RESULTS;
     smart_ptr<float> window;
     std::atomic<bool> streaming{false};
-    int result_count = RT_RESULTS;
     std::mutex sweep_locks[RT_RESULTS];
     std::thread fft_thread;
     std::thread accum_thread;

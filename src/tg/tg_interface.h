@@ -87,7 +87,6 @@ private:
     char serialNumberString[16] = {};
     int serialNumber = 0;
     unsigned char outbuf[16] = {};
-    unsigned char calbuf[CAL_BYTES] = {};
     int m_ALCReloadPoints[2] = {};
     int m_ALCSweepEntryCounts[2] = {};
     int m_CountArray[2][MAX_ALC_ENTRIES] = {};
