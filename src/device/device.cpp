@@ -552,7 +552,13 @@ int Device::ParseTrailer(const uint8_t* ch1, const uint8_t* ch2) {
         m_gpifCount = gpif;
         m_gpifError = true;
     }
-    const int adc = first2.ADCOverflowCount;
+    // Each channel counts its own overflows, and a packet's trailer counts
+    // its own samples: the last packets of both channels tell whether this
+    // block clipped. (Reading the first packet of one channel, as written,
+    // reported a clip in a block's later packets with the next block: a
+    // sweep's last steps warned one sweep late, and channel 1 never.)
+    const int adc = Trailer(ch1, QS_PACKETS_PER_CHANNEL - 1).ADCOverflowCount +
+                    Trailer(ch2, QS_PACKETS_PER_CHANNEL - 1).ADCOverflowCount;
     if (m_overflowCount == -1) {
         m_overflowCount = adc;
     } else if (adc != m_overflowCount) {

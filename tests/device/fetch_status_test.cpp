@@ -113,6 +113,39 @@ TEST_F(Flash, AShortPageReadLeavesTheNextSweepClean) {
 
 }  // namespace
 
+// A tone far over the reference clips the converter: the sweep it spoils
+// says so itself, wherever in the sweep the clipping happens, and the next
+// sweep measured without it is clean again.
+class Overload : public ::testing::TestWithParam<int> {};
+
+TEST_P(Overload, TheSpoiltSweepReportsItsOwnOverflow) {
+    qssim_reset();
+    const int sim = qssim_add_device(GetParam(), 72000000u + unsigned(GetParam()));
+    int h = -1;
+    ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 72000000 + GetParam()), qsNoError);
+    ASSERT_EQ(qsConfigureLevel(h, -50.0, QS_ATTEN_AUTO), qsNoError);
+    ASSERT_EQ(qsConfigureSweepCoupling(h, 100e3, 100e3, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
+    std::vector<float> min(1 << 16), max(1 << 16);
+    for (double tone : {1.01e9, 1.1e9, 1.19e9}) {  // first, middle and last steps
+        SCOPED_TRACE(tone);
+        ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 200e6), qsNoError);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, tone, 10.0);
+        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+        EXPECT_EQ(qsFetchTrace_32f(h, 1 << 16, min.data(), max.data()), qsADCOverflow);
+        // The next sweep was commanded by that fetch and may have met the
+        // tone; the one after it is measured without.
+        qssim_clear_signals(sim);
+        qsFetchTrace_32f(h, 1 << 16, min.data(), max.data());
+        EXPECT_EQ(qsFetchTrace_32f(h, 1 << 16, min.data(), max.data()), qsNoError);
+    }
+    qsCloseDevice(h);
+    qssim_reset();
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryModel, Overload,
+                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH));
+
 // Every mode's fetch, after whatever ends the device's run, returns with a
 // status instead of waiting for blocks that cannot come.
 struct EndCase {
