@@ -559,20 +559,14 @@ int DeviceLarch::SetupRealTimeCommand(double center) {
     s.pktsz = 4;
 
     si.initialBand = row;
-    si.secondLOOffset = 0.0;
     si.activeBandCnt = 1;
 
-    subBand_t sb{};
-    int lo1 = round_to_int((center + lut.lo1c) / kLOUnit);
-    if (lut.band > 1) lo1 /= 2;  // 200 kHz units in bands 2 and 3
-    sb.LO1startFreq = static_cast<uint16_t>(lo1);
-    sb.LO2Freq = static_cast<uint16_t>(round_to_int((lut.lo2c + si.secondLOOffset) / kLOUnit));
-    sb.LO1stepFreq = 200;
-    sb.packetsPerFreq = 16;
-    sb.stepCount = 4096;
-
-    // Near a residual spur the corrections read the IF table as for a
-    // residual step; the words above stay as they are.
+    // Near a residual spur both oscillators move up by the residual steps'
+    // IF shift, as a sweep's residual step does, so that the spur leaves
+    // the band; the corrections then read the IF table for that shift.
+    // (The written set-up read the table as if moved but left the words
+    // where they were, and the spur stood 35 dB over the floor.)
+    si.secondLOOffset = 0.0;
     double ifCenter = 0.0;
     for (const RPLUT& r : residualLarch) {
         if (std::fabs(center - r.RFWriteCtr) <= kStreamResidualReach) {
@@ -581,6 +575,15 @@ int DeviceLarch::SetupRealTimeCommand(double center) {
             break;
         }
     }
+
+    subBand_t sb{};
+    int lo1 = round_to_int((center + lut.lo1c + si.secondLOOffset) / kLOUnit);
+    if (lut.band > 1) lo1 /= 2;  // 200 kHz units in bands 2 and 3
+    sb.LO1startFreq = static_cast<uint16_t>(lo1);
+    sb.LO2Freq = static_cast<uint16_t>(round_to_int((lut.lo2c + si.secondLOOffset) / kLOUnit));
+    sb.LO1stepFreq = 200;
+    sb.packetsPerFreq = 16;
+    sb.stepCount = 4096;
 
     Patch patch;
     patch.length = si.fftSize / 4;
