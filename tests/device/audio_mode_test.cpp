@@ -24,7 +24,7 @@ constexpr double kMirroredTone = 100.3e6;  // a mirrored row on the second revis
 // Audio has to keep up with the instrument's 80 MS/s; a sanitizer build
 // cannot, and loses blocks and transfers. Those builds run the plumbing
 // test at the end only.
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+#if defined(QS_TSAN) || defined(QS_ASAN)
 constexpr bool kRealTime = false;
 #else
 constexpr bool kRealTime = true;

@@ -32,7 +32,7 @@ inline void Count() {
 }
 }  // namespace
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(QS_ASAN) && !defined(QS_TSAN)
 extern "C" {
 void* __libc_malloc(size_t);
 void* __libc_calloc(size_t, size_t);
@@ -156,7 +156,7 @@ TEST_F(IngestAllocation, TheCounterSeesAnAllocationOnTheArmedThread) {
     t_counting = false;
     delete v;
     EXPECT_GE(g_allocations.exchange(0), 1);
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !defined(QS_ASAN) && !defined(QS_TSAN)
     // The vector layer's aligned blocks are seen too.
     t_counting = true;
     Ipp16s* p = ippsMalloc_16s(1000);

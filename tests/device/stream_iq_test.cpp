@@ -257,7 +257,7 @@ namespace {
 // pacing. Reads of 0 samples take no data but report what is held and any
 // loss, so the test follows the buffer at whatever rate this build fills it.
 TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
-#if defined(__SANITIZE_THREAD__)
+#if defined(QS_TSAN)
     // The buffer fills at the filter's pace, which the thread sanitizer
     // slows to minutes for 60 steps; the buffer's own tests cover the loss
     // flag there, and the other stream tests the threads.
@@ -309,6 +309,11 @@ TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
 // within a second of the clock, and consecutive reads exactly their
 // samples apart. A reader that sleeps two seconds is told of the loss.
 TEST_F(IQStreaming, ReadsAreDatedBySampleCountAndASleepingReaderHearsOfTheLoss) {
+#if defined(QS_ASAN) || defined(QS_TSAN)
+    // A stream of 20 MS/s that this build cannot follow drops blocks, and
+    // a gap is rightly a jump in the stamps.
+    GTEST_SKIP() << "needs real time, which a sanitizer build does not keep";
+#endif
     qssim_set_pacing(sim, 1);
     ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
     ASSERT_EQ(qsConfigureIQ(h, 2, 10e6), qsNoError);
