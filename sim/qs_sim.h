@@ -93,6 +93,12 @@ void qssim_set_pacing(int id, int realtime);
  * arrive whole. */
 void qssim_set_slowdown(double factor);
 
+/* The seed of the receivers' noise, for every device now and later. Each
+ * run (sweep, stream) of a device draws fresh noise from it, so that sweeps
+ * differ as on an instrument; a fixed seed repeats a whole session. Unset,
+ * it differs in every process (or comes from QS_SIM_SEED). */
+void qssim_set_seed(unsigned seed);
+
 /* The next transfer on a data endpoint (0x81 or 0x82) gets no data and ends
  * by its time-out; the data it would have had stays in the device. */
 void qssim_stall_transfer(int id, int endpoint);

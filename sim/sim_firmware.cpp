@@ -395,7 +395,8 @@ bool Firmware::PrepareNext(Clock::time_point now, PacketJob* job, Clock::time_po
     Put16(dst + 12, static_cast<uint16_t>(adcIndex));
     Put16(dst + 14, MonitorValue(adcIndex, block));
     job->ctx = PacketContext{&m_fillRun, subBand, step, packet * kSamplesPerPacket, channel,
-                             m_temperature};
+                             m_temperature,
+                             m_seed ^ (static_cast<uint64_t>(m_fillGeneration) * 0xD1B54A32D192ED03ull)};
     job->pktInStep = pktInStep;
     return true;
 }

@@ -122,6 +122,7 @@ struct PacketContext {
     int64_t runSample;       // first sample, in the run's time order of samples
     int channel;             // 0 for endpoint 0x81, 1 for 0x82
     double temperature;      // the device's, Celsius
+    uint64_t noiseKey;       // the run's own noise: the seed and the run's number
 };
 
 // The seam between the firmware and the receiver: fills the samples of one
@@ -201,6 +202,7 @@ public:
         m_pairPeriod = std::chrono::nanoseconds(
             static_cast<int64_t>(kPairPeriod.count() * (factor > 1.0 ? factor : 1.0)));
     }
+    void SetSeed(uint64_t seed) { m_seed = seed; }
     void StallNextTransfer(int channel) { ++m_stalls[channel]; }
     void ShortenNextFlashPage(int bytes) { m_shortFlashBytes = bytes; }
     void SlipChannel2() { AddEvent(kSlip); }
@@ -299,6 +301,7 @@ private:
     uint32_t m_dna;
     int64_t m_packetsServed[2] = {0, 0};
     int64_t m_readTimeouts[2] = {0, 0};
+    uint64_t m_seed = 0;
 };
 
 }  // namespace qssim

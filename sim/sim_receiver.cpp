@@ -270,7 +270,7 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
     const double sigma = std::sqrt(noisePower);
     const std::vector<float>& table = NoiseTable();
     uint64_t state = static_cast<uint64_t>(ctx.runSample) * 0x9E3779B97F4A7C15ull ^
-                     (uint64_t{m_factory->Serial()} << 17);
+                     (uint64_t{m_factory->Serial()} << 17) ^ ctx.noiseKey;
     uint64_t bits = 0;
     for (int i = 0; i < count; ++i) {
         if ((i & 3) == 0) bits = SplitMix(state);

@@ -1,6 +1,7 @@
 #include "sim_world.h"
 
 #include <cmath>
+#include <random>
 #include <cstdlib>
 #include <algorithm>
 #include <cstring>
@@ -40,6 +41,7 @@ int AddDeviceLocked(int productId, unsigned serial) {
     g_world.devices.push_back(
         std::make_unique<SimDevice>(id, productId, serial, &g_world.lock, &g_world.changed));
     g_world.devices.back()->GetFirmware().SetSlowdown(g_world.slowdown);
+    g_world.devices.back()->GetFirmware().SetSeed(g_world.seed);
     return id;
 }
 
@@ -126,6 +128,8 @@ World& GetWorld() {
         std::lock_guard<std::mutex> hold(g_world.lock);
         // Read whether or not a control call took the scene over: it is a
         // property of the run (a sanitizer build), not of a scene.
+        g_world.seed = (uint64_t{std::random_device{}()} << 32) ^ std::random_device{}();
+        if (const char* seed = std::getenv("QS_SIM_SEED")) g_world.seed = std::strtoull(seed, nullptr, 0);
         if (const char* slow = std::getenv("QS_SIM_SLOWDOWN")) {
             const double f = std::strtod(slow, nullptr);
             if (std::isfinite(f) && f > 1.0) g_world.slowdown = f;
@@ -237,6 +241,13 @@ __attribute__((visibility("default"))) void qssim_set_slowdown(double factor) {
     std::lock_guard<std::mutex> hold(world.lock);
     world.slowdown = std::isfinite(factor) && factor > 1.0 ? factor : 1.0;
     for (auto& dev : world.devices) dev->GetFirmware().SetSlowdown(world.slowdown);
+}
+
+__attribute__((visibility("default"))) void qssim_set_seed(unsigned seed) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    world.seed = seed;
+    for (auto& dev : world.devices) dev->GetFirmware().SetSeed(world.seed);
 }
 
 __attribute__((visibility("default"))) void qssim_stall_transfer(int id, int endpoint) {

@@ -24,6 +24,9 @@ struct World {
     // Every device's clock runs this many times slower than the instrument's
     // (QS_SIM_SLOWDOWN, qssim_set_slowdown).
     double slowdown = 1.0;
+    // The noise of every run of every device follows from it
+    // (QS_SIM_SEED, qssim_set_seed); different in each process unless set.
+    uint64_t seed = 0;
 };
 
 // The world, set up from QS_SIM_DEVICES and QS_SIM_TONES on first use unless

@@ -185,6 +185,37 @@ TEST_P(SweepTruth, NarrowSpansReadTheToneBack) {
     }
 }
 
+// The noise is random: successive sweeps differ, and averages of sweeps
+// differ less from each other than single sweeps do (a fixed ripple of the
+// floor cancels in the differences).
+TEST_P(SweepTruth, NoiseDiffersFromSweepToSweepAndAveragesDown) {
+    TruthTrace t = Sweep(1.0e9, 1.02e9, 30e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    ASSERT_EQ(t.status, qsNoError);
+    const size_t n = t.max.size();
+    const int sweeps = 16;
+    std::vector<std::vector<double>> mw(sweeps, std::vector<double>(n));
+    for (auto& sweep : mw) {
+        ASSERT_EQ(qsFetchTrace(h, int(n), t.min.data(), t.max.data()), qsNoError);
+        for (size_t k = 0; k < n; ++k) sweep[k] = std::pow(10.0, t.max[k] / 10.0);
+    }
+    // The rms difference in dB of two traces of linear power.
+    auto rmsDiffDb = [n](const std::vector<double>& a, const std::vector<double>& b) {
+        double sq = 0;
+        for (size_t k = 0; k < n; ++k) sq += std::pow(10.0 * std::log10(a[k] / b[k]), 2);
+        return std::sqrt(sq / double(n));
+    };
+    auto average = [&](int from) {
+        std::vector<double> avg(n, 0.0);
+        for (int i = from; i < from + sweeps / 2; ++i)
+            for (size_t k = 0; k < n; ++k) avg[k] += mw[size_t(i)][k] / (sweeps / 2);
+        return avg;
+    };
+    const double single = rmsDiffDb(mw[0], mw[1]);
+    EXPECT_GT(single, 0.01);
+    // Eight sweeps each: about the square root of eight less.
+    EXPECT_LT(rmsDiffDb(average(0), average(sweeps / 2)), single / 2.0);
+}
+
 INSTANTIATE_TEST_SUITE_P(BothRevisions, SweepTruth,
                          ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2),
                          [](const ::testing::TestParamInfo<int>& info) {

@@ -57,7 +57,7 @@ struct Receiver {
     std::vector<int16_t> Packet(const Command& c, const qssim::Scene& scene, int step = 0,
                                 long long runSample = 0, double temp = 38.0) {
         std::vector<int16_t> out(qssim::kSamplesPerPacket);
-        const qssim::PacketContext ctx{&c, 0, step, runSample, 0, temp};
+        const qssim::PacketContext ctx{&c, 0, step, runSample, 0, temp, 0};
         rx.FillPacket(ctx, scene, out.data(), static_cast<int>(out.size()));
         return out;
     }
