@@ -127,21 +127,26 @@ TEST_F(Ingest, TemperatureIsSignedAndFoldedAbove256Degrees) {
 TEST_F(Ingest, TrailersGiveFramingFpgaIdAndOverflowsOnceEach) {
     Block block;
     block.Trailer(1, 0).S3DNA = 0xCAFE1234u;
-    block.Trailer(1, 0).ADCOverflowCount = 7;
+    block.Trailer(1, 7).ADCOverflowCount = 7;
     block.Trailer(1, 7).GPIFOverflowCount = 3;
     device->ParseTrailer(block.C1(), block.C2());
     EXPECT_EQ(device->GetFPGAID(), 0xCAFE1234u);
     // The first block only sets the baselines.
     EXPECT_EQ(device->Final(qsNoError), qsNoError);
 
-    block.Trailer(1, 0).ADCOverflowCount = 8;
+    // A packet's trailer counts its own samples: the block's last packets,
+    // of either channel, tell whether it clipped.
+    block.Trailer(1, 7).ADCOverflowCount = 8;
     device->ParseTrailer(block.C1(), block.C2());
     EXPECT_EQ(device->Final(qsNoError), qsADCOverflow);
     EXPECT_EQ(device->Final(qsNoError), qsNoError);
+    block.Trailer(0, 7).ADCOverflowCount = 1;
+    device->ParseTrailer(block.C1(), block.C2());
+    EXPECT_EQ(device->Final(qsNoError), qsADCOverflow);
 
     // A count that goes down is a change too; a device overrun outranks the
     // converter overflow and clears it.
-    block.Trailer(1, 0).ADCOverflowCount = 2;
+    block.Trailer(1, 7).ADCOverflowCount = 2;
     block.Trailer(1, 7).GPIFOverflowCount = 4;
     device->ParseTrailer(block.C1(), block.C2());
     EXPECT_EQ(device->Final(qsNoError), qsUncalSweep);
