@@ -64,62 +64,6 @@ struct StepCase {
     int traceLen, perPatch, lastSkip, initialCount, stepCount;
 };
 
-TEST_F(TgSweep, ThePlanFitsThePointsIntoPatches) {
-    const StepCase cases[] = {
-        // 200 points of 10 kHz come nearest to 250; 208 points fill whole
-        // blocks, and the first patch starts 2000 - 208 points in.
-        {1e9, 2e6, 250, 10000.0, 201, 2000, 7, 1792, 1},
-        // One point per 20 MHz patch: every point is a patch of its own.
-        {1e9, 1e9, 50, 2e7, 51, 1, 5, 0, 56},
-        // 1 kHz is the finest step and has no span limit; 9 kHz gives 10
-        // points rounded to 16.
-        {1e9, 9e3, 10, 1000.0, 10, 20000, 6, 19984, 1},
-        // The points cross patches: 1001 points of 20 kHz in two patches.
-        {1e9, 2e7, 1024, 20000.0, 1001, 1000, 7, 992, 2},
-    };
-    for (const StepCase& c : cases) {
-        SCOPED_TRACE(c.span);
-        const int before = qssim_command_count(sim);
-        ASSERT_EQ(Start(c.start, c.span, c.points), qsNoError);
-        EXPECT_EQ(Plan().binSize, c.step);
-        EXPECT_EQ(Plan().traceLen, c.traceLen);
-        EXPECT_EQ(Plan().lastPatchSkipCnt, c.lastSkip);
-        EXPECT_EQ(Plan().tgInitialCount, c.initialCount);
-        EXPECT_EQ(Plan().stepCount, c.stepCount);
-        EXPECT_EQ(Plan().patchInfo.NumPatches(), c.stepCount);
-        EXPECT_EQ(Plan().ppf % 2, 0);
-        unsigned n = 0;
-        double bin = 0, start = 0;
-        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-        EXPECT_EQ(static_cast<int>(n), c.traceLen);
-        EXPECT_EQ(bin, c.step);
-        EXPECT_DOUBLE_EQ(start, c.start);
-        // Nothing goes out before the first fetch.
-        EXPECT_TRUE(TgCommands(before).empty());
-    }
-}
-
-TEST_F(TgSweep, TheReceiverBandwidthFollowsTheStepAndTheLowEnd) {
-    struct Case {
-        double start, span;
-        int points;
-        double rbw, vbw;
-    } cases[] = {
-        {1e9, 2e6, 250, 16000.0, 8000.0},   // 2 x 10 kHz is above 16 kHz
-        {1e9, 2e5, 100, 8000.0, 4000.0},    // 2 x 2 kHz: the floor of 8 kHz
-        {1e9, 1e6, 200, 10000.0, 5000.0},   // 2 x 5 kHz
-        {19999.0, 1e8, 100, 8000.0, 4000.0},  // below 20 kHz, whatever the step
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.start + c.span);
-        ASSERT_EQ(Start(c.start, c.span, c.points), qsNoError);
-        const qs::Settings& s = *Dev().GetSettings();
-        EXPECT_EQ(s.RBW(), c.rbw);
-        EXPECT_EQ(s.VBW(), c.vbw);
-        EXPECT_EQ(s.RBWShape(), QS_RBW_SHAPE_LOWPASS);
-    }
-}
-
 TEST_F(TgSweep, AFetchSendsOneCommandPerPassAndReadsTheLevel) {
     // With no generator the analyser sees its scene: one tone in the patch
     // that, before any through measurement, every point finds (the search

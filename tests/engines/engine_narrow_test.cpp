@@ -60,50 +60,6 @@ std::vector<Ipp16s> tone_blocks(const Rig& r, double freqHz, long from = 0) {
     return s;
 }
 
-std::vector<double> sweep(qs::NarrowSweep& e, const Rig& r, const std::vector<Ipp16s>& s) {
-    const std::vector<double> corr(size_t(r.info.stepCount * r.info.traceLen), 0.0);
-    std::vector<double> mn(size_t(r.info.traceLen)), mx(size_t(r.info.traceLen));
-    std::thread feeder([&] {
-        for (size_t at = 0; at < s.size(); at += BLOCK) e.Store(const_cast<Ipp16s*>(s.data() + at), 0, 0);
-    });
-    const qsStatus st = r.settings.ImageReject() ? e.GetNoiseRejectSweep(mn.data(), mx.data(), corr)
-                                                 : e.GetStandardSweep(mn.data(), mx.data(), corr);
-    feeder.join();
-    EXPECT_EQ(st, qsNoError);
-    return mx;
-}
-
-int peak(const std::vector<double>& v) { return int(std::max_element(v.begin(), v.end()) - v.begin()); }
-
-TEST(NarrowSweep, AToneLandsAtItsOffsetFromTheTunedIf) {
-    const struct {
-        int ratio, ppf;
-        bool flip;
-        double offsetBins;
-    } cases[] = {{16, 16, false, 100}, {16, 16, false, -37}, {16, 16, true, 100}, {256, 32, false, 30}};
-    for (const auto& c : cases) {
-        Rig r(c.ratio, c.ppf, 20000, c.flip);
-        qs::NarrowSweep e(&r.info, &r.settings);
-        // Zero frequency sits in the middle of the output; a flipped step
-        // mirrors the tone about it.
-        const double f = 20e6 + (c.flip ? -1 : 1) * c.offsetBins * r.Bin();
-        const std::vector<double> out = sweep(e, r, tone_blocks(r, f));
-        EXPECT_EQ(peak(out), r.info.traceLen / 2 + int(c.offsetBins)) << c.ratio << " " << c.offsetBins;
-    }
-}
-
-TEST(NarrowSweep, EachSweepStartsItsRecordAfreshAndTheTwoStepsAgree) {
-    Rig r(16, 8, 20000, false, 2);
-    qs::NarrowSweep e(&r.info, &r.settings);
-    const double f = 20e6 + 50 * r.Bin();
-    const long perSweep = BLOCK;
-    const std::vector<double> first = sweep(e, r, tone_blocks(r, f));
-    const std::vector<double> second = sweep(e, r, tone_blocks(r, f, perSweep));
-    EXPECT_EQ(peak(first), r.info.traceLen / 2 + 50);
-    EXPECT_EQ(peak(second), peak(first));
-    EXPECT_NEAR(second[size_t(peak(second))], first[size_t(peak(first))], 0.1);
-}
-
 TEST(NarrowSweep, DestructionNeverHangsAndStoreAllocatesNothing) {
     for (int ratio : {16, 256}) {
         Rig r(ratio, 32, 20000);

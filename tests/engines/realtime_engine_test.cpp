@@ -125,63 +125,6 @@ struct Frames {
     float Alpha(int row, int col) const { return alpha[size_t(row) * size_t(width) + size_t(col)]; }
 };
 
-TEST(RealTimeEngine, GeometryFromPlan) {
-    struct Row {
-        int traceLen, fftSize;
-        double advance;
-        int frameRate;
-        int width, binsPerCol, perUpdate, perBatch;
-    };
-    const Row rows[] = {
-        {1023, 4096, 0.5, 30, 1023, 1, 1302, 162},
-        {1024, 4096, 0.5, 30, 512, 2, 1302, 162},
-        {4096, 16384, 0.5, 30, 512, 8, 325, 40},
-        // 80e6 / 512 = 156250 transforms a second, a thirtieth of them.
-        {64, 1024, 0.5, 30, 64, 1, 5208, 651},
-        // 610 a second: 20 an update, and a batch of 2.
-        {64, 131072, 1.0, 30, 64, 1, 20, 2},
-    };
-    for (const Row& r : rows) {
-        SCOPED_TRACE(testing::Message() << r.traceLen << " bins of " << r.fftSize);
-        Plan p;
-        p.traceLen = r.traceLen;
-        p.fftSize = r.fftSize;
-        p.advance = r.advance;
-        p.frameRate = r.frameRate;
-        Engine e(p);
-        EXPECT_EQ(e.rt->ImageWidth(), r.width);
-        EXPECT_EQ(e.rt->BinsPerCol(), r.binsPerCol);
-        EXPECT_EQ(e.rt->FFTsPerUpdate(), r.perUpdate);
-        EXPECT_EQ(e.rt->FFTsPerBatch(), r.perBatch);
-        EXPECT_DOUBLE_EQ(e.rt->GetPoi(), (r.fftSize + int(r.fftSize * r.advance)) / 8e7);
-    }
-}
-
-// Silence: every cell is at level 0 (the logarithm of 0 is minus
-// infinity), so row 0 of every column holds the share of updates summed,
-// which grows by 1/40 a frame and stops at 39/40.
-TEST(RealTimeEngine, SilenceFillsRowZeroUpToThirtyNineFortieths) {
-    Engine e(Plan{});
-    Tone silence{0, 1024, 0};
-    Feeder feed(*e.rt, 1024, ToneSample, &silence);
-    Frames f(*e.rt);
-    for (int k = 1; k <= 42; ++k) {
-        SCOPED_TRACE(k);
-        feed.Fetch(k, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
-        const float share = float(std::min(k, 39) * e.rt->FFTsPerUpdate()) *
-                            float(1.0 / (40 * e.rt->FFTsPerUpdate()));
-        for (int c = 0; c < f.width; ++c) {
-            ASSERT_FLOAT_EQ(f.Color(0, c), share) << c;
-            ASSERT_EQ(f.Alpha(0, c), 1.0f) << c;
-            for (int r = 1; r < 256; ++r) ASSERT_EQ(f.Color(r, c) + f.Alpha(r, c), 0.0f) << r << " " << c;
-        }
-        for (int i = 0; i < e.rt->TraceLen(); ++i) {
-            ASSERT_TRUE(std::isinf(f.min[size_t(i)]) && f.min[size_t(i)] < 0) << i;
-            ASSERT_EQ(f.max[size_t(i)], f.min[size_t(i)]) << i;
-        }
-    }
-}
-
 struct ToneCase {
     const char* name;
     Plan plan;
@@ -189,54 +132,6 @@ struct ToneCase {
     float value;     // its sweep value: dBm or mV
     int row;         // its level
 };
-
-// Half of full scale on a bin: power 1/16 after the transform's division
-// by N, -12.04 dB or 55.90 mV (x 223.6).
-TEST(RealTimeEngine, ToneLevelColumnAndRow) {
-    auto plan = [](auto edit) {
-        Plan p;
-        edit(p);
-        return p;
-    };
-    const ToneCase cases[] = {
-        // (-12.04 + 100) x 2.56 = 225.2
-        {"log", plan([](Plan&) {}), 20, -12.0412f, 225},
-        // 55.90 x 255 / 223.6 = 63.75
-        {"linear", plan([](Plan& p) { p.logScale = false; }), 20, 55.9f, 64},
-        {"average", plan([](Plan& p) { p.detector = QS_DETECTOR_AVERAGE; }), 20, -12.0412f, 225},
-        // At the reference the level is 256, kept at 255.
-        {"at reference", plan([](Plan& p) { p.refDbm = -12.0; }), 20, -12.0412f, 255},
-        // Just below reference - divisions: level 0.
-        {"below the image", plan([](Plan& p) { p.refDbm = 88.0; }), 20, -12.0412f, 0},
-        // Corrections 0.05 dB a bin from the trace's first bin: +1 dB.
-        {"corrected", plan([](Plan& p) { p.calSlopeDb = 0.05; }), 20, -11.0412f, 228},
-        // An inverted row: the trace, the frames and the corrections all
-        // run the other way. Bin 244 is 12 bins below the IF centre (256),
-        // so the tone is 12 points above the trace's centre (32), with the
-        // correction of that position: +2.2 dB.
-        {"flipped", plan([](Plan& p) { p.flip = true; p.calSlopeDb = 0.05; }), 44, -9.8412f, 231},
-    };
-    for (const ToneCase& tc : cases) {
-        SCOPED_TRACE(tc.name);
-        Engine e(tc.plan);
-        // Bin 224 + 20 is trace point 20 of an upright row.
-        Tone tone{244, 1024, 1 << 30};
-        Feeder feed(*e.rt, 1024, ToneSample, &tone);
-        Frames f(*e.rt);
-        for (int k = 1; k <= 3; ++k) feed.Fetch(k, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
-        const int i = tc.traceIndex;
-        const float tol = tc.plan.logScale ? 0.01f : 0.01f * tc.value;
-        EXPECT_NEAR(f.max[size_t(i)], tc.value, tol);
-        EXPECT_NEAR(f.min[size_t(i)], tc.value, tol);
-        if (tc.plan.detector == QS_DETECTOR_AVERAGE) {
-            for (size_t j = 0; j < f.min.size(); ++j) ASSERT_EQ(f.min[j], f.max[j]) << j;
-        }
-        EXPECT_EQ(std::max_element(f.max.begin(), f.max.end()) - f.max.begin(), i);
-        // Every transform of three updates put the tone's cell at its level.
-        EXPECT_FLOAT_EQ(f.Color(tc.row, i), 3.0f / 40.0f);
-        EXPECT_EQ(f.Alpha(tc.row, i), 1.0f);
-    }
-}
 
 // A cell hit for the last time fades by 0.92 an update and is forgotten
 // 39 updates later, in colour and alpha alike.
