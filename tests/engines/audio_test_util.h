@@ -37,4 +37,15 @@ inline double ToneFrequency(const float* x, int n, double rateHz) {
     return (count - 1) * rateHz / (last - first);
 }
 
+// Amplitude of the component at `hz`: the note itself, without the noise
+// and the clicks of a lost block that an rms would count.
+inline double Component(const float* x, int n, double hz, double rateHz) {
+    double re = 0.0, im = 0.0;
+    for (int i = 0; i < n; ++i) {
+        re += x[i] * std::cos(2 * M_PI * hz * i / rateHz);
+        im -= x[i] * std::sin(2 * M_PI * hz * i / rateHz);
+    }
+    return 2.0 * std::hypot(re, im) / n;
+}
+
 }  // namespace audio_test

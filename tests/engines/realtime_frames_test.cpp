@@ -86,6 +86,21 @@ protected:
     qsStatus Fetch(Frame& f) {
         return qsFetchRealTimeFrame(h, f.min.data(), f.max.data(), f.color.data(), f.alpha.data());
     }
+    // n frames in a row without a device overrun: a loaded host may lose
+    // blocks, which the frame reports, and the test then looks again.
+    qsStatus FetchClean(Frame& f, int n = 3) {
+        int clean = 0;
+        for (int i = 0; i < 40 && clean < n; ++i) {
+            const qsStatus s = Fetch(f);
+            if (s == qsUncalSweep) {
+                clean = 0;
+                continue;
+            }
+            if (s != qsNoError) return s;
+            ++clean;
+        }
+        return clean == n ? qsNoError : qsUncalSweep;
+    }
 
     // Every entry up to the size the queries gave was written, none after.
     static void ExpectFilledExactly(const std::vector<float>& v, size_t n, const char* what) {
@@ -164,7 +179,7 @@ TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
         qssim_clear_signals(sim);
         qssim_set_tone(sim, toneHz, tc.levelDbm);
         ASSERT_EQ(Start(r), qsNoError);
-        for (int i = 1; i <= 3; ++i) ASSERT_EQ(Fetch(f), qsNoError) << i;
+        ASSERT_EQ(FetchClean(f), qsNoError);
         ExpectFilledExactly(f.min, f.traceLen, "min");
         ExpectFilledExactly(f.max, f.traceLen, "max");
         ExpectFilledExactly(f.color, size_t(f.width) * 256, "colour");
@@ -229,7 +244,7 @@ TEST_F(LarchRealTimeFrames, ToneInSweepAndFrame) {
         qssim_clear_signals(sim);
         qssim_set_tone(sim, toneHz, tc.levelDbm);
         ASSERT_EQ(Start(r), qsNoError);
-        for (int i = 1; i <= 3; ++i) ASSERT_EQ(Fetch(f), qsNoError) << i;
+        ASSERT_EQ(FetchClean(f), qsNoError);
         ExpectFilledExactly(f.max, f.traceLen, "max");
         const int p = f.Peak();
         EXPECT_EQ(p, k) << "tone at " << toneHz;
@@ -256,7 +271,7 @@ TEST_F(LarchRealTimeFrames, NoResidualSpurNearItsSpot) {
         qssim_clear_signals(sim);
         ASSERT_EQ(Start(r), qsNoError);
         Frame f = Prepare();
-        for (int i = 1; i <= 3; ++i) ASSERT_EQ(Fetch(f), qsNoError) << i;
+        ASSERT_EQ(FetchClean(f), qsNoError);
         std::vector<float> trace(f.max.begin(), f.max.begin() + f.traceLen);
         std::vector<float> sorted = trace;
         std::nth_element(sorted.begin(), sorted.begin() + sorted.size() / 2, sorted.end());
