@@ -20,7 +20,16 @@ extern "C" {
 #define QS_API
 #endif
 
-typedef enum qsStatus {
+/* In C++ the enumerations are int-based, as in C, so that any int a caller
+ * passes is a value of the type (a status code from elsewhere, a bad data
+ * type) and can be checked rather than be undefined. */
+#ifdef __cplusplus
+#define QS_ENUM_INT : int
+#else
+#define QS_ENUM_INT
+#endif
+
+typedef enum qsStatus QS_ENUM_INT {
     qsInvalidModeErr = -112,
     qsReferenceLevelErr = -111,
     qsInvalidVideoUnitsErr = -110,
@@ -66,7 +75,7 @@ typedef enum qsStatus {
     qsUncalSweep = 8
 } qsStatus;
 
-typedef enum qsDataType {
+typedef enum qsDataType QS_ENUM_INT {
     qsDataType32fc = 0, /* complex of two 32-bit floats */
     qsDataType16sc = 1  /* complex of two 16-bit signed integers */
 } qsDataType;

@@ -49,13 +49,13 @@ enum {
     ippStsCpuNotSupportedErr = -53,
 };
 
-enum IppHintAlgorithm { ippAlgHintNone = 0, ippAlgHintFast = 1, ippAlgHintAccurate = 2 };
-enum IppWinType { ippWinBartlett = 0, ippWinBlackman = 1, ippWinHamming = 2, ippWinHann = 3, ippWinRect = 4 };
-enum IppBool { ippFalse = 0, ippTrue = 1 };
-enum IppRoundMode { ippRndZero = 0, ippRndNear = 1 };
-enum IppsIIRFilterType { ippButterworth = 0, ippChebyshev1 = 1 };
-enum IppDataType { ipp32f = 13, ipp32fc = 14, ipp64f = 19 };
-enum IppAlgType { ippAlgAuto = 0 };
+enum IppHintAlgorithm : int { ippAlgHintNone = 0, ippAlgHintFast = 1, ippAlgHintAccurate = 2 };
+enum IppWinType : int { ippWinBartlett = 0, ippWinBlackman = 1, ippWinHamming = 2, ippWinHann = 3, ippWinRect = 4 };
+enum IppBool : int { ippFalse = 0, ippTrue = 1 };
+enum IppRoundMode : int { ippRndZero = 0, ippRndNear = 1 };
+enum IppsIIRFilterType : int { ippButterworth = 0, ippChebyshev1 = 1 };
+enum IppDataType : int { ipp32f = 13, ipp32fc = 14, ipp64f = 19 };
+enum IppAlgType : int { ippAlgAuto = 0 };
 
 enum {
     IPP_FFT_DIV_FWD_BY_N = 1,
