@@ -65,6 +65,14 @@ protected:
         return status;
     }
 
+    // An I/Q stream at 1 GHz, paced in real time as the instrument is.
+    qsStatus StartPaced(int decimation, double bandwidth) {
+        qssim_set_pacing(sim, 1);
+        qsConfigureIQCenter(h, 1e9);
+        const qsStatus s = qsConfigureIQ(h, decimation, bandwidth);
+        return s != qsNoError ? s : qsInitiate(h, QS_MODE_STREAMING, 0);
+    }
+
     // A device stopped from a stream counts run positions from that run
     // until it is told something else: a preset ends the run, so that
     // triggers added next count from the next stream's start.
@@ -263,10 +271,7 @@ TEST_F(IQStreaming, SampleLossIsReportedOnceAndAPurgeDropsTheData) {
     // flag there, and the other stream tests the threads.
     GTEST_SKIP() << "too slow under the thread sanitizer";
 #endif
-    qssim_set_pacing(sim, 1);
-    ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
-    ASSERT_EQ(qsConfigureIQ(h, 64, 200e3), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+    ASSERT_EQ(StartPaced(64, 200e3), qsNoError);
     int len = 0;
     ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, nullptr), qsNoError);
     const int capacity = 60 * len;
@@ -314,10 +319,7 @@ TEST_F(IQStreaming, ReadsAreDatedBySampleCountAndASleepingReaderHearsOfTheLoss) 
     // a gap is rightly a jump in the stamps.
     GTEST_SKIP() << "needs real time, which a sanitizer build does not keep";
 #endif
-    qssim_set_pacing(sim, 1);
-    ASSERT_EQ(qsConfigureIQCenter(h, 1e9), qsNoError);
-    ASSERT_EQ(qsConfigureIQ(h, 2, 10e6), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
+    ASSERT_EQ(StartPaced(2, 10e6), qsNoError);
     int len = 0, rate = 0;
     ASSERT_EQ(qsQueryStreamInfo(h, &len, nullptr, &rate), qsNoError);
     ASSERT_GT(rate, 0);
