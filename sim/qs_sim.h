@@ -8,7 +8,8 @@
  * USB call: QS_SIM_DEVICES="maple2:12345678,larch:10000001" (larch, maple,
  * maple1, maple2, or pid<N> for another product of the same vendor; a
  * device may add ":denied" (see qssim_set_access_denied), ":erased" or
- * ":uncalibrated" (see qssim_set_flash_image)) and
+ * ":uncalibrated" (see qssim_set_flash_image), or ":unplug=S" to be pulled
+ * out S seconds after the scene is set up) and
  * QS_SIM_TONES="1e9:-30,2.4e9:-50" (Hz:dBm, on every device).
  */
 #ifndef QS_SIM_H

@@ -1,12 +1,14 @@
 #include "sim_world.h"
 
-#include <cmath>
-#include <random>
-#include <cstdlib>
 #include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <random>
 #include <sstream>
 #include <string>
+#include <thread>
 
 #include "qs_sim.h"
 
@@ -76,6 +78,16 @@ void LoadEnvironment() {
             g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_ERASED);
         if (id >= 0 && item.find(":uncalibrated") != std::string::npos)
             g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_BLANK_TABLES);
+        // ":unplug=S": the device is pulled out S seconds after the scene is
+        // set up, so that a program run whole (the tool) meets an unplug.
+        const auto unplug = item.find(":unplug=");
+        if (id >= 0 && unplug != std::string::npos) {
+            const double after = std::strtod(item.c_str() + unplug + 8, nullptr);
+            std::thread([id, after] {
+                std::this_thread::sleep_for(std::chrono::duration<double>(after > 0 ? after : 0));
+                qssim_remove_device(id);
+            }).detach();
+        }
     }
 }
 

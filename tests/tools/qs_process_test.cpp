@@ -238,6 +238,16 @@ TEST(QsProcess, MissingDeviceIsOneLineWithTheLibraryText) {
     EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceNotOpenErr))) << r.err;
 }
 
+TEST(QsProcess, AnUnpluggedDeviceEndsAContinuousSweepWithTheLibraryText) {
+    const auto start = std::chrono::steady_clock::now();
+    const Result r = RunQs({"--simulate", "sweep", "--start", "1G", "--stop", "1.1G", "--continuous", "-o",
+                            TempPath("unplugged.csv")},
+                           {"QS_SIM_DEVICES=maple2:12345678:unplug=1"});
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceConnectionErr))) << r.err;
+}
+
 TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
     const std::string csv = TempPath("tone.csv"), png = TempPath("tone.png");
     const Result r = RunQs(With(kToneSweep, {"-o", csv, "--png", png, "--png-size", "900x500"}));
