@@ -439,8 +439,13 @@ qsStatus Device::GetIQ(qsIQPacket* pkt) {
 
 qsStatus Device::GetAudio(float* buffer) {
     if (!m_dme) return qsDeviceNotConfiguredErr;
-    m_dme->Get(buffer);
-    return m_usb->TransferStatus();
+    // A gap in the audio (blocks the device, the engine or a slow reader
+    // lost) is reported with the block after it: qsDataBreak.
+    bool gap = m_dme->Get(buffer);
+    const qsStatus usb = m_usb->TransferStatus();
+    if (usb != qsNoError) return usb;
+    if (m_gpifError.exchange(false)) gap = true;
+    return gap ? qsDataBreak : qsNoError;
 }
 
 qsStatus Device::GetRealTimePoi(double& poi) const {

@@ -171,14 +171,30 @@ void AudioEngineFast::Store(short* raw) {
 
 // ------------------------------------------------------------ Application's thread
 
-void AudioEngineFast::Get(float* f) {
-    if (!programRunning.load()) return;
+bool AudioEngineFast::Get(float* f) {
+    if (!programRunning.load()) return false;
     // The semaphore is one bit: a wake-up may be left over from a block
     // already fetched, so the count is looked at again.
     while (resultsAvailable.load() == 0) outputReady.wait();
+    bool lost = false;
+    const int held = resultsAvailable.load();
+    if (held > DEMOD_STEPS - 2) {
+        // The writer has lapped the reader or is about to: the oldest
+        // blocks are (being) overwritten. Skip to two blocks behind it.
+        const int skip = held - (DEMOD_STEPS - 2);
+        resultsAvailable -= skip;
+        outLoc = (outLoc + skip) % DEMOD_STEPS;
+        lost = true;
+    }
     ippsCopy_32f(outputBuffer.ptr + size_t(outLoc) * RETURN_SZ, f, RETURN_SZ);
     resultsAvailable -= 1;
     if (++outLoc == DEMOD_STEPS) outLoc = 0;
+    const long dropped = DroppedSteps();
+    if (dropped != droppedSeen) {
+        droppedSeen = dropped;
+        lost = true;
+    }
+    return lost;
 }
 
 void AudioEngineFast::UpdateSettings(const AudioConfig& new_config) {

@@ -74,7 +74,10 @@ public:
     void Store(short* raw);
     // Application's thread: one audio block of RETURN_SZ floats into f.
     // Blocks until one is there (no time-out).
-    void Get(float* f);
+    // Returns true when audio was lost before this block: input the filter
+    // thread could not take (DroppedSteps grew), or blocks the reader let
+    // the ring overwrite, which are skipped rather than read torn.
+    bool Get(float* f);
     // Application's thread: asks for new settings, applied by the filter
     // thread between two filter blocks. May wait while the filter thread
     // applies the previous ones.
@@ -127,6 +130,7 @@ private:
     std::atomic<int> demodAvailable{0};
     std::atomic<int> resultsAvailable{0};
     std::atomic<long> droppedSteps{0};
+    long droppedSeen = 0;  // application's thread
     semaphore inputReady;
     semaphore outputReady;
     int inLoc = 0;         // interface thread
