@@ -143,6 +143,7 @@ void Device::DeleteAndNullifyFFTEngines() {
     m_dsfft.reset();
     m_tg.reset();
     m_rtie.reset();
+    m_rtLostSeen = 0;
     m_stream.reset();
     m_dme.reset();
 }
@@ -412,7 +413,13 @@ qsStatus Device::StoreTgThru(int flag) {
 qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* colorFrame,
                                   float* alphaFrame) {
     if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
-    return FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
+    const qsStatus status = FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
+    // Blocks or transforms the engine had no room for are lost data, as a
+    // device overrun is: the frame says so (qsUncalSweep).
+    const int64_t lost = m_rtie->LostBlocks() + m_rtie->LostTransforms();
+    const bool gap = lost != m_rtLostSeen;
+    m_rtLostSeen = lost;
+    return status == qsNoError && gap ? qsUncalSweep : status;
 }
 
 qsStatus Device::GetIQ(float* buffer, int* triggers) {

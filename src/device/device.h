@@ -219,6 +219,7 @@ protected:
     // samples counted since (see UpdateTimestamp).
     double m_streamEpoch = 0.0;
     int64_t m_streamSamples = 0;
+    int64_t m_rtLostSeen = 0;  // the real-time engine's losses already reported
     double m_clockOffset = 0.0;
     double m_oscRatio = 1.0;
     std::atomic<bool> m_trlrSynced{true};
