@@ -10,7 +10,9 @@
  * device may add ":denied" (see qssim_set_access_denied), ":erased" or
  * ":uncalibrated" (see qssim_set_flash_image), or ":unplug=S" to be pulled
  * out S seconds after the scene is set up) and
- * QS_SIM_TONES="1e9:-30,2.4e9:-50" (Hz:dBm, on every device).
+ * QS_SIM_TONES="1e9:-30,2.4e9:-50" (Hz:dBm, on every device) and
+ * QS_SIM_TRIGGERS="0.01,0.25" (external triggers that many seconds into
+ * every stream run of each device; see qssim_add_trigger).
  */
 #ifndef QS_SIM_H
 #define QS_SIM_H

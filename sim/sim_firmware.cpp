@@ -169,6 +169,8 @@ void Firmware::StartRun(Mode mode, const Command& command, int64_t pairLimit,
     m_pairLimit = pairLimit;
     m_runStart = now;
     if (slip) m_events.push_back({0, 1, kSlip});
+    if (mode == kStream)
+        for (int64_t t : m_streamTriggers) AddTrigger(t);
 }
 
 void Firmware::EndRun() {

@@ -209,6 +209,10 @@ public:
     void StepGpifOverflow() { AddEvent(kGpif); }
     void StepAdcOverflow() { AddEvent(kAdc); }
     bool AddTrigger(int64_t runSample);
+    // Triggers put into every stream run as it starts (positions as for
+    // AddTrigger): the scene a whole program meets, which cannot time its
+    // calls to the device's runs.
+    void SetStreamTriggers(std::vector<int64_t> runSamples) { m_streamTriggers = std::move(runSamples); }
     void SetTemperature(double celsius) { m_temperature = celsius; }
     void SetSampleSource(std::unique_ptr<SampleSource> source) { m_source = std::move(source); }
     // Writes what the flash holds beyond erased bytes (the factory image)
@@ -290,6 +294,7 @@ private:
     uint16_t m_eventBase = 0;
     std::vector<int64_t> m_triggers;  // run sample positions, sorted
     bool m_triggersUsed = false;
+    std::vector<int64_t> m_streamTriggers;
 
     bool m_slipNextRun = false;
     int m_pacing = kPaceFree;

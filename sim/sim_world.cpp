@@ -52,6 +52,7 @@ void LoadEnvironment() {
     if (g_controlled) return;
     const char* devices = std::getenv("QS_SIM_DEVICES");
     const char* tones = std::getenv("QS_SIM_TONES");
+    const char* triggers = std::getenv("QS_SIM_TRIGGERS");
     if (!devices) return;
     std::vector<Tone> scene;
     if (tones) {
@@ -78,6 +79,15 @@ void LoadEnvironment() {
             g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_ERASED);
         if (id >= 0 && item.find(":uncalibrated") != std::string::npos)
             g_world.devices[id]->Factory().SetKind(QSSIM_FLASH_BLANK_TABLES);
+        // QS_SIM_TRIGGERS="0.01,0.02": external triggers that many seconds
+        // into every stream run, at the converter's 80 MS/s, so that a
+        // program run whole (the tool) records triggers where they were put.
+        if (id >= 0 && triggers) {
+            std::vector<int64_t> positions;
+            for (const auto& t : Split(triggers, ','))
+                positions.push_back(std::llround(std::strtod(t.c_str(), nullptr) * 80e6));
+            g_world.devices[id]->GetFirmware().SetStreamTriggers(std::move(positions));
+        }
         // ":unplug=S": the device is pulled out S seconds after the scene is
         // set up, so that a program run whole (the tool) meets an unplug.
         const auto unplug = item.find(":unplug=");

@@ -1,6 +1,7 @@
 // The CSV and power-sweep text forms, read back as a script would read them.
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdlib>
 #include <sstream>
 #include <string>
@@ -95,40 +96,67 @@ TEST(TraceWriters, SettingsNameTheWindowOnlyForTheNativeShape) {
     EXPECT_NE(text.find("average"), std::string::npos) << text;
 }
 
-TEST(TraceWriters, PowerRowsSplitTheSweepAndAgreeWithTheirBins) {
+// Rows as the heat-map scripts read them: each row's low edge the previous
+// row's high edge, and low + i * bin width every point's exact frequency.
+TEST(TraceWriters, PowerRowsJoinUpAndGiveEveryBinItsExactFrequency) {
     std::ostringstream out;
-    const Trace trace = SampleTrace();
+    Trace trace = SampleTrace();
+    trace.startHz = 87998046.875;
+    trace.binHz = 9765.625;
+    trace.sweeps = 7;
+    trace.utc.tv_nsec = 999999999;  // must not round into the next second
     qstool::WritePowerSweep(out, trace, 4);
     const std::vector<std::string> lines = Lines(out.str());
     ASSERT_EQ(lines.size(), 3u);  // 4 + 4 + 2 levels
     size_t point = 0;
+    std::string previousHigh = "87998046.875";
     for (const std::string& line : lines) {
         const std::vector<std::string> f = Fields(line);
         ASSERT_GE(f.size(), 7u) << line;
-        EXPECT_EQ(f[0], "2023-11-14");
-        EXPECT_EQ(f[1], "22:13:20");
-        const double low = std::atof(f[2].c_str());
-        const double high = std::atof(f[3].c_str());
-        const double bin = std::atof(f[4].c_str());
-        const size_t samples = std::strtoul(f[5].c_str(), nullptr, 10);
+        EXPECT_EQ(f[0] + " " + f[1], "2023-11-14 22:13:20");
+        EXPECT_EQ(f[2], previousHigh);
+        EXPECT_EQ(f[4], "9765.625");
+        EXPECT_EQ(f[5], "7") << "samples: the sweeps in each level";
         const size_t levels = f.size() - 6;
-        EXPECT_EQ(samples, levels);
-        EXPECT_NEAR(bin, trace.binHz, 0.005);
-        // What heat-map scripts compute the bin frequencies from.
-        EXPECT_NEAR(low, trace.startHz + point * trace.binHz, 0.5);
-        EXPECT_NEAR((high - low) / bin, static_cast<double>(levels), 1e-3);
-        for (size_t i = 0; i < levels; ++i)
-            EXPECT_NEAR(std::atof(f[6 + i].c_str()), trace.maxDbm[point + i], 0.005);
+        const double low = std::atof(f[2].c_str()), high = std::atof(f[3].c_str()), bin = std::atof(f[4].c_str());
+        EXPECT_EQ(low + levels * bin, high);
+        EXPECT_EQ(low, trace.startHz + point * trace.binHz);
+        for (size_t i = 0; i < levels; ++i) EXPECT_NEAR(std::atof(f[6 + i].c_str()), trace.maxDbm[point + i], 0.005);
         point += levels;
+        previousHigh = f[3];
     }
     EXPECT_EQ(point, trace.maxDbm.size());
 }
 
-TEST(TraceWriters, PowerRowsOfOneSweepShareItsTimeStamp) {
-    std::ostringstream out;
-    Trace trace = SampleTrace();
-    trace.utc.tv_nsec = 999999999;  // must not round into the next second
-    qstool::WritePowerSweep(out, trace, 3);
-    for (const std::string& line : Lines(out.str()))
-        EXPECT_EQ(line.rfind("2023-11-14, 22:13:20, ", 0), 0u) << line;
+TEST(TraceWriters, CropKeepsThePointsAskedForWithHalfABinOfSlack) {
+    Trace t = SampleTrace();  // 2.4 GHz + i * 4882.8125 Hz, i < 10
+    const auto [first, count] = qstool::CropRange(t, 2.4e9 + 2 * 4882.8125 - 2000.0, 2.4e9 + 7 * 4882.8125 + 2000.0);
+    EXPECT_EQ(first, 2u);
+    EXPECT_EQ(count, 6u);
+    EXPECT_EQ(qstool::CropRange(t, 2.4e9 + 2 * 4882.8125 + 2500.0, 2.5e9).first, 3u);
+    EXPECT_EQ(qstool::CropRange(t, 0.0, 1e10), (std::pair<size_t, size_t>{0, 10}));
+    EXPECT_EQ(qstool::CropRange(t, 3e9, 4e9).second, 0u);
+    const Trace cropped = qstool::Crop(t, 2.4e9 + 6 * 4882.8125, 2.5e9);
+    EXPECT_EQ(cropped.startHz, 2.4e9 + 6 * 4882.8125);
+    ASSERT_EQ(cropped.maxDbm.size(), 4u);
+    EXPECT_EQ(cropped.maxDbm[0], -40.25);
+}
+
+// Levels average as powers: -30 and -40 dBm give 10 log10((1e-3 + 1e-4) / 2).
+TEST(TraceWriters, PowerAverageAddsMilliwatts) {
+    Trace a = SampleTrace(), b = SampleTrace();
+    a.maxDbm.assign(10, -30.0);
+    b.maxDbm.assign(10, -40.0);
+    b.utc.tv_sec += 1;
+    qstool::PowerAverage avg;
+    avg.Add(a);
+    avg.Add(b);
+    const Trace r = avg.Result();
+    EXPECT_EQ(r.sweeps, 2);
+    EXPECT_EQ(r.utc.tv_sec, a.utc.tv_sec) << "a record is dated by its first sweep";
+    EXPECT_NEAR(r.maxDbm[3], 10.0 * std::log10((1e-3 + 1e-4) / 2.0), 1e-9);
+    EXPECT_NEAR(r.minDbm[3], a.minDbm[3], 1e-9);
+    avg.Clear();
+    avg.Add(b);
+    EXPECT_NEAR(avg.Result().maxDbm[0], -40.0, 1e-9);
 }

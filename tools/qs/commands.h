@@ -49,8 +49,16 @@ private:
     unsigned m_serial = 0;
 };
 
+// Whether a file can be made at path (its folder exists and may be written
+// to), so that a bad name is told before a measurement rather than after.
+// Reports "qs: OPTION PATH: reason" when not.
+bool CanCreate(const std::string& path, const std::string& option);
+
 int RunList();
 int RunInfo(const Options& options);
 int RunSweep(const Options& options);
+int RunIq(const Options& options);
+int RunAudio(const Options& options);
+int RunRealtime(const Options& options);
 
 }  // namespace qstool

@@ -1,5 +1,9 @@
 // qs list and qs info, and the helpers every subcommand uses.
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -58,6 +62,14 @@ bool MeasureBriefly(int h) {
 }
 
 }  // namespace
+
+bool CanCreate(const std::string& path, const std::string& option) {
+    const size_t slash = path.find_last_of('/');
+    const std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    if (access(folder.c_str(), W_OK) == 0) return true;
+    std::fprintf(stderr, "qs: %s %s: %s\n", option.c_str(), path.c_str(), std::strerror(errno));
+    return false;
+}
 
 int ReportError(const std::string& what, qsStatus status) {
     std::fprintf(stderr, "qs: %s\n", StatusLine(what, status).c_str());

@@ -1,114 +1,24 @@
-// qs sweep: configure, start, fetch traces, write them; a progress line on
-// a terminal; the first Ctrl-C ends the run after the sweep in progress.
-#include <pthread.h>
-#include <signal.h>
+// qs sweep: configure, start, fetch traces, average them into records and
+// write those; a progress line on a terminal; the first Ctrl-C ends the run
+// after the sweep in progress, and what it holds is written.
 #include <unistd.h>
 
-#include <atomic>
-#include <chrono>
 #include <cerrno>
-#include <condition_variable>
+#include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
-#include <mutex>
-#include <thread>
 
 #include "commands.h"
 #include "core/si_units.h"
 #include "core/trace_plot.h"
 #include "core/trace_writers.h"
+#include "run_control.h"
 
 namespace qstool {
 
 namespace {
-
-// Ctrl-C, taken on a thread of its own. SIGINT is blocked before the
-// analyser opens, so no thread of the library, which inherits the mask, is
-// interrupted in a USB wait; the first one asks for a stop after the sweep
-// in progress, the second ends the program at once.
-class InterruptWatch {
-public:
-    explicit InterruptWatch(bool tell) : m_tell(tell) {
-        sigemptyset(&m_set);
-        sigaddset(&m_set, SIGINT);
-        pthread_sigmask(SIG_BLOCK, &m_set, nullptr);
-        m_thread = std::thread([this] { Run(); });
-    }
-    ~InterruptWatch() {
-        m_stop = true;
-        m_thread.join();
-    }
-    bool Interrupted() const { return m_interrupted.load(); }
-
-private:
-    void Run() {
-        const timespec poll{0, 100 * 1000 * 1000};
-        while (!m_stop.load()) {
-            if (sigtimedwait(&m_set, nullptr, &poll) != SIGINT) continue;
-            if (m_interrupted.exchange(true)) {
-                std::fputs("\nqs: aborted\n", stderr);
-                _exit(kExitAborted);
-            }
-            if (m_tell)
-                std::fputs("\r\033[Kqs: stopping after this sweep (Ctrl-C again aborts)\n",
-                           stderr);
-        }
-    }
-
-    const bool m_tell;
-    sigset_t m_set;
-    std::atomic<bool> m_stop{false};
-    std::atomic<bool> m_interrupted{false};
-    std::thread m_thread;
-};
-
-// Once a second, after the first second: which sweep runs and for how long.
-class ProgressLine {
-public:
-    ProgressLine(bool enabled, int total) : m_total(total) {
-        if (enabled) m_thread = std::thread([this] { Run(); });
-    }
-    ~ProgressLine() {
-        if (!m_thread.joinable()) return;
-        {
-            std::lock_guard<std::mutex> hold(m_lock);
-            m_stop = true;
-        }
-        m_wake.notify_all();
-        m_thread.join();
-        if (m_shown) std::fputs("\r\033[K", stderr);
-    }
-    void SweepDone() { ++m_done; }
-
-private:
-    void Run() {
-        const auto start = std::chrono::steady_clock::now();
-        std::unique_lock<std::mutex> hold(m_lock);
-        while (!m_wake.wait_for(hold, std::chrono::seconds(1), [this] { return m_stop; })) {
-            const double seconds =
-                std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-            const int done = m_done.load();
-            if (m_total > 0)
-                std::fprintf(stderr, "\r\033[Kqs: sweep %d of %d, %.0f s", done + 1, m_total,
-                             seconds);
-            else
-                std::fprintf(stderr, "\r\033[Kqs: sweep %d, %.0f s (Ctrl-C stops)", done + 1,
-                             seconds);
-            std::fflush(stderr);
-            m_shown = true;
-        }
-    }
-
-    const int m_total;  // 0: until stopped
-    std::atomic<int> m_done{0};
-    std::mutex m_lock;
-    std::condition_variable m_wake;
-    bool m_stop = false;
-    bool m_shown = false;
-    std::thread m_thread;
-};
 
 struct Step {
     std::string what;
@@ -116,20 +26,24 @@ struct Step {
 };
 
 // The settings into the staging record; the first refusal is reported,
-// with the values it refused.
+// with the values it refused. Adjusted values come back as warnings.
 bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
-    char level[32];
+    char level[64];
     std::snprintf(level, sizeof level, "%g dBm", o.refDbm);
+    double ratio = 1.0;
+    qsGetTimebaseCorrection(h, &ratio);
     const Step steps[] = {
         {"setting the span " + FormatHz(o.startHz) + " to " + FormatHz(o.stopHz),
          qsConfigureCenterSpan(h, (o.startHz + o.stopHz) / 2.0, o.stopHz - o.startHz)},
-        {std::string("setting the reference level ") + level,
-         qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
-        {"setting the gain", qsConfigureGain(h, QS_GAIN_AUTO)},
+        {std::string("setting the reference level ") + level, qsConfigureLevel(h, o.refDbm, o.attenDb)},
+        {"setting the gain", qsConfigureGain(h, o.gain)},
         {"setting RBW " + FormatHz(rbwHz) + " and VBW " + FormatHz(vbwHz),
          qsConfigureSweepCoupling(h, rbwHz, vbwHz, o.sweepTimeS, o.shape, QS_REJECTION_NONE)},
         {"setting the window", qsConfigureWindow(h, o.window)},
         {"setting the detector", qsConfigureAcquisition(h, o.detector, QS_SCALE_LOG)},
+        // On top of the device's own correction, for this run only.
+        {"correcting the time base by " + FormatExact(o.ppm) + " ppm",
+         o.ppm != 0.0 ? qsSetTimebaseCorrection(h, ratio * (1.0 + o.ppm * 1e-6)) : qsNoError},
     };
     for (const Step& step : steps) {
         if (step.status < 0) {
@@ -141,11 +55,21 @@ bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
     return true;
 }
 
-timespec UtcNow() {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return now;
-}
+// When records are complete: after `average` sweeps, or once a record has
+// integrated its interval.
+class RecordClock {
+public:
+    explicit RecordClock(const SweepOptions& o) : m_interval(o.RecordInterval()), m_average(o.average) {}
+    void Started(double now) { m_start = now; }
+    bool Complete(int sweeps, double now) const {
+        return m_interval > 0.0 ? now - m_start >= m_interval : sweeps >= m_average;
+    }
+
+private:
+    const double m_interval;
+    const int m_average;
+    double m_start = 0.0;
+};
 
 }  // namespace
 
@@ -156,8 +80,21 @@ int RunSweep(const Options& options) {
     description.rbwHz = o.rbwHz > 0.0 ? o.rbwHz : DefaultRbw(o.stopHz - o.startHz);
     description.vbwHz = o.vbwHz > 0.0 ? o.vbwHz : description.rbwHz;
 
+    // Files first: a folder that does not exist is told before any sweep.
+    const bool toStdout = o.outputPath.empty() || o.outputPath == "-";
+    std::ofstream file;
+    if (!toStdout) {
+        file.open(o.outputPath, std::ios::out | std::ios::trunc);
+        if (!file) {
+            std::fprintf(stderr, "qs: -o %s: %s\n", o.outputPath.c_str(), std::strerror(errno));
+            return kExitFailure;
+        }
+    }
+    if (!o.pngPath.empty() && !CanCreate(o.pngPath, "--png")) return kExitFailure;
+    std::ostream& out = toStdout ? std::cout : file;
+
     // Before the open: the library's threads start there.
-    InterruptWatch interrupts(isatty(STDERR_FILENO));
+    InterruptWatch interrupts(ShowProgress(toStdout) ? "stopping after this sweep" : "");
     OpenAnalyser analyser;
     if (!analyser.Open(options.serial)) return kExitFailure;
     description.device = analyser.Name();
@@ -165,68 +102,77 @@ int RunSweep(const Options& options) {
     if (!Configure(h, o, description.rbwHz, description.vbwHz)) return kExitFailure;
 
     qsStatus status = qsInitiate(h, QS_MODE_SWEEP, 0);
-    if (status == qsNotSupportedErr) {
+    if (status == qsAllocationLimitErr) {
         ReportError("starting the sweep", status);
-        std::fprintf(stderr, "qs: this library makes no swept measurement with these settings\n");
+        std::fprintf(stderr, "qs: %s at RBW %s holds more points than fit in memory: raise --rbw or narrow the span\n",
+                     FormatHz(o.stopHz - o.startHz).c_str(), FormatHz(description.rbwHz).c_str());
         return kExitFailure;
     }
     if (status < 0) return ReportError("starting the sweep", status);
     ReportWarning("starting the sweep", status);
     unsigned points = 0;
-    Trace trace;
-    status = qsQueryTraceInfo(h, &points, &trace.binHz, &trace.startHz);
+    Trace sweep;
+    status = qsQueryTraceInfo(h, &points, &sweep.binHz, &sweep.startHz);
     if (status < 0) return ReportError("asking for the trace size", status);
-    trace.minDbm.assign(points, 0.0);
-    trace.maxDbm.assign(points, 0.0);
+    sweep.minDbm.assign(points, 0.0);
+    sweep.maxDbm.assign(points, 0.0);
 
-    std::ofstream file;
-    if (!o.outputPath.empty()) {
-        file.open(o.outputPath, std::ios::out | std::ios::trunc);
-        if (!file) {
-            std::fprintf(stderr, "qs: -o %s: %s\n", o.outputPath.c_str(), std::strerror(errno));
-            return kExitFailure;
-        }
-    }
-    std::ostream& out = o.outputPath.empty() ? std::cout : file;
-
-    const bool terminal = isatty(STDERR_FILENO) &&
-                          !(o.outputPath.empty() && isatty(STDOUT_FILENO));
-    int done = 0;
+    const int wanted = o.count > 0 ? o.count : (o.Unbounded() ? 0 : 1);
+    const double begun = MonotonicSeconds();
+    RecordClock clock(o);
+    PowerAverage record;
+    Trace last;
+    int sweeps = 0, written = 0;
     qsStatus lastWarning = qsNoError;
+    const auto write = [&] {
+        last = record.Result();
+        record.Clear();
+        if (o.format == OutputFormat::kPower)
+            WritePowerSweep(out, last);
+        else
+            WriteCsvSweep(out, description, last);
+        out.flush();
+        ++written;
+    };
     {
-        ProgressLine progress(terminal, o.continuous ? 0 : o.count);
+        ProgressLine progress(ShowProgress(toStdout), [&](double seconds) {
+            char text[96];
+            std::snprintf(text, sizeof text, "sweep %d, record %d%s, %.0f s%s", sweeps + 1, written + 1,
+                          wanted > 0 ? (" of " + std::to_string(wanted)).c_str() : "", seconds,
+                          wanted > 0 ? "" : " (Ctrl-C stops)");
+            return std::string(text);
+        });
         // The measurement runs from qsInitiate on: an interrupt before the
         // first fetch still gets that sweep.
-        do {
-            trace.utc = UtcNow();
-            status = qsFetchTrace(h, static_cast<int>(points), trace.minDbm.data(),
-                                  trace.maxDbm.data());
+        for (;;) {
+            sweep.utc = UtcNow();
+            if (record.Count() == 0) clock.Started(MonotonicSeconds());
+            status = qsFetchTrace(h, static_cast<int>(points), sweep.minDbm.data(), sweep.maxDbm.data());
             if (status < 0) break;
             // A warning that repeats every sweep is told once.
-            if (status > 0 && status != lastWarning)
-                ReportWarning("sweep " + std::to_string(done + 1), status);
+            if (status > 0 && status != lastWarning) ReportWarning("sweep " + std::to_string(sweeps + 1), status);
             lastWarning = status;
-            if (o.format == OutputFormat::kPower)
-                WritePowerSweep(out, trace);
-            else
-                WriteCsvSweep(out, description, trace);
-            out.flush();
-            ++done;
-            progress.SweepDone();
-        } while ((o.continuous || done < o.count) && !interrupts.Interrupted());
+            ++sweeps;
+            record.Add(Crop(sweep, o.startHz, o.stopHz));
+            const double now = MonotonicSeconds();
+            if (clock.Complete(record.Count(), now)) write();
+            const bool timeUp = o.exitAfterS > 0.0 && now - begun >= o.exitAfterS;
+            if ((wanted > 0 && written >= wanted) || timeUp || interrupts.Interrupted()) break;
+        }
+        // What was measured is written, also when a stop cut a record short.
+        if (record.Count() > 0 && status >= 0) write();
     }
-    if (status < 0) return ReportError("sweep " + std::to_string(done + 1), status);
+    if (status < 0) return ReportError("sweep " + std::to_string(sweeps + 1), status);
     if (!out) {
-        std::fprintf(stderr, "qs: writing %s failed\n",
-                     o.outputPath.empty() ? "standard output" : o.outputPath.c_str());
+        std::fprintf(stderr, "qs: writing %s failed\n", toStdout ? "standard output" : o.outputPath.c_str());
         return kExitFailure;
     }
     qsAbort(h);
-    if (!o.pngPath.empty() && done > 0) {
+    if (!o.pngPath.empty() && written > 0) {
         std::string error;
-        const std::string title = "qs sweep, " + description.device + ", " +
-                                  DescribeSettings(description) + ", " + FormatUtc(trace.utc);
-        if (!WritePlotPng(o.pngPath, trace, title, o.pngWidth, o.pngHeight, &error)) {
+        const std::string title = "qs sweep, " + description.device + ", " + DescribeSettings(description) + ", " +
+                                  FormatUtc(last.utc);
+        if (!WritePlotPng(o.pngPath, last, title, o.pngWidth, o.pngHeight, &error)) {
             std::fprintf(stderr, "qs: --png %s: %s\n", o.pngPath.c_str(), error.c_str());
             return kExitFailure;
         }

@@ -93,6 +93,34 @@ bool ParseCount(const std::string& text, int* value) {
     return true;
 }
 
+bool ParseDuration(const std::string& text, double* seconds) {
+    double v = 0.0;
+    std::string rest;
+    if (!LeadingNumber(text, &v, &rest) || v < 0.0) return false;
+    static const struct {
+        const char* unit;
+        double scale;
+    } kUnits[] = {{"", 1.0}, {"s", 1.0}, {"ms", 1e-3}, {"m", 60.0}, {"min", 60.0}, {"h", 3600.0}};
+    for (const auto& u : kUnits)
+        if (rest == u.unit) {
+            *seconds = v * u.scale;
+            return std::isfinite(*seconds);
+        }
+    return false;
+}
+
+std::string FormatExact(double value) {
+    // Three decimals hold every bin edge of the analysers to the millihertz
+    // (bins are multiples of 80 MHz over a power of two); the zeros after
+    // them are dropped so that whole numbers print as such.
+    char text[64];
+    std::snprintf(text, sizeof text, "%.3f", value);
+    std::string s = text;
+    while (!s.empty() && s.back() == '0') s.pop_back();
+    if (!s.empty() && s.back() == '.') s.pop_back();
+    return s == "-0" ? "0" : s;
+}
+
 std::string FormatHz(double hz, int digits) {
     static const struct {
         double scale;

@@ -56,12 +56,17 @@ std::string DescribeSettings(const SweepDescription& d) {
     // The window shapes only the native RBW.
     if (o.shape == QS_RBW_SHAPE_NATIVE) text += std::string("/") + WindowName(o.window);
     text += o.detector == QS_DETECTOR_AVERAGE ? ", average" : ", minmax";
+    if (o.attenDb >= 0.0) text += ", atten " + FormatExact(o.attenDb) + " dB";
+    if (o.gain >= 0) text += ", gain " + std::to_string(o.gain);
+    if (o.ppm != 0.0) text += ", time base " + FormatExact(o.ppm) + " ppm";
     return text;
 }
 
 void WriteCsvSweep(std::ostream& out, const SweepDescription& description, const Trace& trace) {
     out << "# qs sweep, " << (description.device.empty() ? "" : description.device + ", ")
-        << DescribeSettings(description) << ", " << FormatUtc(trace.utc) << "\n"
+        << DescribeSettings(description) << ", bin " << FormatExact(trace.binHz) << " Hz"
+        << (trace.sweeps > 1 ? ", power average of " + std::to_string(trace.sweeps) + " sweeps" : "") << ", "
+        << FormatUtc(trace.utc) << "\n"
         << "frequency_hz,min_dbm,max_dbm\n";
     const size_t points = std::min(trace.minDbm.size(), trace.maxDbm.size());
     char row[96];
@@ -73,6 +78,64 @@ void WriteCsvSweep(std::ostream& out, const SweepDescription& description, const
     }
 }
 
+std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz) {
+    const size_t points = std::min(trace.minDbm.size(), trace.maxDbm.size());
+    if (points == 0 || !(trace.binHz > 0.0)) return {0, points};
+    const double first = std::ceil((lowHz - trace.startHz) / trace.binHz - 0.5);
+    const double last = std::floor((highHz - trace.startHz) / trace.binHz + 0.5);
+    const double lo = std::max(0.0, first);
+    const double hi = std::min(static_cast<double>(points) - 1.0, last);
+    if (hi < lo) return {0, 0};
+    return {static_cast<size_t>(lo), static_cast<size_t>(hi - lo) + 1};
+}
+
+Trace Crop(const Trace& trace, double lowHz, double highHz) {
+    const auto [first, count] = CropRange(trace, lowHz, highHz);
+    Trace out;
+    out.startHz = trace.startHz + static_cast<double>(first) * trace.binHz;
+    out.binHz = trace.binHz;
+    out.utc = trace.utc;
+    out.sweeps = trace.sweeps;
+    out.minDbm.assign(trace.minDbm.begin() + first, trace.minDbm.begin() + first + count);
+    out.maxDbm.assign(trace.maxDbm.begin() + first, trace.maxDbm.begin() + first + count);
+    return out;
+}
+
+namespace {
+
+void AddPower(std::vector<double>& sumMw, const std::vector<double>& dbm, bool first) {
+    if (first) sumMw.assign(dbm.size(), 0.0);
+    const size_t n = std::min(sumMw.size(), dbm.size());
+    for (size_t i = 0; i < n; ++i) sumMw[i] += std::pow(10.0, dbm[i] / 10.0);
+}
+
+std::vector<double> MeanDbm(const std::vector<double>& sumMw, int count) {
+    std::vector<double> dbm(sumMw.size());
+    for (size_t i = 0; i < sumMw.size(); ++i) dbm[i] = 10.0 * std::log10(sumMw[i] / count);
+    return dbm;
+}
+
+}  // namespace
+
+void PowerAverage::Add(const Trace& sweep) {
+    if (m_count == 0) m_first = sweep;
+    AddPower(m_minMw, sweep.minDbm, m_count == 0);
+    AddPower(m_maxMw, sweep.maxDbm, m_count == 0);
+    ++m_count;
+}
+
+Trace PowerAverage::Result() const {
+    Trace t;
+    t.startHz = m_first.startHz;
+    t.binHz = m_first.binHz;
+    t.utc = m_first.utc;
+    t.sweeps = m_count;
+    if (m_count == 0) return t;
+    t.minDbm = MeanDbm(m_minMw, m_count);
+    t.maxDbm = MeanDbm(m_maxMw, m_count);
+    return t;
+}
+
 void WritePowerSweep(std::ostream& out, const Trace& trace, size_t maxBinsPerRow) {
     const std::tm f = UtcFields(trace.utc);
     char stamp[40];
@@ -80,17 +143,17 @@ void WritePowerSweep(std::ostream& out, const Trace& trace, size_t maxBinsPerRow
                   f.tm_mon + 1, f.tm_mday, f.tm_hour, f.tm_min, f.tm_sec);
     const size_t points = trace.maxDbm.size();
     if (maxBinsPerRow == 0) maxBinsPerRow = points;
+    const std::string bin = FormatExact(trace.binHz);
     char field[64];
     for (size_t first = 0; first < points; first += maxBinsPerRow) {
         const size_t count = std::min(maxBinsPerRow, points - first);
+        // Both edges from the same expression, so that rows join exactly.
         const double lowHz = trace.startHz + static_cast<double>(first) * trace.binHz;
-        const double highHz = lowHz + static_cast<double>(count) * trace.binHz;
-        int n = std::snprintf(field, sizeof field, ", %.0f, %.0f, %.2f, %zu", std::round(lowHz),
-                              std::round(highHz), trace.binHz, count);
-        out << stamp;
-        out.write(field, n);
+        const double highHz = trace.startHz + static_cast<double>(first + count) * trace.binHz;
+        out << stamp << ", " << FormatExact(lowHz) << ", " << FormatExact(highHz) << ", " << bin << ", "
+            << trace.sweeps;
         for (size_t i = first; i < first + count; ++i) {
-            n = std::snprintf(field, sizeof field, ", %.2f", trace.maxDbm[i]);
+            const int n = std::snprintf(field, sizeof field, ", %.2f", trace.maxDbm[i]);
             out.write(field, n);
         }
         out << "\n";

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <ctime>
+#include <utility>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -17,7 +18,31 @@ struct Trace {
     double binHz = 0.0;
     std::vector<double> minDbm;
     std::vector<double> maxDbm;
-    timespec utc{};  // when the sweep was asked for
+    timespec utc{};  // when the (first) sweep was asked for
+    int sweeps = 1;  // how many sweeps were averaged into the levels
+};
+
+// The points of a trace that lie from lowHz to highHz (half a bin of slack
+// at each end): a sweep shows what was asked, not the device's whole first
+// and last step. Returns the first index and the count.
+std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz);
+Trace Crop(const Trace& trace, double lowHz, double highHz);
+
+// Sweeps averaged in power (mW), the way a level meter integrates; a level
+// of -inf or below stays out of nothing, it simply adds no power.
+class PowerAverage {
+public:
+    void Add(const Trace& sweep);
+    int Count() const { return m_count; }
+    // The average so far, with the first sweep's frequencies and time, and
+    // the count in `sweeps`.
+    Trace Result() const;
+    void Clear() { m_count = 0; }
+
+private:
+    Trace m_first;
+    std::vector<double> m_minMw, m_maxMw;
+    int m_count = 0;
 };
 
 // What the settings and the device were, for the CSV comment and the title.
@@ -39,12 +64,13 @@ std::string DescribeSettings(const SweepDescription& description);
 // row, then one row per point: frequency in Hz, min dBm, max dBm.
 void WriteCsvSweep(std::ostream& out, const SweepDescription& description, const Trace& trace);
 
-// The same sweep as rows "date, time, Hz low, Hz high, Hz bin width,
+// The same record as rows "date, time, Hz low, Hz high, Hz bin width,
 // samples, dB, dB, ...", at most maxBinsPerRow levels a row, all rows with
-// the sweep's one UTC time stamp. Levels are the max trace (the min trace
-// too under the average detector, where the two are the same). Hz high is
-// Hz low plus the row's bins times the bin width; samples is the number of
-// levels in the row.
+// the record's one UTC time stamp in whole seconds. Levels are the max trace
+// (the min trace too under the average detector, where the two are the
+// same). Each row's Hz low is the previous row's Hz high, and the numbers
+// are exact to the millihertz, so that low + i * bin width gives every
+// point's frequency; samples is the number of sweeps in each level.
 void WritePowerSweep(std::ostream& out, const Trace& trace, size_t maxBinsPerRow = 1024);
 
 }  // namespace qstool
