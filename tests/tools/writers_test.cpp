@@ -136,6 +136,13 @@ TEST(TraceWriters, CropKeepsThePointsAskedForWithHalfABinOfSlack) {
     EXPECT_EQ(qstool::CropRange(t, 2.4e9 + 2 * 4882.8125 + 2500.0, 2.5e9).first, 3u);
     EXPECT_EQ(qstool::CropRange(t, 0.0, 1e10), (std::pair<size_t, size_t>{0, 10}));
     EXPECT_EQ(qstool::CropRange(t, 3e9, 4e9).second, 0u);
+    // A full span's point at 0 Hz lies within half a bin of 9 kHz, but below
+    // what the instrument measures.
+    Trace full = SampleTrace();
+    full.startHz = 0.0;
+    full.binHz = 78125.0;
+    EXPECT_EQ(qstool::CropRange(full, 9e3, 1e6, 9e3).first, 1u);
+    EXPECT_EQ(qstool::CropRange(full, 9e3, 1e6).first, 0u);
     const Trace cropped = qstool::Crop(t, 2.4e9 + 6 * 4882.8125, 2.5e9);
     EXPECT_EQ(cropped.startHz, 2.4e9 + 6 * 4882.8125);
     ASSERT_EQ(cropped.maxDbm.size(), 4u);

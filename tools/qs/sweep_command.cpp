@@ -153,7 +153,7 @@ int RunSweep(const Options& options) {
             if (status > 0 && status != lastWarning) ReportWarning("sweep " + std::to_string(sweeps + 1), status);
             lastWarning = status;
             ++sweeps;
-            record.Add(Crop(sweep, o.startHz, o.stopHz));
+            record.Add(Crop(sweep, o.startHz, o.stopHz, QS_MIN_FREQ));
             const double now = MonotonicSeconds();
             if (clock.Complete(record.Count(), now)) write();
             const bool timeUp = o.exitAfterS > 0.0 && now - begun >= o.exitAfterS;

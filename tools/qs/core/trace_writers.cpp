@@ -78,10 +78,11 @@ void WriteCsvSweep(std::ostream& out, const SweepDescription& description, const
     }
 }
 
-std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz) {
+std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz, double floorHz) {
     const size_t points = std::min(trace.minDbm.size(), trace.maxDbm.size());
     if (points == 0 || !(trace.binHz > 0.0)) return {0, points};
-    const double first = std::ceil((lowHz - trace.startHz) / trace.binHz - 0.5);
+    const double first = std::max(std::ceil((lowHz - trace.startHz) / trace.binHz - 0.5),
+                                  std::ceil((floorHz - trace.startHz) / trace.binHz));
     const double last = std::floor((highHz - trace.startHz) / trace.binHz + 0.5);
     const double lo = std::max(0.0, first);
     const double hi = std::min(static_cast<double>(points) - 1.0, last);
@@ -89,8 +90,8 @@ std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double hig
     return {static_cast<size_t>(lo), static_cast<size_t>(hi - lo) + 1};
 }
 
-Trace Crop(const Trace& trace, double lowHz, double highHz) {
-    const auto [first, count] = CropRange(trace, lowHz, highHz);
+Trace Crop(const Trace& trace, double lowHz, double highHz, double floorHz) {
+    const auto [first, count] = CropRange(trace, lowHz, highHz, floorHz);
     Trace out;
     out.startHz = trace.startHz + static_cast<double>(first) * trace.binHz;
     out.binHz = trace.binHz;

@@ -24,9 +24,10 @@ struct Trace {
 
 // The points of a trace that lie from lowHz to highHz (half a bin of slack
 // at each end): a sweep shows what was asked, not the device's whole first
-// and last step. Returns the first index and the count.
-std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz);
-Trace Crop(const Trace& trace, double lowHz, double highHz);
+// and last step. Points below floorHz (the instrument's lowest frequency)
+// go whatever the slack. Returns the first index and the count.
+std::pair<size_t, size_t> CropRange(const Trace& trace, double lowHz, double highHz, double floorHz = 0.0);
+Trace Crop(const Trace& trace, double lowHz, double highHz, double floorHz = 0.0);
 
 // Sweeps averaged in power (mW), the way a level meter integrates; a level
 // of -inf or below stays out of nothing, it simply adds no power.
