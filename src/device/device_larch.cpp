@@ -423,8 +423,10 @@ qsStatus DeviceLarch::ConfigureRealTime(unsigned) {
     if (!(set.m_rbw >= kRealTimeMinRBW && set.m_rbw <= kRealTimeMaxRBW)) return qsInvalidParameterErr;
     if (set.m_sweepTime < kRealTimeMinSweepTime) set.m_sweepTime = kRealTimeMinSweepTime;
 
-    int zeroPad = 0;  // the plan's zero padding stays as it was
-    get_fft_size(m_settings, si.fftSize, zeroPad);
+    // The zero padding is set here as on the Maple: left as the previous
+    // plan had it, a narrow sweep's padding (larger than this transform's
+    // window) made every frame after it read -inf.
+    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
     si.stepCount = 1;
     si.step100kSize = 0;
     si.dsRatio = 1;

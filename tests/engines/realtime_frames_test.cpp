@@ -256,6 +256,26 @@ TEST_F(LarchRealTimeFrames, ToneInSweepAndFrame) {
     }
 }
 
+// Frames take their plan from the RBW alone: a sweep before them, whose
+// transform was zero-padded, leaves nothing behind.
+TEST_F(LarchRealTimeFrames, AFrameAfterAZeroPaddedSweepHoldsTheTone) {
+    qssim_set_tone(sim, 1e9, -30.0);
+    ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 10e6), qsNoError);
+    ASSERT_EQ(qsConfigureSweepCoupling(h, 30e3, 30e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+    unsigned len = 0;
+    double bin = 0, start = 0;
+    ASSERT_EQ(qsQueryTraceInfo(h, &len, &bin, &start), qsNoError);
+    std::vector<double> low(len), high(len);
+    ASSERT_GE(qsFetchTrace(h, int(len), low.data(), high.data()), qsNoError);
+    RealTimeRequest r;
+    ASSERT_EQ(Start(r), qsNoError);
+    Frame f = Prepare();
+    ASSERT_EQ(FetchClean(f), qsNoError);
+    EXPECT_NEAR(f.start + f.Peak() * f.bin, 1e9, f.bin);
+    EXPECT_NEAR(f.max[size_t(f.Peak())], -30.0, 1.0);
+}
+
 // Centred near one of its residual spurs, the Larch moves both oscillators
 // as a sweep's residual step does: the spur leaves the band and the floor
 // is flat.
