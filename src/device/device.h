@@ -245,7 +245,7 @@ protected:
     std::unique_ptr<Stream> m_stream;
     // Storage of the I/Q stream's circular buffer, lent to each IQStream,
     // so that it outlives them.
-    std::vector<Ipp32fc> iqBuffer;
+    IQStorage iqBuffer;
     // The engine of audio mode; built by the model's audio set-up,
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<AudioEngineFast> m_dme;

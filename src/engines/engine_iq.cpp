@@ -165,7 +165,7 @@ void IFStream::GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) {
 // ---- IQStream -----------------------------------------------------------------
 
 IQStream::IQStream(const Settings* set, const SweepInfo* info, std::vector<double>& corrections,
-                   std::vector<Ipp32fc>& iqBuf)
+                   IQStorage& iqBuf)
     : settings(set), sweepInfo(info), iqBuffer(iqBuf) {
     OUTPUT_STEP_SZ = 524288 >> settings->iqFirstPassDecimate;
     flipSpectrum = sweepInfo->patchInfo.NumPatches() > 0 && sweepInfo->patchInfo[0].flip_spectrum;

@@ -158,7 +158,7 @@ public:
     // circular buffer on iqBuf, and starts the filter thread last. Throws
     // qs_exception or std::bad_alloc when memory cannot be had.
     IQStream(const Settings* settings, const SweepInfo* sweep_info,
-             std::vector<double>& corrections, std::vector<Ipp32fc>& iqBuf);
+             std::vector<double>& corrections, IQStorage& iqBuf);
     // Frees a waiting fetch, stops and joins the filter thread, releases.
     ~IQStream() override;
 

@@ -17,7 +17,7 @@ int64_t SpanNanos(int n, int decimation, double hwSR) {
 
 }  // namespace
 
-IQCircularBuffer::IQCircularBuffer(std::vector<Ipp32fc>& storage) : buf(storage) {}
+IQCircularBuffer::IQCircularBuffer(IQStorage& storage) : buf(storage) {}
 
 int IQCircularBuffer::Held() const {
     const int n = write.load() - read.load();

@@ -13,7 +13,9 @@
 #include <atomic>
 #include <cstdint>
 #include <list>
+#include <memory>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include "ipps.h"
@@ -21,9 +23,34 @@
 
 namespace qs {
 
+// An allocator that leaves elements of trivial types uninitialised: a
+// 94 MB sample ring resized by a plain vector was zero-filled first, most
+// of a stream's start-up time, and is overwritten before it is read. Its
+// pages are then touched as the stream first fills them.
+template <typename T>
+struct UninitialisedAllocator : std::allocator<T> {
+    template <typename U>
+    struct rebind {
+        using other = UninitialisedAllocator<U>;
+    };
+    UninitialisedAllocator() = default;
+    template <typename U>
+    UninitialisedAllocator(const UninitialisedAllocator<U>&) noexcept {}
+    template <typename U>
+    void construct(U* p) noexcept {
+        ::new (static_cast<void*>(p)) U;
+    }
+    template <typename U, typename... A>
+    void construct(U* p, A&&... a) {
+        ::new (static_cast<void*>(p)) U(std::forward<A>(a)...);
+    }
+};
+
+using IQStorage = std::vector<Ipp32fc, UninitialisedAllocator<Ipp32fc>>;
+
 class IQCircularBuffer {
 public:
-    explicit IQCircularBuffer(std::vector<Ipp32fc>& buf);
+    explicit IQCircularBuffer(IQStorage& buf);
     IQCircularBuffer(const IQCircularBuffer&) = delete;
     IQCircularBuffer& operator=(const IQCircularBuffer&) = delete;
 
@@ -53,7 +80,7 @@ public:
 private:
     int Held() const;
 
-    std::vector<Ipp32fc>& buf;
+    IQStorage& buf;
     std::list<int> trigList;  // pending, in samples from `read`
     std::atomic<int> read{0};
     std::atomic<int> write{0};

@@ -50,7 +50,7 @@ protected:
         return v;
     }
 
-    std::vector<Ipp32fc> storage;
+    IQStorage storage;
     IQCircularBuffer buffer{storage};
 };
 
