@@ -170,6 +170,32 @@ def _rbw_for(span):
     return min(max(span / 1000.0, 10.0), 10.1e6)
 
 
+class _Stream:
+    """What every stream shares: iteration until stop(), and a with block
+    that stops it."""
+
+    _running = False
+
+    def _next(self):
+        raise NotImplementedError
+
+    def __iter__(self):
+        while self._running:
+            yield self._next()
+
+    def stop(self):
+        """Stops the measurement; stopping twice is harmless."""
+        if self._running:
+            self._running = False
+            _library().abort(self._a.handle)
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.stop()
+
+
 @dataclass
 class IQBlock:
     """What one read of an I/Q stream returns."""
@@ -180,7 +206,7 @@ class IQBlock:
     remaining: int = 0           # samples still held by the library
 
 
-class IQStream:
+class IQStream(_Stream):
     """An I/Q stream; ``read(n)`` returns an IQBlock, iteration gives blocks
     of ``block`` samples until ``stop()``."""
 
@@ -218,20 +244,8 @@ class IQStream:
             warnings.warn("I/Q samples were lost before this block", DataLossWarning, stacklevel=2)
         return IQBlock(samples, sec * 1_000_000_000 + nano, triggers[triggers > 0].copy(), bool(lost), remaining)
 
-    def __iter__(self):
-        while self._running:
-            yield self.read()
-
-    def stop(self):
-        if self._running:
-            self._running = False
-            _library().abort(self._a.handle)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.stop()
+    def _next(self):
+        return self.read()
 
 
 @dataclass
@@ -245,7 +259,7 @@ class Frame:
     lost: bool = False
 
 
-class RealTimeStream:
+class RealTimeStream(_Stream):
     """Real-time frames; ``fetch()`` returns a Frame, iteration frames until
     ``stop()``."""
 
@@ -273,23 +287,11 @@ class RealTimeStream:
         status = _check(lib.fetch_real_time_frame(self._a.handle, low, high, image, None), "fetching a frame")
         return Frame(self.frequencies, low, high, image, status in _LOSS)
 
-    def __iter__(self):
-        while self._running:
-            yield self.fetch()
-
-    def stop(self):
-        if self._running:
-            self._running = False
-            _library().abort(self._a.handle)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.stop()
+    def _next(self):
+        return self.fetch()
 
 
-class AudioStream:
+class AudioStream(_Stream):
     """Demodulated audio, 32 kHz mono; ``read()`` returns 4096 float32
     samples, iteration blocks until ``stop()``."""
 
@@ -313,20 +315,8 @@ class AudioStream:
         _check(_library().fetch_audio(self._a.handle, out), "fetching audio")
         return out
 
-    def __iter__(self):
-        while self._running:
-            yield self.read()
-
-    def stop(self):
-        if self._running:
-            self._running = False
-            _library().abort(self._a.handle)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *exc):
-        self.stop()
+    def _next(self):
+        return self.read()
 
 
 class Analyser:

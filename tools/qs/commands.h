@@ -22,6 +22,25 @@ int ReportError(const std::string& what, qsStatus status);
 // The same line as a warning, for a positive status; nothing for success.
 void ReportWarning(const std::string& what, qsStatus status);
 
+// One set-up call and what it does, for RunSteps.
+struct Step {
+    std::string what;
+    qsStatus status;
+};
+
+// Reports the first refusal among steps (false), and the remarks before it.
+template <size_t N>
+bool RunSteps(const Step (&steps)[N]) {
+    for (const Step& step : steps) {
+        if (step.status < 0) {
+            ReportError(step.what, step.status);
+            return false;
+        }
+        ReportWarning(step.what, step.status);
+    }
+    return true;
+}
+
 // "Maple" or "Larch".
 const char* TypeName(int type);
 

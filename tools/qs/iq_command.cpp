@@ -20,10 +20,7 @@ constexpr int kReadSamples = 16384;
 constexpr int kTriggerRoom = 64;
 
 bool Configure(int h, const IqOptions& o, double bandwidthHz) {
-    const struct {
-        const char* what;
-        qsStatus status;
-    } steps[] = {
+    const Step steps[] = {
         {"setting the centre frequency", qsConfigureIQCenter(h, o.centerHz)},
         {"setting port 1", qsConfigureIO(h, o.port1, 0)},
         {"setting the reference level", qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
@@ -31,14 +28,7 @@ bool Configure(int h, const IqOptions& o, double bandwidthHz) {
         {"setting the sample type",
          qsConfigureIQDataType(h, o.type == IqType::kCi16 ? qsDataType16sc : qsDataType32fc)},
     };
-    for (const auto& step : steps) {
-        if (step.status < 0) {
-            ReportError(step.what, step.status);
-            return false;
-        }
-        ReportWarning(step.what, step.status);
-    }
-    return true;
+    return RunSteps(steps);
 }
 
 }  // namespace

@@ -26,10 +26,7 @@ int RunRealtime(const Options& options) {
     if (!analyser.Open(options.serial)) return kExitFailure;
     const int h = analyser.Handle();
     const double rbw = o.rbwHz > 0.0 ? o.rbwHz : o.spanHz / 200.0;
-    const struct {
-        std::string what;
-        qsStatus status;
-    } steps[] = {
+    const Step steps[] = {
         {"setting the span", qsConfigureCenterSpan(h, o.centerHz, o.spanHz)},
         {"setting the reference level", qsConfigureLevel(h, o.refDbm, QS_ATTEN_AUTO)},
         {"setting RBW " + FormatHz(rbw),
@@ -37,10 +34,7 @@ int RunRealtime(const Options& options) {
         {"setting the frame", qsConfigureRealTime(h, kFrameRangeDb, kFrameRate)},
         {"starting real-time frames", qsInitiate(h, QS_MODE_REAL_TIME, 0)},
     };
-    for (const auto& step : steps) {
-        if (step.status < 0) return ReportError(step.what, step.status);
-        ReportWarning(step.what, step.status);
-    }
+    if (!RunSteps(steps)) return kExitFailure;
     RealtimeFrame frame;
     unsigned traceLen = 0;
     double binHz = 0.0, startHz = 0.0;

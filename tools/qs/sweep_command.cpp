@@ -20,11 +20,6 @@ namespace qstool {
 
 namespace {
 
-struct Step {
-    std::string what;
-    qsStatus status;
-};
-
 // The settings into the staging record; the first refusal is reported,
 // with the values it refused. Adjusted values come back as warnings.
 bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
@@ -45,14 +40,7 @@ bool Configure(int h, const SweepOptions& o, double rbwHz, double vbwHz) {
         {"correcting the time base by " + FormatExact(o.ppm) + " ppm",
          o.ppm != 0.0 ? qsSetTimebaseCorrection(h, ratio * (1.0 + o.ppm * 1e-6)) : qsNoError},
     };
-    for (const Step& step : steps) {
-        if (step.status < 0) {
-            ReportError(step.what, step.status);
-            return false;
-        }
-        ReportWarning(step.what, step.status);
-    }
-    return true;
+    return RunSteps(steps);
 }
 
 // When records are complete: after `average` sweeps, or once a record has

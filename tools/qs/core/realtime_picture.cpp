@@ -2,6 +2,8 @@
 
 #include <cairo.h>
 
+#include "core/trace_plot.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -13,37 +15,28 @@ namespace {
 constexpr int kTitleHeight = 22;
 constexpr int kLevelScale = 2;  // picture rows per level row
 
-// A surface of width x height below a title line, filled by paint(pixels,
+// A picture of width x height below a title line, filled by paint(pixels,
 // stride in 32-bit words), with draw(cr) on top; written as a PNG.
 template <typename Paint, typename Draw>
 bool WritePng(const std::string& path, int width, int height, const std::string& title, Paint paint, Draw draw,
               std::string* error) {
-    cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height + kTitleHeight);
-    cairo_status_t status = cairo_surface_status(surface);
-    if (status == CAIRO_STATUS_SUCCESS) {
-        cairo_surface_flush(surface);
-        auto* pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
-        const int stride = cairo_image_surface_get_stride(surface) / 4;
-        std::fill(pixels, pixels + static_cast<size_t>(stride) * (height + kTitleHeight), 0xFFFFFFu);
-        paint(pixels + static_cast<size_t>(stride) * kTitleHeight, stride);
-        cairo_surface_mark_dirty(surface);
-        cairo_t* cr = cairo_create(surface);
-        cairo_set_source_rgb(cr, 0, 0, 0);
-        cairo_set_font_size(cr, 12.0);
-        cairo_move_to(cr, 4.0, 15.0);
-        cairo_show_text(cr, title.c_str());
-        cairo_translate(cr, 0.0, kTitleHeight);
-        draw(cr);
-        status = cairo_status(cr);
-        cairo_destroy(cr);
-    }
-    if (status == CAIRO_STATUS_SUCCESS) status = cairo_surface_write_to_png(surface, path.c_str());
-    cairo_surface_destroy(surface);
-    if (status != CAIRO_STATUS_SUCCESS) {
-        *error = cairo_status_to_string(status);
-        return false;
-    }
-    return true;
+    return WriteCairoPng(
+        path, width, height + kTitleHeight,
+        [&](cairo_surface_t* surface, cairo_t* cr) {
+            cairo_surface_flush(surface);
+            auto* pixels = reinterpret_cast<uint32_t*>(cairo_image_surface_get_data(surface));
+            const int stride = cairo_image_surface_get_stride(surface) / 4;
+            std::fill(pixels, pixels + static_cast<size_t>(stride) * (height + kTitleHeight), 0xFFFFFFu);
+            paint(pixels + static_cast<size_t>(stride) * kTitleHeight, stride);
+            cairo_surface_mark_dirty(surface);
+            cairo_set_source_rgb(cr, 0, 0, 0);
+            cairo_set_font_size(cr, 12.0);
+            cairo_move_to(cr, 4.0, 15.0);
+            cairo_show_text(cr, title.c_str());
+            cairo_translate(cr, 0.0, kTitleHeight);
+            draw(cr);
+        },
+        error);
 }
 
 // The trace across the picture's width, whatever its point count.

@@ -258,13 +258,13 @@ void DrawPlot(cairo_t* cr, const Trace& trace, const std::string& title, int wid
     DrawLegend(cr, f);
 }
 
-bool WritePlotPng(const std::string& path, const Trace& trace, const std::string& title,
-                  int width, int height, std::string* error) {
+bool WriteCairoPng(const std::string& path, int width, int height,
+                   const std::function<void(cairo_surface_t*, cairo_t*)>& draw, std::string* error) {
     cairo_surface_t* surface = cairo_image_surface_create(CAIRO_FORMAT_RGB24, width, height);
     cairo_status_t status = cairo_surface_status(surface);
     if (status == CAIRO_STATUS_SUCCESS) {
         cairo_t* cr = cairo_create(surface);
-        DrawPlot(cr, trace, title, width, height);
+        draw(surface, cr);
         status = cairo_status(cr);
         cairo_destroy(cr);
     }
@@ -275,6 +275,12 @@ bool WritePlotPng(const std::string& path, const Trace& trace, const std::string
         return false;
     }
     return true;
+}
+
+bool WritePlotPng(const std::string& path, const Trace& trace, const std::string& title,
+                  int width, int height, std::string* error) {
+    return WriteCairoPng(
+        path, width, height, [&](cairo_surface_t*, cairo_t* cr) { DrawPlot(cr, trace, title, width, height); }, error);
 }
 
 }  // namespace qstool

@@ -4,6 +4,7 @@
 
 #include <cairo.h>
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,12 @@ PlotFrame LayoutPlot(const Trace& trace, int width, int height);
 
 // Draws the whole picture on cr, which covers width x height pixels.
 void DrawPlot(cairo_t* cr, const Trace& trace, const std::string& title, int width, int height);
+
+// Makes a width x height RGB picture, lets draw paint it (on the surface's
+// pixels, through cr, or both) and writes it as a PNG file. On failure
+// returns false with a reason.
+bool WriteCairoPng(const std::string& path, int width, int height,
+                   const std::function<void(cairo_surface_t*, cairo_t*)>& draw, std::string* error);
 
 // Writes the picture as a PNG file. On failure returns false with a reason.
 bool WritePlotPng(const std::string& path, const Trace& trace, const std::string& title,
