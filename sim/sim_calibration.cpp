@@ -72,7 +72,8 @@ float StoredTemp(double celsius) { return static_cast<float>(celsius < 0.0 ? cel
 
 // Least-squares fit of g(x) by c1 x + ... + c6 x^6 over -4/3 <= x <= 4/3:
 // the polynomial of a 20 MHz row, read up to 20 MHz each side.
-void FitSlope(double (*g)(double, double), double centre, float out[6]) {
+template <typename G>
+void FitSlope(G g, double centre, float out[6]) {
     double ata[6][7] = {};
     constexpr int kPoints = 81;
     for (int k = 0; k < kPoints; ++k) {
@@ -107,8 +108,22 @@ void FitSlope(double (*g)(double, double), double centre, float out[6]) {
     for (int i = 0; i < 6; ++i) out[i] = static_cast<float>(coef[i]);
 }
 
-double ShapeChange(double centre, double x) {
-    return GainModel::ShapeDb(centre + x * maple_image::kSlopeScale) - GainModel::ShapeDb(centre);
+// The value of a stored slope polynomial at x.
+double SlopeAt(const float c[6], double x) {
+    double v = 0.0, p = x;
+    for (int i = 0; i < 6; ++i, p *= x) v += c[i] * p;
+    return v;
+}
+
+// The calibration source's level error at a frequency: the factory's own
+// uncertainty, a few hundredths of a dB, the same in every table measured
+// at that frequency.
+double SourceErrorDb(unsigned serial, double freq) {
+    uint32_t x = static_cast<uint32_t>(serial) * 2654435761u ^ static_cast<uint32_t>(std::llround(freq / 1e3));
+    x ^= x >> 15;
+    x *= 0x2C1B3C6Du;
+    x ^= x >> 12;
+    return (static_cast<int>(x % 61u) - 30) * 0.001;
 }
 
 }  // namespace
@@ -207,32 +222,58 @@ void FactoryCalibration::WriteMaple(uint8_t* image, uint32_t fpgaId) const {
                         const double f = grid.Freq(i);
                         // A low-band step takes the rough gain of row 0.
                         const int rough = m.RoughCode(g >= 2, row == 0 ? 0 : RoughRowOf(f));
-                        const double gain = m.MapleCentreGainDb(
-                            row, f, GainModel::MapleAttenCode(g, a), rough, m.TableTemp(t));
+                        // Measured: the unit's gain at the step's centre, as
+                        // the factory's source and meter see it.
+                        const double gain = m.MapleCentreGainDb(row, f, GainModel::MapleAttenCode(g, a), rough,
+                                                                m.TableTemp(t)) +
+                                            SourceErrorDb(m_serial, f);
                         PutFloat(p, static_cast<float>(kLog2Db - gain));
                     }
     }
 
-    // IF tables, one per row, the same at every temperature; the low band
-    // has no IF filter.
+    // Slope polynomials per 20 MHz row: a fit of the gain measured across
+    // the slice, 81 points over +-20 MHz, relative to its centre.
+    const auto measured = [&](double rf, double centre) {
+        const int row = MapleRowOf(rev, centre);
+        return m.MapleGainDb(row, centre, rf, 1, m.RoughCode(false, RoughRowOf(centre)), 25.0);
+    };
+    std::vector<float> slopes(size_t(kMapleRoughRows) * 6);
+    for (int r = 0; r < kMapleRoughRows; ++r) {
+        const double centre = std::max(r * 2e7, 20e6);
+        FitSlope(
+            [&](double c, double x) {
+                // The slice's shape without its IF filter: a flat source swept
+                // across it at a fixed centre, the filter taken out by a
+                // second sweep with the IF moved (what the IF table holds).
+                const double rf = c + x * kSlopeScale;
+                const int row = MapleRowOf(rev, c);
+                return measured(rf, c) - measured(c, c) - m.IfResponseDb(row, rf - c);
+            },
+            centre, &slopes[size_t(r) * 6]);
+    }
+    // IF tables, one per row, the same at every temperature: a tone swept
+    // across the IF of one step in the middle of the row, less the gain at
+    // the step's centre and less the slope the polynomial already gives;
+    // what the fine ripple did at that step stays in the table. The low
+    // band has no IF filter.
     p = image + kIfBands;
-    for (int row = 0; row < kMapleRows; ++row)
+    for (int row = 0; row < kMapleRows; ++row) {
+        const RfTableGrid& grid = grids[row];
+        const double ref = grid.Freq(grid.steps / 2);
+        const float* slope = &slopes[size_t(RoughRowOf(ref)) * 6];
         for (int t = 0; t < kMapleTemps; ++t)
             for (int i = 0; i < kIfPoints; ++i, p += 4) {
                 const double delta = (i - kIfCentreIndex) * kIfSpacing;
-                PutFloat(p, row == 0 ? 0.0f : static_cast<float>(m.IfResponseDb(row, delta)));
+                const double ifDb = measured(ref + delta, ref) - measured(ref, ref) - SlopeAt(slope, delta / kSlopeScale);
+                PutFloat(p, row == 0 ? 0.0f : static_cast<float>(ifDb));
             }
-
-    // Slope polynomials per 20 MHz row, the same at every temperature.
-    std::vector<float> slopes(size_t(kMapleRoughRows) * 6);
-    for (int r = 0; r < kMapleRoughRows; ++r) FitSlope(ShapeChange, r * 2e7, &slopes[size_t(r) * 6]);
+    }
     p = image + kIfCurve;
     for (int t = 0; t < kMapleTemps; ++t)
         for (float c : slopes) {
             PutFloat(p, c);
             p += 4;
         }
-
     for (int t = 0; t < kMapleTemps; ++t) PutFloat(image + kTemps + 4 * t, StoredTemp(m.TableTemp(t)));
     for (int t = 0; t < kMapleTemps; ++t)
         for (int row = 0; row < kMapleRows; ++row)
@@ -272,19 +313,28 @@ void FactoryCalibration::WriteLarch(uint8_t* image, uint32_t fpgaId) const {
                     for (int i = 0; i < grid.steps; ++i, p += 4) {
                         const double f = grid.Freq(i);
                         const int row = grid.loRow == 0 && f >= 1.2e9 ? 1 : grid.loRow;
-                        const double gain = m.LarchPathDb(row, f, g, a, m.TableTemp(t)) + selfCalMean;
+                        const double gain =
+                            m.LarchPathDb(row, f, g, a, m.TableTemp(t)) + selfCalMean + SourceErrorDb(m_serial, f);
                         PutFloat(p, static_cast<float>(kLog2Db - gain));
                     }
     }
     // IF tables 0 to 3 (rows 0 and 1, then rows 2, 3, 4): the filter that
     // the self-calibration does not see, 301 points 200 kHz apart, running
     // from 30 MHz above the IF centre down to 30 MHz below it.
+    // Measured by sweeping a tone across the IF of one step in the middle
+    // of the row's range: the unit's fine ripple over that step is in the
+    // table with the filter.
     const int ifRow[4] = {0, 2, 3, 4};
-    for (int k = 0; k < 4; ++k)
+    for (int k = 0; k < 4; ++k) {
+        const LoRow& lo = LarchLoTable()[ifRow[k]];
+        const double ref = std::round((lo.minRF + lo.maxRF) / 2e7) * 1e7;
         for (int t = 0; t < kLarchTemps; ++t)
-            for (int i = 0; i < kIfPoints; ++i)
+            for (int i = 0; i < kIfPoints; ++i) {
+                const double x = 30e6 - i * kIfSpacing;
                 PutFloat(image + kIf0 + k * kIfBytes + 4 * (t * kIfPoints + i),
-                         static_cast<float>(m.LarchFrontIfDb(ifRow[k], 30e6 - i * kIfSpacing)));
+                         static_cast<float>(m.LarchFrontIfDb(ifRow[k], x) + m.FineDb(ref + x) - m.FineDb(ref)));
+            }
+    }
     for (int t = 0; t < kLarchTemps; ++t) {
         PutFloat(image + kInternalTemp + 4 * t, StoredTemp(m.TableTemp(t)));
         for (int band = 0; band < 4; ++band)

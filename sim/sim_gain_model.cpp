@@ -82,6 +82,17 @@ GainModel::GainModel(int productId, unsigned serial)
     // No two devices are alike: up to +-0.6 dB per path, fixed by the serial.
     for (int r = 0; r < kMapleRows; ++r)
         m_rowSpread[r] = (static_cast<int>(Mix(serial * 31u + r) % 121u) - 60) * 0.01;
+    // Two standing waves per unit: periods of 4 to 6 and 11 to 15 MHz.
+    for (int k = 0; k < 2; ++k) {
+        const uint32_t h = Mix(serial * 977u + 7u * k + 1u);
+        m_finePeriodHz[k] = (k == 0 ? 4e6 : 11e6) + (h % 1000u) * (k == 0 ? 2e3 : 4e3);
+        m_finePhase[k] = (Mix(h) % 6283u) * 1e-3;
+    }
+}
+
+double GainModel::FineDb(double rfHz) const {
+    return 0.12 * std::sin(2 * kPi * rfHz / m_finePeriodHz[0] + m_finePhase[0]) +
+           0.07 * std::sin(2 * kPi * rfHz / m_finePeriodHz[1] + m_finePhase[1]);
 }
 
 double GainModel::TableTemp(int t) const {
@@ -123,7 +134,10 @@ double GainModel::AttenDb(int attenCode, double rfHz) {
     return (attenCode & 0x1F) * (1.0 + 0.012 * rfHz / 1e9);
 }
 
-double GainModel::DriftDb(double celsius) { return -0.025 * (celsius - 25.0); }
+double GainModel::DriftDb(double celsius) {
+    const double d = celsius - 25.0;
+    return -0.025 * d - 0.0004 * d * d;
+}
 
 double GainModel::IfResponseDb(int row, double deltaHz) const {
     // The filter sits at the second IF, where a flipped row runs the other
@@ -146,9 +160,9 @@ double GainModel::LowBandDb(double fHz) {
 double GainModel::MapleGainDb(int row, double centreHz, double rfHz, int attenCode, int roughCode,
                               double celsius) const {
     if (row <= 0)
-        return FrontDb(0) + LowBandDb(rfHz) + VgaDb(roughCode) - AttenDb(attenCode, rfHz) +
+        return FrontDb(0) + LowBandDb(rfHz) + FineDb(rfHz) + VgaDb(roughCode) - AttenDb(attenCode, rfHz) +
                DriftDb(celsius);
-    return FrontDb(row) + ShapeDb(rfHz) + VgaDb(roughCode) - AttenDb(attenCode, rfHz) +
+    return FrontDb(row) + ShapeDb(rfHz) + FineDb(rfHz) + VgaDb(roughCode) - AttenDb(attenCode, rfHz) +
            DriftDb(celsius) + IfResponseDb(row, rfHz - centreHz);
 }
 
@@ -159,9 +173,11 @@ double GainModel::MapleCentreGainDb(int row, double centreHz, int attenCode, int
 
 double GainModel::LarchPathDb(int row, double rfHz, int gain, int attenIndex,
                               double celsius) const {
-    const int r = std::clamp(row, 0, kLarchRows - 1);
+    // Rows 0 and 1 are one path (band 0) with one calibration table: its
+    // gain runs on across 1.2 GHz instead of stepping there.
+    const int r = std::clamp(row, 0, kLarchRows - 1) <= 1 ? 0 : row;
     return 30.0 - 1.5 * r + m_rowSpread[r] + 8.0 * (gain - 2) - 10.0 * attenIndex + ShapeDb(rfHz) +
-           DriftDb(celsius) - 10.0 * std::log10(1.0 + std::pow(20e3 / std::max(rfHz, 1.0), 4));
+           FineDb(rfHz) + DriftDb(celsius) - 10.0 * std::log10(1.0 + std::pow(20e3 / std::max(rfHz, 1.0), 4));
 }
 
 double GainModel::LarchSelfCalIfDb(double ifOffsetHz) const {

@@ -1,26 +1,28 @@
 // The simulated receiver's gain: how many dB a tone gains from the antenna
 // to the converter, for every path, gain and attenuator setting and
-// temperature. One model feeds both the factory calibration image and the
-// receiver, so that the image describes exactly the receiver it ships with.
+// temperature. The receiver is made from this model; the factory
+// calibration (sim_calibration) is made by measuring it, as a factory
+// measures a unit, not by copying its parts.
 //
 // Units: a tone of L dBm at the antenna reaches the converter as a sinusoid
 // of peak amplitude 10^((L + G) / 20) of full scale, G being the gain here.
 // Noise follows the same scale: a density of N dBm/Hz becomes a converter
 // density of 10^((N + G) / 10) / 2 (full scale squared per Hz).
 //
-// The Maple's gain is built from parts that the calibration tables can hold
-// without loss:
-//   G = front(row) + shape(f) + vga(rough code) - atten(code, f) + drift(T)
-//       + ifResponse(row, delta)
-// front is a per-path constant with a small per-device spread; shape is a
-// smooth ripple and tilt of the RF path, flat below 150 MHz (where the
-// library scales or drops its slope term); vga is the IF amplifier set by
-// the rough gain byte of the step; atten is the step attenuator, in dB as
-// coded in the control bytes; drift is linear in temperature, so that the
-// library's interpolation between table temperatures is exact; ifResponse is
-// the IF filter seen at the RF offset delta from the step's centre (zero at
-// the centre, rolling off past 11 MHz). The low band samples the antenna
-// directly: no IF filter, a high-pass and anti-alias response of its own.
+// The Maple's gain:
+//   G = front(row) + shape(f) + fine(f) + vga(rough code) - atten(code, f)
+//       + drift(T) + ifResponse(row, delta)
+// front is a per-path constant with a per-unit spread; shape is a smooth
+// ripple and tilt of the RF path, flat below 150 MHz; fine is a ripple of a
+// few MHz period and a tenth of a dB or two, different in every unit (the
+// standing waves between the front-end parts), finer than the 20 MHz grid
+// of the RF tables and not of the slice's shape, so no table holds it;
+// vga is the IF amplifier set by the rough gain byte of the step; atten is
+// the step attenuator; drift is the gain's temperature coefficient, curved,
+// so that interpolating between the tables' temperatures leaves an error;
+// ifResponse is the IF filter at the RF offset delta from the step's centre
+// (zero at the centre, rolling off past 11 MHz). The low band samples the
+// antenna directly: no IF filter, a high-pass and anti-alias response.
 #pragma once
 
 #include <cstdint>
@@ -80,6 +82,8 @@ public:
     static double VgaDb(int roughCode);
     static double AttenDb(int attenCode, double rfHz);
     static double DriftDb(double celsius);
+    // The unit's fine ripple of the RF path.
+    double FineDb(double rfHz) const;
     // IF filter at the RF offset delta from the centre of a step in the
     // row; 0 at the centre. Defined over +-18 MHz; beyond, see Passes.
     double IfResponseDb(int row, double deltaHz) const;
@@ -126,6 +130,8 @@ private:
     int m_productId;
     int m_rev;
     double m_rowSpread[kMapleRows];
+    double m_finePeriodHz[2];
+    double m_finePhase[2];
     double m_larchIfCentreHz = 0.0;
 };
 

@@ -427,7 +427,14 @@ int DeviceMaple::SetupCommand() {
                 patch.if_offset = -(si.fftSize / 8);
                 patch.center_freq = 20000000.0;
             } else if (row8Shift) {
-                patch.if_offset = static_cast<int>(-si.fftSize * 0.02);
+                // The 1.6 MHz that the first oscillator moves is 0.02 of the
+                // transform in bins, never a whole number: the whole bins go
+                // into the offset and the rest into a fractional shift of the
+                // transform. Truncated as written, every tone of the row read
+                // up to a bin low (0.68 bin at 16384 points).
+                const double shift = -si.fftSize * 0.02;
+                patch.if_offset = round_to_int(shift);
+                patch.if_fraction = shift - patch.if_offset;
             }
             si.patchInfo.Append(patch);
             done += 1;

@@ -103,7 +103,7 @@ int SweepEngine::ProcessThread(int thread_num) {
         const size_t out = size_t(c) * size_t(m_fftDiv4);
         video.Process(m_inputData.ptr + size_t(c) * size_t(m_chunkSize), m_outputDataMin.ptr + out,
                       m_outputDataMax.ptr + out, patch.if_offset, m_settings->VideoUnits(), m_settings->Detector(),
-                      m_settings->LogScale() ? QS_OUT_DBM : QS_OUT_MV, patch.flip_spectrum);
+                      m_settings->LogScale() ? QS_OUT_DBM : QS_OUT_MV, patch.flip_spectrum, patch.if_fraction);
         m_processedReady[c].notify();
     }
     return 0;

@@ -122,6 +122,32 @@ VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
     ampBuf.malloc(fftDiv4 + 128);
     fftSpec.reset(new fft_R_64f(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
     build_window(settings->RBWShape(), window, settings->Window(), fftSize, settings->WindowFC(), zeroPad);
+    for (const Patch& p : sweep_info->patchInfo.Patches())
+        if (p.if_fraction != 0.0 && !p.flip_spectrum) shiftFraction = p.if_fraction;
+    if (shiftFraction != 0.0) {
+        shiftSpec.reset(new fft_C_64fc(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
+        shiftTable.malloc(fftSize);
+        shiftIn.malloc(fftSize);
+        for (int n = 0; n < fftSize; ++n) {
+            const double ph = -2.0 * M_PI * shiftFraction * n / fftSize;
+            shiftTable[n] = Ipp64fc{std::cos(ph), std::sin(ph)};
+        }
+    }
+}
+
+void VideoIIR::Transform(const Ipp64f* frame, bool shift) {
+    ippsMul_64f(frame, window, windowedBuf, fftSize);
+    if (!shift) {
+        fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
+        PutNyquistBin();
+        return;
+    }
+    // Bin k of the turned frame is bin k + fraction of the frame itself.
+    const Ipp64f* w = windowedBuf.ptr;
+    const Ipp64fc* t = shiftTable.ptr;
+    Ipp64fc* x = shiftIn.ptr;
+    for (int n = 0; n < fftSize; ++n) x[n] = Ipp64fc{w[n] * t[n].re, w[n] * t[n].im};
+    shiftSpec->FwdFFT(shiftIn.ptr, complexBuf.ptr);
 }
 
 VideoIIR::~VideoIIR() = default;
@@ -134,7 +160,8 @@ void VideoIIR::PutNyquistBin() {
 }
 
 void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
-                       int outUnits, bool flip) {
+                       int outUnits, bool flip, double fraction) {
+    const bool shift = fraction != 0.0 && !flip && shiftSpec && fraction == shiftFraction;
     if (flip) offset = -offset;
     ippsZero_64f(outMin, fftDiv4);
     ippsZero_64f(outMax, fftDiv4);
@@ -152,9 +179,7 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
 
     int averageOver = 0;
     if (videoUnits == QS_VIDEO_SAMPLE) {
-        ippsMul_64f(in, window, windowedBuf, fftSize);
-        fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
-        PutNyquistBin();
+        Transform(in, shift);
         ippsPowerSpectr_64fc(kept, outMin, fftDiv4);
         ippsCopy_64f(outMin, outMax, fftDiv4);
         videoUnits = QS_VIDEO_POWER;
@@ -162,9 +187,7 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
         if (detector == QS_DETECTOR_AVERAGE) averageOver = steps;
         video::DetectState st;
         for (int i = 0; i < steps; ++i) {
-            ippsMul_64f(in + size_t(i) * size_t(stepSize), window, windowedBuf, fftSize);
-            fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
-        PutNyquistBin();
+            Transform(in + size_t(i) * size_t(stepSize), shift);
             if (videoUnits == QS_VIDEO_LOG) {
                 ippsPowerSpectr_64fc(kept, ampBuf, fftDiv4);
                 ippsLn_64f(ampBuf, ampBuf, fftDiv4);

@@ -68,9 +68,10 @@ public:
 
     // in: bufSize samples (only the first fftSize for QS_VIDEO_SAMPLE).
     // outMin, outMax: fftDiv4 values each, the bins from fftDiv8 + offset
-    // (offset negated and the arrays reversed when flip is set).
+    // (offset negated and the arrays reversed when flip is set), read
+    // fraction of a bin higher when the plan has a step with that fraction.
     void Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
-                 int outUnits, bool flip);
+                 int outUnits, bool flip, double fraction = 0.0);
 
     int Steps() const { return steps; }
     int StepSize() const { return stepSize; }
@@ -84,6 +85,9 @@ private:
     VideoIIR& operator=(const VideoIIR&);
 
     void PutNyquistBin();
+    // One windowed frame into complexBuf as bins; shifted by the plan's
+    // fraction when shift is set.
+    void Transform(const Ipp64f* frame, bool shift);
 
     smart_ptr<Ipp64f> window;
     smart_ptr<Ipp64f> windowedBuf;
@@ -100,6 +104,12 @@ private:
     int steps = 0;
     int stepSize = 0;
     std::unique_ptr<fft_R_64f> fftSpec;
+    // A fractional shift: a complex transform of the frame turned by
+    // exp(-2 pi j fraction n / fftSize), made ready before any data come.
+    double shiftFraction = 0.0;
+    std::unique_ptr<fft_C_64fc> shiftSpec;
+    smart_ptr<Ipp64fc> shiftTable;
+    smart_ptr<Ipp64fc> shiftIn;
 };
 
 }  // namespace qs

@@ -19,6 +19,10 @@ struct Patch {
     double center_freq;  // nominal RF centre, Hz (Maple row 0: the IF centre, 2e7)
     double if_center;    // 0, or 1e7 on a Larch step moved for a residual spur
     bool flip_spectrum;  // the step's mixing inverts the spectrum
+    // The part of a bin that if_offset could not hold (a step whose
+    // oscillator moved by no whole number of bins): the slice is read that
+    // much higher. Unflipped steps only.
+    double if_fraction = 0.0;
 };
 
 // The patches of a plan in step order; appended to, never replaced.

@@ -48,12 +48,13 @@ protected:
     }
 
     // The peak on the point nearest the tone (within half a point), and its
-    // level within 1 dB.
+    // level within the measured accuracy (0.65 dB, see bin_exact_test) and
+    // the window's scalloping half a point off centre (0.2 dB).
     void ExpectTone(const TruthTrace& t, double freqHz, double levelDbm) {
         ASSERT_EQ(t.status, qsNoError);
         const int k = t.Peak();
         EXPECT_LE(std::fabs(t.FreqAt(k) - freqHz), 0.501 * t.bin) << "tone at " << freqHz;
-        EXPECT_NEAR(t.max[k], levelDbm, 1.0) << "tone at " << freqHz;
+        EXPECT_NEAR(t.max[k], levelDbm, 0.85) << "tone at " << freqHz;
         for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
     }
 
