@@ -14,6 +14,7 @@
 #include <libusb.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -121,6 +122,7 @@ public:
     size_t getStreamMTU(SoapySDR::Stream*) const override { return kMtu; }
     int activateStream(SoapySDR::Stream*, const int, const long long, const size_t) override {
         std::lock_guard<std::mutex> hold(m_lock);
+        m_pendingCount = 0;
         return Start() ? 0 : SOAPY_SDR_STREAM_ERROR;
     }
     int deactivateStream(SoapySDR::Stream*, const int, const long long) override {
@@ -134,6 +136,8 @@ public:
     int readStream(SoapySDR::Stream*, void* const* buffs, const size_t numElems, int& flags, long long& timeNs,
                    const long timeoutUs) override {
         const size_t elem = m_cs16 ? 2 * sizeof(int16_t) : 2 * sizeof(float);
+        // Samples held back after a loss, unless a retune made them stale.
+        if (m_pendingCount > 0 && m_pendingGeneration != m_generation) m_pendingCount = 0;
         if (m_pendingCount > 0) {
             const size_t n = std::min(numElems, m_pendingCount);
             std::memcpy(buffs[0], m_pending.data(), n * elem);
@@ -145,6 +149,7 @@ public:
             return static_cast<int>(n);
         }
         if (!m_active) return SOAPY_SDR_STREAM_ERROR;
+        const unsigned generation = m_generation;
         const double inTime = m_rate * std::max(1L, timeoutUs) * 1e-6;
         const size_t n = std::max<size_t>(1, std::min({numElems, kMtu, static_cast<size_t>(inTime)}));
         int triggers[kTriggerRoom];
@@ -154,6 +159,9 @@ public:
         pkt.triggers = triggers;
         pkt.triggerCount = kTriggerRoom;
         const qsStatus st = qsGetIQ(m_h, &pkt);
+        // A retune from another thread restarts the stream and ends this
+        // read; the client reads again, as after a time-out.
+        if (st < 0 && generation != m_generation) return SOAPY_SDR_TIMEOUT;
         if (st < 0) {
             SoapySDR::logf(SOAPY_SDR_ERROR, "qs: reading I/Q: %s", qsGetErrorString(st));
             return SOAPY_SDR_STREAM_ERROR;
@@ -163,6 +171,7 @@ public:
             std::memcpy(m_pending.data(), buffs[0], n * elem);
             m_pendingCount = n;
             m_pendingTimeNs = t;
+            m_pendingGeneration = generation;
             return SOAPY_SDR_OVERFLOW;
         }
         flags = SOAPY_SDR_HAS_TIME;
@@ -277,7 +286,6 @@ private:
                 return false;
             }
         m_active = true;
-        m_pendingCount = 0;
         return true;
     }
     void Stop() {
@@ -291,6 +299,7 @@ private:
         std::lock_guard<std::mutex> hold(m_lock);
         change();
         if (m_active) {
+            ++m_generation;
             qsAbort(m_h);
             Start();
         }
@@ -308,11 +317,16 @@ private:
     int m_h = -1;
     std::string m_model, m_serial;
     double m_factoryRatio = 1.0;
-    double m_centre = 1e9, m_rate = 10e6, m_bandwidth = 0.0, m_refDbm = -20.0;
-    bool m_cs16 = false, m_active = false;
+    double m_centre = 1e9, m_bandwidth = 0.0, m_refDbm = -20.0;
+    std::atomic<double> m_rate{10e6};  // also read by the stream thread
+    bool m_cs16 = false;
+    // Read by the stream thread while a control thread may change them.
+    std::atomic<bool> m_active{false};
+    std::atomic<unsigned> m_generation{0};
     std::vector<char> m_pending;
     size_t m_pendingCount = 0;
     long long m_pendingTimeNs = 0;
+    unsigned m_pendingGeneration = 0;
     std::mutex m_lock;
 };
 

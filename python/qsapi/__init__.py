@@ -359,7 +359,8 @@ class Analyser:
         return self.handle
 
     # -- swept spectra ----------------------------------------------------
-    def _configure_sweep(self, start, stop, rbw, vbw, ref, atten, sweep_time, detector, window):
+    def _configure_sweep(self, start, stop, rbw=None, ref=-20.0, vbw=None, atten=None, sweep_time=1e-3,
+                         detector="minmax", window="nuttall"):
         h, lib = self._h(), _library()
         if not stop > start:
             raise ParameterError(-102, "stop must be above start", "sweep")
@@ -378,7 +379,7 @@ class Analyser:
               window="nuttall"):
         """One sweep from start to stop (Hz): returns frequencies, min and max
         (dBm) as float64 arrays. RBW defaults to about a thousandth of the span."""
-        n, freqs = self._configure_sweep(start, stop, rbw, vbw, ref, atten, sweep_time, detector, window)
+        n, freqs = self._configure_sweep(start, stop, rbw, ref, vbw, atten, sweep_time, detector, window)
         try:
             return (freqs,) + self._fetch_trace(n)
         finally:
@@ -386,10 +387,8 @@ class Analyser:
 
     def sweeps(self, start, stop, rbw=None, ref=-20.0, count=None, **kw):
         """Sweeps without end (or ``count`` of them): yields frequencies, min
-        and max as ``sweep`` returns them."""
-        n, freqs = self._configure_sweep(start, stop, rbw, kw.get("vbw"), ref, kw.get("atten"),
-                                         kw.get("sweep_time", 1e-3), kw.get("detector", "minmax"),
-                                         kw.get("window", "nuttall"))
+        and max as ``sweep`` returns them; the other options are sweep's."""
+        n, freqs = self._configure_sweep(start, stop, rbw, ref, **kw)
         try:
             done = 0
             while count is None or done < count:

@@ -119,7 +119,11 @@ std::vector<double> MeanDbm(const std::vector<double>& sumMw, int count) {
 }  // namespace
 
 void PowerAverage::Add(const Trace& sweep) {
-    if (m_count == 0) m_first = sweep;
+    if (m_count == 0) {
+        m_startHz = sweep.startHz;
+        m_binHz = sweep.binHz;
+        m_utc = sweep.utc;
+    }
     AddPower(m_minMw, sweep.minDbm, m_count == 0);
     AddPower(m_maxMw, sweep.maxDbm, m_count == 0);
     ++m_count;
@@ -127,9 +131,9 @@ void PowerAverage::Add(const Trace& sweep) {
 
 Trace PowerAverage::Result() const {
     Trace t;
-    t.startHz = m_first.startHz;
-    t.binHz = m_first.binHz;
-    t.utc = m_first.utc;
+    t.startHz = m_startHz;
+    t.binHz = m_binHz;
+    t.utc = m_utc;
     t.sweeps = m_count;
     if (m_count == 0) return t;
     t.minDbm = MeanDbm(m_minMw, m_count);

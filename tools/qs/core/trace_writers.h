@@ -41,7 +41,8 @@ public:
     void Clear() { m_count = 0; }
 
 private:
-    Trace m_first;
+    double m_startHz = 0.0, m_binHz = 0.0;  // the first sweep's axis
+    timespec m_utc{};                      // and time
     std::vector<double> m_minMw, m_maxMw;
     int m_count = 0;
 };
