@@ -128,25 +128,25 @@ VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
         shiftSpec.reset(new fft_C_64fc(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
         shiftTable.malloc(fftSize);
         shiftIn.malloc(fftSize);
+        // The window and the turn in one table: one pass a frame.
         for (int n = 0; n < fftSize; ++n) {
             const double ph = -2.0 * M_PI * shiftFraction * n / fftSize;
-            shiftTable[n] = Ipp64fc{std::cos(ph), std::sin(ph)};
+            shiftTable[n] = Ipp64fc{window[n] * std::cos(ph), window[n] * std::sin(ph)};
         }
     }
 }
 
 void VideoIIR::Transform(const Ipp64f* frame, bool shift) {
-    ippsMul_64f(frame, window, windowedBuf, fftSize);
     if (!shift) {
+        ippsMul_64f(frame, window, windowedBuf, fftSize);
         fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
         PutNyquistBin();
         return;
     }
     // Bin k of the turned frame is bin k + fraction of the frame itself.
-    const Ipp64f* w = windowedBuf.ptr;
     const Ipp64fc* t = shiftTable.ptr;
     Ipp64fc* x = shiftIn.ptr;
-    for (int n = 0; n < fftSize; ++n) x[n] = Ipp64fc{w[n] * t[n].re, w[n] * t[n].im};
+    for (int n = 0; n < fftSize; ++n) x[n] = Ipp64fc{frame[n] * t[n].re, frame[n] * t[n].im};
     shiftSpec->FwdFFT(shiftIn.ptr, complexBuf.ptr);
 }
 

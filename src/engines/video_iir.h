@@ -104,8 +104,9 @@ private:
     int steps = 0;
     int stepSize = 0;
     std::unique_ptr<fft_R_64f> fftSpec;
-    // A fractional shift: a complex transform of the frame turned by
-    // exp(-2 pi j fraction n / fftSize), made ready before any data come.
+    // A fractional shift: a complex transform of the frame windowed and
+    // turned by exp(-2 pi j fraction n / fftSize) (shiftTable holds both),
+    // made ready before any data come.
     double shiftFraction = 0.0;
     std::unique_ptr<fft_C_64fc> shiftSpec;
     smart_ptr<Ipp64fc> shiftTable;
