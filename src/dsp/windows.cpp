@@ -115,20 +115,6 @@ private:
 
 WindowCache g_windows;
 
-void compute_window(int rbwType, double* window, int windowType, int n, double fc, int zeroPad);
-
-}  // namespace
-
-void build_window(int rbwType, double* window, int windowType, int n, double fc, int zeroPad) {
-    if (n < 1) return;
-    const WindowKey key{rbwType, windowType, n, zeroPad, fc};
-    if (g_windows.Find(key, window)) return;
-    compute_window(rbwType, window, windowType, n, fc, zeroPad);
-    g_windows.Keep(key, window);
-}
-
-namespace {
-
 void compute_window(int rbwType, double* window, int windowType, int n, double fc, int zeroPad) {
     if (rbwType == QS_RBW_SHAPE_LOWPASS) {
         // Zeroed first: a cut-off the design refuses leaves zeros, not
@@ -148,6 +134,14 @@ void compute_window(int rbwType, double* window, int windowType, int n, double f
 }
 
 }  // namespace
+
+void build_window(int rbwType, double* window, int windowType, int n, double fc, int zeroPad) {
+    if (n < 1) return;
+    const WindowKey key{rbwType, windowType, n, zeroPad, fc};
+    if (g_windows.Find(key, window)) return;
+    compute_window(rbwType, window, windowType, n, fc, zeroPad);
+    g_windows.Keep(key, window);
+}
 
 void build_rt_window(float* window, int n, int zeroPad) {
     if (n < 1) return;
