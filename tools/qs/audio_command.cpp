@@ -1,5 +1,6 @@
 // qs audio: demodulated audio to a WAV file or standard output, for a
 // duration or until Ctrl-C; a gap in the audio is told on standard error.
+#include <atomic>
 #include <cstdio>
 #include <vector>
 
@@ -50,7 +51,7 @@ int RunAudio(const Options& options) {
     WavWriter wav(out, kAudioRate);
     std::vector<float> block(QS_AUDIO_SAMPLES);
     const long long frames = o.durationS > 0.0 ? static_cast<long long>(o.durationS * kAudioRate + 0.5) : 0;
-    long long written = 0;
+    std::atomic<long long> written{0};  // also read by the progress line
     int gaps = 0;
     {
         ProgressLine progress(ShowProgress(toStdout), [&](double seconds) {

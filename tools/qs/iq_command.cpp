@@ -3,6 +3,7 @@
 // time stamp and an annotation for every trigger and every reported gap,
 // is written at the end, also after Ctrl-C, so that a stopped recording is
 // a valid one.
+#include <atomic>
 #include <cmath>
 #include <cstdio>
 #include <vector>
@@ -76,12 +77,12 @@ int RunIq(const Options& options) {
     const size_t sampleBytes = o.type == IqType::kCi16 ? 4 : 8;
     std::vector<char> buffer(sampleBytes * kReadSamples);
     int triggers[kTriggerRoom];
-    long long recorded = 0;
+    std::atomic<long long> recorded{0};  // also read by the progress line
     bool writeFailed = false;
     {
         ProgressLine progress(ShowProgress(false), [&](double seconds) {
             char text[96];
-            std::snprintf(text, sizeof text, "%lld samples, %.0f s%s", recorded, seconds,
+            std::snprintf(text, sizeof text, "%lld samples, %.0f s%s", recorded.load(), seconds,
                           wanted > 0 ? "" : " (Ctrl-C stops)");
             return std::string(text);
         });
@@ -120,7 +121,7 @@ int RunIq(const Options& options) {
         std::fprintf(stderr, "qs: writing %s failed\n", o.base.c_str());
         return kExitFailure;
     }
-    std::fprintf(stderr, "qs: %lld samples in %s\n", recorded, dataPath.c_str());
+    std::fprintf(stderr, "qs: %lld samples in %s\n", recorded.load(), dataPath.c_str());
     return 0;
 }
 

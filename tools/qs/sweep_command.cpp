@@ -3,6 +3,7 @@
 // after the sweep in progress, and what it holds is written.
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -110,7 +111,7 @@ int RunSweep(const Options& options) {
     RecordClock clock(o);
     PowerAverage record;
     Trace last;
-    int sweeps = 0, written = 0;
+    std::atomic<int> sweeps{0}, written{0};  // also read by the progress line
     qsStatus lastWarning = qsNoError;
     const auto write = [&] {
         last = record.Result();
