@@ -261,12 +261,14 @@ void FactoryCalibration::WriteMaple(uint8_t* image, uint32_t fpgaId) const {
         const RfTableGrid& grid = grids[row];
         const double ref = grid.Freq(grid.steps / 2);
         const float* slope = &slopes[size_t(RoughRowOf(ref)) * 6];
+        float table[kIfPoints] = {};
+        for (int i = 0; row != 0 && i < kIfPoints; ++i) {
+            const double delta = (i - kIfCentreIndex) * kIfSpacing;
+            table[i] = static_cast<float>(measured(ref + delta, ref) - measured(ref, ref) -
+                                          SlopeAt(slope, delta / kSlopeScale));
+        }
         for (int t = 0; t < kMapleTemps; ++t)
-            for (int i = 0; i < kIfPoints; ++i, p += 4) {
-                const double delta = (i - kIfCentreIndex) * kIfSpacing;
-                const double ifDb = measured(ref + delta, ref) - measured(ref, ref) - SlopeAt(slope, delta / kSlopeScale);
-                PutFloat(p, row == 0 ? 0.0f : static_cast<float>(ifDb));
-            }
+            for (int i = 0; i < kIfPoints; ++i, p += 4) PutFloat(p, table[i]);
     }
     p = image + kIfCurve;
     for (int t = 0; t < kMapleTemps; ++t)
