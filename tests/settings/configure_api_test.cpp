@@ -154,20 +154,6 @@ TEST_F(Configure, SmallCallsStoreOrRefuse) {
     EXPECT_FALSE(Staged(maple).m_tgPassiveDevice);
 }
 
-TEST_F(Configure, DemodStagesCwAsLowerSideBandAndChecksNothing) {
-    EXPECT_EQ(qsConfigureDemod(maple, QS_DEMOD_CW, 1e6, 5000.5f, 3000.0f, 100.0f, 75.0f), qsNoError);
-    const AudioConfig& a = Staged(maple).m_audio;
-    EXPECT_EQ(a.modulation, QS_DEMOD_LSB);
-    EXPECT_EQ(a.freq, 1000520.0);
-    EXPECT_EQ(a.if_bw, 5000.5);
-    EXPECT_EQ(a.low_pass_freq, 3000.0);
-    EXPECT_EQ(a.high_pass_freq, 100.0);
-    EXPECT_EQ(a.deemphasis, 75.0);
-    EXPECT_EQ(qsConfigureDemod(maple, 17, -5.0, -1.0f, 0.0f, 0.0f, 0.0f), qsNoError);
-    EXPECT_EQ(a.modulation, 17);
-    EXPECT_EQ(a.freq, -5.0);
-}
-
 TEST_F(Configure, ConfiguringSendsNothingAndLeavesTheActiveCopy) {
     const Settings& active = *api::Lookup(maple)->GetSettings();
     const SettingsMaple activeBefore(static_cast<const SettingsMaple&>(active));

@@ -68,31 +68,6 @@ void ExpectRefused(qsStatus want, Op op) {
 
 }  // namespace
 
-TEST(SettingsDefaults, EachModelStartsFromItsOwnSweep) {
-    const SettingsLarch larch;
-    const SettingsMaple maple;
-    // The models differ in the sweep window and RBW only.
-    EXPECT_EQ(DiffFields(larch, maple),
-              (std::vector<std::string>{"m_start", "m_stop", "m_center", "m_span", "m_rbw", "m_vbw"}));
-    using Six = std::array<double, 6>;
-    EXPECT_EQ((Six{larch.Start(), larch.Stop(), larch.Center(), larch.Span(), larch.RBW(), larch.VBW()}),
-              (Six{8.9e8, 9.1e8, 9e8, 2e7, 10000.0, 10000.0}));
-    EXPECT_EQ((Six{maple.Start(), maple.Stop(), maple.Center(), maple.Span(), maple.RBW(), maple.VBW()}),
-              (Six{2e9, 4e9, 3e9, 2e9, 30000.0, 30000.0}));
-    const AudioConfig& a = maple.m_audio;
-    EXPECT_EQ(a.modulation, QS_DEMOD_FM);
-    EXPECT_EQ((Six{a.freq, a.if_bw, a.high_pass_freq, a.low_pass_freq, a.deemphasis, maple.iqFinalBandwidth}),
-              (Six{9.71e7, 160000.0, 8000.0, 500.0, 500.0, 2e7}));
-    EXPECT_EQ((Six{maple.Atten(), maple.SweepTime(), maple.RealTimeFrameScale(), maple.RealTimeAdvanceRate(),
-                   maple.iqFirstPassBandwidth, maple.WindowFC()}),
-              (Six{QS_ATTEN_AUTO, 0.001, 100.0, 0.5, 0.0, 0.0}));
-    EXPECT_EQ((std::array<int, 5>{maple.m_tgSweepSize, maple.Gain(), maple.VideoUnits(),
-                                  maple.RealTimeFrameRate(), maple.iqDataType}),
-              (std::array<int, 5>{250, QS_GAIN_AUTO, QS_VIDEO_POWER, 30, qsDataType32fc}));
-    EXPECT_TRUE(maple.m_tgHighDynamicRange && maple.m_tgPassiveDevice && maple.LogScale());
-    EXPECT_FALSE(maple.FullScale() || maple.iqSecondPass || maple.ImageReject());
-}
-
 TEST(SettingsDefaults, LoadDefaultKeepsAudioAndIQDataType) {
     SettingsMaple s;
     Scramble(s);
