@@ -12,7 +12,10 @@
  * out S seconds after the scene is set up) and
  * QS_SIM_TONES="1e9:-30,2.4e9:-50" (Hz:dBm, on every device) and
  * QS_SIM_TRIGGERS="0.01,0.25" (external triggers that many seconds into
- * every stream run of each device; see qssim_add_trigger).
+ * every stream run of each device; see qssim_add_trigger) and
+ * QS_SIM_GENERATORS="tg1:12345,rowan:23456" (tracking generators, each
+ * cabled to the first device through a through; ":bandpass=F1-F2/N" or
+ * ":lowpass=F1/N" puts a Butterworth filter of N poles in between).
  */
 #ifndef QS_SIM_H
 #define QS_SIM_H
@@ -172,6 +175,63 @@ int qssim_set_timebase_slots(int id, int used, double ppm);
  * 1 MHz. Returns 0, or -1 for a Maple, no device or a value that is not
  * finite. */
 int qssim_set_larch_if_centre(int id, double hz);
+
+/* Tracking generators. Each is an FTDI serial bridge (vendor 0x0403,
+ * product 0x6001, description "CorvaneLinkTG", serial number printed with
+ * eight digits) on the simulated bus, with a generator behind it that takes
+ * the SLIP-framed commands F, A, R, S, T, G, L and E. Version 1 reaches
+ * 4.4 GHz with a 31 dB attenuator in 1 dB steps; the Rowan 12.4 GHz with
+ * 31.5 dB in 0.5 dB steps. Each unit's level is not flat and its
+ * attenuator steps are not their names, its time base is a few ppm off, and
+ * its EEPROM holds a factory calibration measured from that. The line must
+ * be set to 25000 baud for the generator to hear anything; it answers at
+ * once. Ids are their own, apart from the analysers'. */
+#define QSSIM_TG_V1 1
+#define QSSIM_TG_ROWAN 2
+/* Plugs in a generator with a calibrated EEPROM; its id, or -1 when the
+ * version is unknown or the serial number in use. */
+int qssim_add_generator(int version, unsigned serial);
+/* Unplugs it, also in the middle of a sweep. */
+void qssim_remove_generator(int id);
+/* Cables its output to the input of analyser analyserId, through its device
+ * under test (a through until set); one generator per analyser, the last
+ * one cabled wins. 0, or -1. */
+int qssim_connect_generator(int genId, int analyserId);
+
+/* The device under test between a generator and its analyser: a through,
+ * or a Butterworth low-pass (cut-off f1) or band-pass (f1 to f2, the
+ * -3 dB points) whose low-pass prototype has `order` poles, plus a flat
+ * loss of lossDb. 0, or -1. */
+#define QSSIM_DUT_THRU 0
+#define QSSIM_DUT_LOWPASS 1
+#define QSSIM_DUT_BANDPASS 2
+int qssim_set_dut(int genId, int kind, double f1Hz, double f2Hz, int order, double lossDb);
+/* The true gain of that device under test at freqHz, in dB. */
+double qssim_dut_gain_db(int genId, double freqHz);
+
+/* What the generator truly puts out at its port now (its own errors
+ * included): 0, or -1 when it puts out nothing (no generator, unplugged,
+ * 0 Hz). During a hardware sweep, the point it is at. */
+int qssim_generator_output(int genId, double* freqHz, double* levelDbm);
+
+/* The EEPROM behind the E command:
+ *   QSSIM_TG_EEPROM_CALIBRATED  the factory calibration (the default);
+ *   QSSIM_TG_EEPROM_BLANK       never calibrated (the first byte of the
+ *                               calibration text is 0x80);
+ *   QSSIM_TG_EEPROM_SILENT      no answer to reads.
+ * 0, or -1. */
+#define QSSIM_TG_EEPROM_CALIBRATED 0
+#define QSSIM_TG_EEPROM_BLANK 1
+#define QSSIM_TG_EEPROM_SILENT 2
+int qssim_set_generator_eeprom(int genId, int kind);
+
+/* The SLIP frames the generator received, in order: their count, and frame
+ * `index`'s payload (decoded) or wire bytes (as sent, the closing END
+ * included) copied into out, at most room bytes. The copy's length, or -1
+ * for no such frame. */
+int qssim_generator_frame_count(int genId);
+int qssim_get_generator_frame(int genId, int index, unsigned char* out, int room);
+int qssim_get_generator_wire(int genId, int index, unsigned char* out, int room);
 
 #ifdef __cplusplus
 }

@@ -77,7 +77,16 @@ std::string SimDevice::SerialString() const {
     return text;
 }
 
-void SimDevice::WriteOut(const uint8_t* data, int len) {
+bool SimDevice::UsbString(int index, std::string* text) const {
+    switch (index) {
+        case 1: *text = "Simulated Instruments"; return true;
+        case 2: *text = "Simulated RF analyser"; return true;
+        case 3: *text = SerialString(); return true;
+        default: return false;
+    }
+}
+
+void SimDevice::WriteOut(int, const uint8_t* data, int len) {
     m_commands.emplace_back(data, data + len);
     m_firmware.OnCommand(data, len, Clock::now());
     Wake();
@@ -85,10 +94,6 @@ void SimDevice::WriteOut(const uint8_t* data, int len) {
 
 void SimDevice::ReadTimedOut(int endpoint) {
     m_firmware.OnReadTimedOut(endpoint == kEndpointIn2 ? 1 : 0);
-}
-
-int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket) {
-    return ReadIn(endpoint, dst, len, shortPacket, Clock::now());
 }
 
 int SimDevice::ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket,

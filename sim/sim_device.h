@@ -19,6 +19,7 @@
 #include "sim_calibration.h"
 #include "sim_firmware.h"
 #include "sim_scene.h"
+#include "sim_usb_gadget.h"
 
 namespace qssim {
 
@@ -29,7 +30,7 @@ constexpr int kEndpointIn2 = 0x82;
 
 // One device: its identity and plug state on the bus, and its firmware,
 // which answers the commands. All calls are made with the world's lock held (sim_world.h).
-class SimDevice {
+class SimDevice : public UsbGadget {
 public:
     // Starts the device's thread; `worldLock` is the world's lock, which the
     // caller may hold.
@@ -43,7 +44,10 @@ public:
     // The USB serial string: the number with eight digits.
     std::string SerialString() const;
 
-    bool Plugged() const { return m_plugged; }
+    uint16_t UsbVendor() const override { return kVendorId; }
+    uint16_t UsbProduct() const override { return static_cast<uint16_t>(m_productId); }
+    bool UsbString(int index, std::string* text) const override;
+
     // Marks the device unplugged and tells its thread to end (world's lock
     // held); JoinThread, called without the lock, waits for it.
     void Unplug();
@@ -54,31 +58,23 @@ public:
     // Held while the receiver makes samples: taken, after the world's lock,
     // by anything that changes the scene or the receiver's model.
     std::mutex& ModelLock() { return m_modelLock; }
-    bool AccessDenied() const { return m_accessDenied; }
-    void SetAccessDenied(bool denied) { m_accessDenied = denied; }
-
-    // Interface 0 is claimed by at most one handle.
-    bool Claimed() const { return m_claimed; }
-    void SetClaimed(bool claimed) { m_claimed = claimed; }
-
     Scene& GetScene() { return m_scene; }
 
     // Bulk OUT on endpoint 0x01: one command block, for the firmware.
-    virtual void WriteOut(const uint8_t* data, int len);
+    void WriteOut(int endpoint, const uint8_t* data, int len) override;
 
     // Bulk IN on 0x81 or 0x82: copies whole packets that are ready into dst,
     // at most len bytes: first any queued by QueuePacket, then the firmware's.
     // Sets *shortPacket when the last one copied was short, which ends the
     // transfer early as on a real bus. Returns the bytes copied.
-    virtual int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket);
-    // The same at a given instant: one pass over several transfers uses one
-    // instant, so a paced packet cannot land in a later transfer first.
-    int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now);
+    // One pass over several transfers uses one instant, so a paced packet
+    // cannot land in a later transfer first.
+    int ReadIn(int endpoint, uint8_t* dst, int len, bool* shortPacket, Clock::time_point now) override;
 
     // A read on 0x81 or 0x82 ended by its time-out.
-    void ReadTimedOut(int endpoint);
+    void ReadTimedOut(int endpoint) override;
     // Whether data for a read on 0x81 or 0x82 is on its way (Firmware::DataComing).
-    bool DataComing(int endpoint, Clock::time_point now) const {
+    bool DataComing(int endpoint, Clock::time_point now) const override {
         return m_firmware.DataComing(endpoint == kEndpointIn2 ? 1 : 0, now);
     }
 
@@ -100,9 +96,6 @@ private:
     int m_id;
     int m_productId;
     unsigned m_serial;
-    bool m_plugged = true;
-    bool m_accessDenied = false;
-    bool m_claimed = false;
     Scene m_scene;
     FactoryCalibration m_factory;
     Firmware m_firmware;

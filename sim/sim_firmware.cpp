@@ -106,8 +106,13 @@ void Firmware::OnCommand(const uint8_t* data, int len, Clock::time_point now) {
             const uint8_t mode = c.subBands[0].settings[0];
             switch (c.commandType) {
                 case kCfgSweep:
+                    StartRun(kCounted, c, CountedBlocks(c) * kPacketsPerChannel, now);
+                    break;
                 case kCfgTgSweep:
                     StartRun(kCounted, c, CountedBlocks(c) * kPacketsPerChannel, now);
+                    // The trigger line to the generator: its armed sweep
+                    // starts with the run's first point.
+                    if (m_stimulus) m_stimulus->BeginSweepRun();
                     break;
                 case kCfgStream:
                     if (m_mode == kStream && (mode & 0x1))
@@ -400,6 +405,14 @@ bool Firmware::PrepareNext(Clock::time_point now, PacketJob* job, Clock::time_po
                              m_temperature,
                              m_seed ^ (static_cast<uint64_t>(m_fillGeneration) * 0xD1B54A32D192ED03ull)};
     job->pktInStep = pktInStep;
+    if (m_stimulus) {
+        // A generator sweep steps the generator once per point, ppf packets
+        // in the run's time order.
+        const bool tgRun = m_mode != kStream && m_run.headerType == kCmdConfigure &&
+                           m_run.commandType == kCfgTgSweep;
+        const int64_t point = tgRun ? packet / std::max<int64_t>(1, sb.packetsPerFreq) : -1;
+        job->ctx.stimulusOn = m_stimulus->ToneAt(point, &job->ctx.stimulus);
+    }
     return true;
 }
 

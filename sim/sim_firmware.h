@@ -123,6 +123,8 @@ struct PacketContext {
     int channel;             // 0 for endpoint 0x81, 1 for 0x82
     double temperature;      // the device's, Celsius
     uint64_t noiseKey;       // the run's own noise: the seed and the run's number
+    bool stimulusOn = false;  // a cabled source reaches the input
+    Tone stimulus{0.0, 0.0};
 };
 
 // The seam between the firmware and the receiver: fills the samples of one
@@ -215,6 +217,8 @@ public:
     void SetStreamTriggers(std::vector<int64_t> runSamples) { m_streamTriggers = std::move(runSamples); }
     void SetTemperature(double celsius) { m_temperature = celsius; }
     void SetSampleSource(std::unique_ptr<SampleSource> source) { m_source = std::move(source); }
+    // What is cabled to the input, or null.
+    void SetStimulus(Stimulus* stimulus) { m_stimulus = stimulus; }
     // Writes what the flash holds beyond erased bytes (the factory image)
     // when the flash is made; RewriteFlash runs it again on a made flash.
     void SetFlashInit(std::function<void(uint8_t*)> init) { m_flashInit = std::move(init); }
@@ -257,6 +261,7 @@ private:
     int m_productId;
     const Scene* m_scene;
     std::unique_ptr<SampleSource> m_source;
+    Stimulus* m_stimulus = nullptr;
     std::vector<uint8_t> m_flash;
     std::function<void(uint8_t*)> m_flashInit;
     std::vector<int16_t> m_samples;  // one packet, reused

@@ -283,6 +283,11 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
         AddTone(acc, count, ctx.runSample, cycles,
                 std::pow(10.0, (scene.tones[t].levelDbm + gainDb) / 20.0), 0.7 * static_cast<double>(t));
     }
+    if (ctx.stimulusOn) {
+        double cycles = 0, gainDb = 0;
+        if (ToneResponse(s, ctx.stimulus.freqHz, ctx.temperature, &cycles, &gainDb))
+            AddTone(acc, count, ctx.runSample, cycles, std::pow(10.0, (ctx.stimulus.levelDbm + gainDb) / 20.0), 0.37);
+    }
     // The Larch's receiver makes spurs of its own at a few RF-equivalent
     // frequencies, in the steps of its LO plan. A step whose second
     // oscillator runs off its row's own word moves them out of the band.

@@ -47,6 +47,52 @@ int AddDeviceLocked(int productId, unsigned serial) {
     return id;
 }
 
+int AddGeneratorLocked(int version, unsigned serial) {
+    if (version != QSSIM_TG_V1 && version != QSSIM_TG_ROWAN) return -1;
+    for (auto& gen : g_world.generators)
+        if (gen->Plugged() && gen->Serial() == serial) return -1;
+    const int id = static_cast<int>(g_world.generators.size());
+    g_world.generators.push_back(std::make_unique<SimBridge>(version, serial));
+    g_world.cables.push_back(std::make_unique<Cable>(g_world.generators.back().get()));
+    return id;
+}
+
+int ConnectLocked(int genId, int analyserId) {
+    if (genId < 0 || genId >= static_cast<int>(g_world.cables.size())) return -1;
+    if (analyserId < 0 || analyserId >= static_cast<int>(g_world.devices.size())) return -1;
+    Cable* cable = g_world.cables[genId].get();
+    for (auto& other : g_world.cables)
+        if (other->analyser == analyserId) other->analyser = -1;
+    if (cable->analyser >= 0) g_world.devices[cable->analyser]->GetFirmware().SetStimulus(nullptr);
+    cable->analyser = analyserId;
+    g_world.devices[analyserId]->GetFirmware().SetStimulus(cable);
+    return 0;
+}
+
+// "tg1:12345,rowan:23456:bandpass=9e8-1.1e9/4": cabled to the first device.
+void LoadGenerators(const std::string& text) {
+    for (const auto& item : Split(text, ',')) {
+        const auto parts = Split(item, ':');
+        if (parts.size() < 2) continue;
+        const int version = parts[0] == "tg1" ? QSSIM_TG_V1 : parts[0] == "rowan" ? QSSIM_TG_ROWAN : -1;
+        const int id = AddGeneratorLocked(version, std::strtoul(parts[1].c_str(), nullptr, 10));
+        if (id < 0) continue;
+        ConnectLocked(id, 0);
+        for (size_t i = 2; i < parts.size(); ++i) {
+            Dut& dut = g_world.cables[id]->dut;
+            const std::string& p = parts[i];
+            const auto eq = p.find('='), slash = p.find('/');
+            if (eq == std::string::npos) continue;
+            const std::string kind = p.substr(0, eq);
+            char* end = nullptr;
+            dut.f1 = std::strtod(p.c_str() + eq + 1, &end);
+            if (kind == "bandpass" && end && *end == '-') dut.f2 = std::strtod(end + 1, nullptr);
+            dut.order = slash == std::string::npos ? 4 : std::atoi(p.c_str() + slash + 1);
+            dut.kind = kind == "bandpass" ? QSSIM_DUT_BANDPASS : kind == "lowpass" ? QSSIM_DUT_LOWPASS : QSSIM_DUT_THRU;
+        }
+    }
+}
+
 // Called once, with the lock held, unless a control call came first.
 void LoadEnvironment() {
     if (g_controlled) return;
@@ -99,6 +145,7 @@ void LoadEnvironment() {
             }).detach();
         }
     }
+    if (const char* generators = std::getenv("QS_SIM_GENERATORS")) LoadGenerators(generators);
 }
 
 SimDevice* DeviceLocked(int id) {
@@ -145,6 +192,34 @@ void JoinUnplugged() {
 
 }  // namespace
 
+double Dut::GainDb(double hz) const {
+    double x = 0.0;
+    switch (kind) {
+        case QSSIM_DUT_LOWPASS: x = f1 > 0 ? hz / f1 : 0.0; break;
+        case QSSIM_DUT_BANDPASS: {
+            if (hz <= 0.0 || f2 <= f1) return -300.0;
+            const double centre2 = f1 * f2;
+            x = (hz * hz - centre2) / (hz * (f2 - f1));
+            break;
+        }
+        default: return -lossDb;
+    }
+    const double db = -10.0 * std::log10(1.0 + std::pow(x * x, std::max(order, 1))) - lossDb;
+    return std::max(db, -300.0);
+}
+
+void Cable::BeginSweepRun() {
+    if (m_bridge->Plugged()) m_bridge->GetGenerator().BeginSweepRun();
+}
+
+bool Cable::ToneAt(int64_t point, Tone* tone) {
+    if (!m_bridge->Plugged()) return false;
+    double hz = 0, dbm = 0;
+    if (!m_bridge->GetGenerator().OutputAt(point, &hz, &dbm)) return false;
+    *tone = {hz, dbm + dut.GainDb(hz)};
+    return true;
+}
+
 World& GetWorld() {
     std::call_once(g_envOnce, [] {
         std::lock_guard<std::mutex> hold(g_world.lock);
@@ -179,6 +254,7 @@ __attribute__((visibility("default"))) void qssim_reset(void) {
     {
         std::lock_guard<std::mutex> hold(world.lock);
         for (auto& dev : world.devices) dev->Unplug();
+        for (auto& gen : world.generators) gen->Unplug();
         world.initFailure = false;
         world.changed.notify_all();
     }
@@ -361,6 +437,115 @@ __attribute__((visibility("default"))) int qssim_set_larch_if_centre(int id, dou
         if (!dev.Factory().SetLarchIfCentre(hz)) return -1;
         dev.GetFirmware().RewriteFlash();
         return 0;
+    });
+}
+
+}  // extern "C"
+
+namespace {
+
+// Runs fn on a generator and its cable with the lock held; -1 for none.
+template <typename Fn>
+int WithGenerator(int id, Fn fn) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    if (id < 0 || id >= static_cast<int>(world.generators.size())) return -1;
+    const int result = fn(*world.generators[id], *world.cables[id]);
+    world.changed.notify_all();
+    return result;
+}
+
+int CopyOut(const std::vector<uint8_t>& bytes, unsigned char* out, int room) {
+    const int n = std::min<int>(static_cast<int>(bytes.size()), std::max(room, 0));
+    if (n > 0) std::memcpy(out, bytes.data(), static_cast<size_t>(n));
+    return n;
+}
+
+}  // namespace
+
+extern "C" {
+
+__attribute__((visibility("default"))) int qssim_add_generator(int version, unsigned serial) {
+    TakeControl();
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    return AddGeneratorLocked(version, serial);
+}
+
+__attribute__((visibility("default"))) void qssim_remove_generator(int id) {
+    WithGenerator(id, [](SimBridge& gen, Cable&) {
+        gen.Unplug();
+        return 0;
+    });
+}
+
+__attribute__((visibility("default"))) int qssim_connect_generator(int genId, int analyserId) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    return ConnectLocked(genId, analyserId);
+}
+
+__attribute__((visibility("default"))) int qssim_set_dut(int genId, int kind, double f1Hz, double f2Hz,
+                                                        int order, double lossDb) {
+    if (kind < QSSIM_DUT_THRU || kind > QSSIM_DUT_BANDPASS || !std::isfinite(f1Hz) || !std::isfinite(f2Hz) ||
+        !std::isfinite(lossDb) || order < 1 || order > 20)
+        return -1;
+    if (kind == QSSIM_DUT_LOWPASS && f1Hz <= 0) return -1;
+    if (kind == QSSIM_DUT_BANDPASS && (f1Hz <= 0 || f2Hz <= f1Hz)) return -1;
+    return WithGenerator(genId, [&](SimBridge&, Cable& cable) {
+        cable.dut = Dut{kind, f1Hz, f2Hz, order, lossDb};
+        return 0;
+    });
+}
+
+__attribute__((visibility("default"))) double qssim_dut_gain_db(int genId, double freqHz) {
+    double gain = 0.0;
+    WithGenerator(genId, [&](SimBridge&, Cable& cable) {
+        gain = cable.dut.GainDb(freqHz);
+        return 0;
+    });
+    return gain;
+}
+
+__attribute__((visibility("default"))) int qssim_generator_output(int genId, double* freqHz, double* levelDbm) {
+    return WithGenerator(genId, [&](SimBridge& gen, Cable&) {
+        double hz = 0, dbm = 0;
+        if (!gen.Plugged() || !gen.GetGenerator().Output(&hz, &dbm)) return -1;
+        if (freqHz) *freqHz = hz;
+        if (levelDbm) *levelDbm = dbm;
+        return 0;
+    });
+}
+
+__attribute__((visibility("default"))) int qssim_set_generator_eeprom(int genId, int kind) {
+    if (kind < QSSIM_TG_EEPROM_CALIBRATED || kind > QSSIM_TG_EEPROM_SILENT) return -1;
+    return WithGenerator(genId, [&](SimBridge& gen, Cable&) {
+        gen.GetGenerator().SetEeprom(kind);
+        return 0;
+    });
+}
+
+__attribute__((visibility("default"))) int qssim_generator_frame_count(int genId) {
+    return WithGenerator(genId, [](SimBridge& gen, Cable&) {
+        return static_cast<int>(gen.GetGenerator().Frames().size());
+    });
+}
+
+__attribute__((visibility("default"))) int qssim_get_generator_frame(int genId, int index, unsigned char* out,
+                                                                    int room) {
+    return WithGenerator(genId, [&](SimBridge& gen, Cable&) {
+        const auto& frames = gen.GetGenerator().Frames();
+        if (index < 0 || index >= static_cast<int>(frames.size())) return -1;
+        return CopyOut(frames[index].payload, out, room);
+    });
+}
+
+__attribute__((visibility("default"))) int qssim_get_generator_wire(int genId, int index, unsigned char* out,
+                                                                   int room) {
+    return WithGenerator(genId, [&](SimBridge& gen, Cable&) {
+        const auto& frames = gen.GetGenerator().Frames();
+        if (index < 0 || index >= static_cast<int>(frames.size())) return -1;
+        return CopyOut(frames[index].wire, out, room);
     });
 }
 

@@ -23,7 +23,7 @@
 #define QSSIM_EXPORT extern "C" __attribute__((visibility("default")))
 
 using qssim::GetWorld;
-using qssim::SimDevice;
+using qssim::UsbGadget;
 using qssim::World;
 using Clock = std::chrono::steady_clock;
 
@@ -33,6 +33,7 @@ struct libusb_context {
 
 struct libusb_device {
     int simId;
+    bool bridge;  // a generator's serial bridge, not an analyser
     uint8_t busNumber;
     uint8_t address;
 };
@@ -46,9 +47,7 @@ namespace {
 
 libusb_context g_defaultContext;
 
-// One libusb_device per simulated device, kept for the life of the process
-// (libusb would free it at the last unref; nothing here depends on that).
-std::map<int, std::unique_ptr<libusb_device>> g_usbDevices;
+std::map<std::pair<bool, int>, std::unique_ptr<libusb_device>> g_usbDevices;
 
 struct InFlight {
     libusb_transfer* xfr;
@@ -87,10 +86,26 @@ struct EventLockHolder {
     ~EventLockHolder() { g_eventLock.Unlock(); }
 };
 
-SimDevice* DeviceOf(World& world, const libusb_device* dev) {
-    if (!dev || dev->simId < 0 || dev->simId >= static_cast<int>(world.devices.size()))
-        return nullptr;
-    return world.devices[dev->simId].get();
+UsbGadget* DeviceOf(World& world, const libusb_device* dev) {
+    if (!dev || dev->simId < 0) return nullptr;
+    if (dev->bridge)
+        return dev->simId < static_cast<int>(world.generators.size()) ? world.generators[dev->simId].get() : nullptr;
+    return dev->simId < static_cast<int>(world.devices.size()) ? world.devices[dev->simId].get() : nullptr;
+}
+
+// A device and its libusb_device, made at first sight and kept for the life
+// of the process (libusb would free it at the last unref; nothing here
+// depends on that). Analysers sit on bus 1, bridges on bus 2.
+libusb_device* UsbDeviceOf(int simId, bool bridge) {
+    auto& usb = g_usbDevices[std::make_pair(bridge, simId)];
+    if (!usb) {
+        usb = std::make_unique<libusb_device>();
+        usb->simId = simId;
+        usb->bridge = bridge;
+        usb->busNumber = bridge ? 2 : 1;
+        usb->address = static_cast<uint8_t>(simId % 127 + 1);
+    }
+    return usb.get();
 }
 
 bool IsInFlight(const libusb_transfer* xfr) {
@@ -107,7 +122,7 @@ Clock::time_point DeadlineAfter(unsigned timeoutMs) {
 // status set. Lock held.
 bool Progress(World& world, InFlight& f, Clock::time_point now) {
     libusb_transfer* xfr = f.xfr;
-    SimDevice* dev = DeviceOf(world, xfr->dev_handle->dev);
+    UsbGadget* dev = DeviceOf(world, xfr->dev_handle->dev);
     if (f.cancelled) {
         xfr->status = LIBUSB_TRANSFER_CANCELLED;
         return true;
@@ -125,7 +140,7 @@ bool Progress(World& world, InFlight& f, Clock::time_point now) {
             return true;
         }
     } else {
-        dev->WriteOut(xfr->buffer, xfr->length);
+        dev->WriteOut(xfr->endpoint, xfr->buffer, xfr->length);
         xfr->actual_length = xfr->length;
         xfr->status = LIBUSB_TRANSFER_COMPLETED;
         return true;
@@ -167,6 +182,8 @@ void HandleEvents(const timeval* tv, int* completed) {
                 it = g_inFlight.erase(it);
             } else {
                 nextDeadline = std::min(nextDeadline, it->deadline);
+                if (UsbGadget* dev = DeviceOf(world, it->xfr->dev_handle->dev))
+                    nextDeadline = std::min(nextDeadline, dev->ReadyBy(it->xfr->endpoint, now));
                 ++it;
             }
         }
@@ -224,17 +241,10 @@ QSSIM_EXPORT ssize_t libusb_get_device_list(libusb_context*, libusb_device*** li
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
     std::vector<libusb_device*> found;
-    for (auto& dev : world.devices) {
-        if (!dev->Plugged()) continue;
-        auto& usb = g_usbDevices[dev->Id()];
-        if (!usb) {
-            usb = std::make_unique<libusb_device>();
-            usb->simId = dev->Id();
-            usb->busNumber = 1;
-            usb->address = static_cast<uint8_t>(dev->Id() % 127 + 1);
-        }
-        found.push_back(usb.get());
-    }
+    for (auto& dev : world.devices)
+        if (dev->Plugged()) found.push_back(UsbDeviceOf(dev->Id(), false));
+    for (size_t i = 0; i < world.generators.size(); ++i)
+        if (world.generators[i]->Plugged()) found.push_back(UsbDeviceOf(static_cast<int>(i), true));
     auto* out = static_cast<libusb_device**>(std::calloc(found.size() + 1, sizeof(libusb_device*)));
     if (!out) return LIBUSB_ERROR_NO_MEM;
     std::copy(found.begin(), found.end(), out);
@@ -252,15 +262,16 @@ QSSIM_EXPORT int libusb_get_device_descriptor(libusb_device* dev,
                                               struct libusb_device_descriptor* desc) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* sim = DeviceOf(world, dev);
+    UsbGadget* sim = DeviceOf(world, dev);
     if (!sim) return LIBUSB_ERROR_NO_DEVICE;
     std::memset(desc, 0, sizeof *desc);
     desc->bLength = LIBUSB_DT_DEVICE_SIZE;
     desc->bDescriptorType = LIBUSB_DT_DEVICE;
     desc->bcdUSB = 0x0200;
     desc->bMaxPacketSize0 = 64;
-    desc->idVendor = qssim::kVendorId;
-    desc->idProduct = static_cast<uint16_t>(sim->ProductId());
+    desc->idVendor = sim->UsbVendor();
+    desc->idProduct = sim->UsbProduct();
+    desc->bcdDevice = sim->UsbRelease();
     desc->iManufacturer = 1;
     desc->iProduct = 2;
     desc->iSerialNumber = 3;
@@ -275,7 +286,7 @@ QSSIM_EXPORT uint8_t libusb_get_device_address(libusb_device* dev) { return dev-
 QSSIM_EXPORT int libusb_open(libusb_device* dev, libusb_device_handle** handle) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* sim = DeviceOf(world, dev);
+    UsbGadget* sim = DeviceOf(world, dev);
     if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
     if (sim->AccessDenied()) return LIBUSB_ERROR_ACCESS;
     *handle = new libusb_device_handle{dev, false};
@@ -289,7 +300,7 @@ QSSIM_EXPORT void libusb_close(libusb_device_handle* handle) {
     // Transfers still in flight on this handle are dropped silently.
     g_inFlight.remove_if([handle](const InFlight& f) { return f.xfr->dev_handle == handle; });
     if (handle->claimed)
-        if (SimDevice* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
+        if (UsbGadget* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
     delete handle;
 }
 
@@ -299,15 +310,10 @@ QSSIM_EXPORT int libusb_get_string_descriptor_ascii(libusb_device_handle* handle
                                                     unsigned char* data, int length) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* sim = DeviceOf(world, handle->dev);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
     if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
     std::string text;
-    switch (index) {
-        case 1: text = "Simulated Instruments"; break;
-        case 2: text = "Simulated RF analyser"; break;
-        case 3: text = sim->SerialString(); break;
-        default: return LIBUSB_ERROR_INVALID_PARAM;
-    }
+    if (!sim->UsbString(index, &text)) return LIBUSB_ERROR_INVALID_PARAM;
     if (length <= 0) return LIBUSB_ERROR_INVALID_PARAM;
     // libusb leaves room for the terminating NUL.
     const int n = std::min<int>(static_cast<int>(text.size()), length - 1);
@@ -325,7 +331,7 @@ QSSIM_EXPORT int libusb_detach_kernel_driver(libusb_device_handle*, int) {
 QSSIM_EXPORT int libusb_claim_interface(libusb_device_handle* handle, int iface) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* sim = DeviceOf(world, handle->dev);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
     if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
     if (iface != 0) return LIBUSB_ERROR_NOT_FOUND;
     if (handle->claimed) return LIBUSB_SUCCESS;
@@ -340,15 +346,15 @@ QSSIM_EXPORT int libusb_release_interface(libusb_device_handle* handle, int ifac
     std::lock_guard<std::mutex> hold(world.lock);
     if (iface != 0 || !handle->claimed) return LIBUSB_ERROR_NOT_FOUND;
     handle->claimed = false;
-    if (SimDevice* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
-    SimDevice* sim = DeviceOf(world, handle->dev);
+    if (UsbGadget* sim = DeviceOf(world, handle->dev)) sim->SetClaimed(false);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
     return sim && sim->Plugged() ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_DEVICE;
 }
 
 QSSIM_EXPORT int libusb_clear_halt(libusb_device_handle* handle, unsigned char) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
-    SimDevice* sim = DeviceOf(world, handle->dev);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
     return sim && sim->Plugged() ? LIBUSB_SUCCESS : LIBUSB_ERROR_NO_DEVICE;
 }
 
@@ -361,27 +367,112 @@ QSSIM_EXPORT int libusb_bulk_transfer(libusb_device_handle* handle, unsigned cha
     Clock::time_point deadline = DeadlineAfter(timeout);
     int done = 0;
     for (;;) {
-        SimDevice* sim = DeviceOf(world, handle->dev);
+        UsbGadget* sim = DeviceOf(world, handle->dev);
         if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
         if (!(endpoint & LIBUSB_ENDPOINT_IN)) {
-            sim->WriteOut(data, length);
+            sim->WriteOut(endpoint, data, length);
             if (transferred) *transferred = length;
             world.changed.notify_all();
             return LIBUSB_SUCCESS;
         }
         bool shortPacket = false;
-        done += sim->ReadIn(endpoint, data + done, length - done, &shortPacket);
+        const Clock::time_point now = Clock::now();
+        done += sim->ReadIn(endpoint, data + done, length - done, &shortPacket, now);
         if (transferred) *transferred = done;
         if (done == length || shortPacket) return LIBUSB_SUCCESS;
-        const Clock::time_point now = Clock::now();
         if (timeout != 0 && sim->DataComing(endpoint, now))
             deadline = std::max(deadline, now + std::chrono::milliseconds(timeout));
         if (now >= deadline) {
             sim->ReadTimedOut(endpoint);
             return LIBUSB_ERROR_TIMEOUT;
         }
-        world.changed.wait_until(hold, deadline);
+        world.changed.wait_until(hold, std::min(deadline, sim->ReadyBy(endpoint, now)));
     }
+}
+
+QSSIM_EXPORT int libusb_control_transfer(libusb_device_handle* handle, uint8_t requestType, uint8_t request,
+                                         uint16_t value, uint16_t index, unsigned char* data, uint16_t length,
+                                         unsigned int) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    const int n = sim->Control(requestType, request, value, index, data, length);
+    world.changed.notify_all();
+    return n < 0 ? LIBUSB_ERROR_PIPE : n;
+}
+
+QSSIM_EXPORT int libusb_get_configuration(libusb_device_handle* handle, int* config) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    *config = 1;
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT int libusb_set_configuration(libusb_device_handle* handle, int config) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    UsbGadget* sim = DeviceOf(world, handle->dev);
+    if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
+    return config == 1 || config == -1 ? LIBUSB_SUCCESS : LIBUSB_ERROR_NOT_FOUND;
+}
+
+QSSIM_EXPORT int libusb_set_auto_detach_kernel_driver(libusb_device_handle*, int) { return LIBUSB_SUCCESS; }
+
+// The one configuration: interface 0 with the device's bulk endpoints.
+QSSIM_EXPORT int libusb_get_config_descriptor(libusb_device* dev, uint8_t index,
+                                              struct libusb_config_descriptor** config) {
+    World& world = GetWorld();
+    std::lock_guard<std::mutex> hold(world.lock);
+    UsbGadget* sim = DeviceOf(world, dev);
+    if (!sim) return LIBUSB_ERROR_NO_DEVICE;
+    if (index != 0) return LIBUSB_ERROR_NOT_FOUND;
+    const qssim::GadgetEndpoints e = sim->Endpoints();
+    auto* endpoints = static_cast<libusb_endpoint_descriptor*>(std::calloc(3, sizeof(libusb_endpoint_descriptor)));
+    auto* setting = static_cast<libusb_interface_descriptor*>(std::calloc(1, sizeof(libusb_interface_descriptor)));
+    auto* iface = static_cast<libusb_interface*>(std::calloc(1, sizeof(libusb_interface)));
+    auto* c = static_cast<libusb_config_descriptor*>(std::calloc(1, sizeof(libusb_config_descriptor)));
+    if (!endpoints || !setting || !iface || !c) {
+        std::free(endpoints), std::free(setting), std::free(iface), std::free(c);
+        return LIBUSB_ERROR_NO_MEM;
+    }
+    const uint8_t addresses[3] = {e.in[0], e.in[1], e.out};
+    int n = 0;
+    for (int i = 0; i < 3; ++i) {
+        if (i == 1 && e.inCount < 2) continue;
+        endpoints[n].bLength = LIBUSB_DT_ENDPOINT_SIZE;
+        endpoints[n].bDescriptorType = LIBUSB_DT_ENDPOINT;
+        endpoints[n].bEndpointAddress = addresses[i];
+        endpoints[n].bmAttributes = LIBUSB_TRANSFER_TYPE_BULK;
+        endpoints[n].wMaxPacketSize = e.maxPacket;
+        ++n;
+    }
+    setting->bLength = LIBUSB_DT_INTERFACE_SIZE;
+    setting->bDescriptorType = LIBUSB_DT_INTERFACE;
+    setting->bNumEndpoints = static_cast<uint8_t>(n);
+    setting->bInterfaceClass = LIBUSB_CLASS_VENDOR_SPEC;
+    setting->endpoint = endpoints;
+    iface->altsetting = setting;
+    iface->num_altsetting = 1;
+    c->bLength = LIBUSB_DT_CONFIG_SIZE;
+    c->bDescriptorType = LIBUSB_DT_CONFIG;
+    c->bNumInterfaces = 1;
+    c->bConfigurationValue = 1;
+    c->bmAttributes = 0x80;
+    c->MaxPower = 45;
+    c->interface = iface;
+    *config = c;
+    return LIBUSB_SUCCESS;
+}
+
+QSSIM_EXPORT void libusb_free_config_descriptor(struct libusb_config_descriptor* config) {
+    if (!config) return;
+    std::free(const_cast<libusb_endpoint_descriptor*>(config->interface->altsetting->endpoint));
+    std::free(const_cast<libusb_interface_descriptor*>(config->interface->altsetting));
+    std::free(const_cast<libusb_interface*>(config->interface));
+    std::free(config);
 }
 
 QSSIM_EXPORT libusb_transfer* libusb_alloc_transfer(int isoPackets) {
@@ -405,7 +496,7 @@ QSSIM_EXPORT int libusb_submit_transfer(libusb_transfer* xfr) {
     World& world = GetWorld();
     std::lock_guard<std::mutex> hold(world.lock);
     if (IsInFlight(xfr)) return LIBUSB_ERROR_BUSY;
-    SimDevice* sim = DeviceOf(world, xfr->dev_handle->dev);
+    UsbGadget* sim = DeviceOf(world, xfr->dev_handle->dev);
     if (!sim || !sim->Plugged()) return LIBUSB_ERROR_NO_DEVICE;
     if (xfr->type != LIBUSB_TRANSFER_TYPE_BULK) return LIBUSB_ERROR_NOT_SUPPORTED;
     xfr->actual_length = 0;

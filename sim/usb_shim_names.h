@@ -30,4 +30,10 @@
     X(libusb_handle_events)                 \
     X(libusb_handle_events_completed)       \
     X(libusb_handle_events_timeout)         \
-    X(libusb_handle_events_timeout_completed)
+    X(libusb_handle_events_timeout_completed) \
+    X(libusb_control_transfer)              \
+    X(libusb_get_configuration)             \
+    X(libusb_set_configuration)             \
+    X(libusb_set_auto_detach_kernel_driver) \
+    X(libusb_get_config_descriptor)         \
+    X(libusb_free_config_descriptor)

@@ -383,14 +383,33 @@ template qsStatus Device::GetSweep<double>(double*, double*);
 template <typename T>
 qsStatus Device::GetTgSweep(T* min, T* max) {
     const VecDouble& corr = m_corr->GetCorrections();
+    // A generator that was attached and went missing ends the fetch with a
+    // status rather than a trace of the analyser's noise; one never
+    // attached leaves the analyser measuring whatever its input sees.
+    TGInterface& generator = m_usb->TG();
+    const bool attached = generator.IsConnected();
+    auto lost = [&] { return generator.Lost() || (attached && !generator.StillThere()); };
+    if (generator.Lost()) return qsTrackingGeneratorNotFound;
     // The pass's flag reaches the worker before the pass's command goes out.
     m_tg->InitiateSweep(0);
-    AddCommand();
-    m_tg->GetPrimaryData(corr);
-    if (m_settings->m_tgHighDynamicRange) {
+    bool there = !lost();
+    if (there) {
+        AddCommand();
+        m_tg->GetPrimaryData(corr);
+        there = !lost();
+    }
+    if (there && m_settings->m_tgHighDynamicRange) {
         m_tg->InitiateSweep(1);
-        AddSecondCommand();
-        m_tg->GetSecondaryData(corr);
+        there = !lost();
+        if (there) {
+            AddSecondCommand();
+            m_tg->GetSecondaryData(corr);
+            there = !lost();
+        }
+    }
+    if (!there) {
+        m_tg->ForgetThrough();
+        return qsTrackingGeneratorNotFound;
     }
     // The generator's tone may overdrive the converter by design.
     m_overflow = false;

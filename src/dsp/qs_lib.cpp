@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 
 #include "settings/settings.h"
@@ -339,9 +340,19 @@ const char* get_app_data_path() {
 }
 
 std::string getCorrectionFilePath() {
-    const char* base = getAppDataPath();
-    if (!base) return std::string();
-    std::string path = std::string(base) + "/cal_files/";
+    // $HOME when it is set, as every other program the user runs takes it
+    // (so a sandbox, a service account or a test can move it), else the
+    // password database's home through getAppDataPath.
+    std::string base;
+    if (const char* home = std::getenv("HOME"); home && *home) {
+        base = std::string(home) + "/.corvane";
+        if (!MakeDirectory(base.c_str())) return std::string();
+    } else if (const char* data = getAppDataPath()) {
+        base = data;
+    } else {
+        return std::string();
+    }
+    std::string path = base + "/cal_files/";
     MakeDirectory(path.c_str());
     return path;
 }

@@ -125,8 +125,8 @@ const char* getAppDataPath();
 // The constant "~/.corvane", unexpanded, if that path exists or can be
 // made; else null.
 const char* get_app_data_path();
-// getAppDataPath() + "/cal_files/", made on the way; empty if the data
-// directory is unavailable.
+// "<home>/.corvane/cal_files/", made on the way, home being $HOME when set
+// and else getAppDataPath()'s; empty if the directory is unavailable.
 std::string getCorrectionFilePath();
 
 // --- Binary semaphore -----------------------------------------------------

@@ -53,9 +53,7 @@ TGSweepEngine::TGSweepEngine(const SweepInfo* info, const Settings* settings, TG
                   ? int(m_fftDiv8 - m_fftDiv4 * info->patchInfo[0].center_freq / kPatchHz)
                   : 0;
 
-    m_thruDataPri.assign(M, kPriLevelDbm);
-    m_thruDataSec.assign(M, kSecLevelDbm);
-    peakIndex.assign(M, -1);
+    ForgetThrough();
 
     for (int i = 0; i < MAX_THREADS; ++i) {
         m_FFTDataMin[i].malloc(m_fftDiv4);
@@ -106,6 +104,14 @@ void TGSweepEngine::Start() {
         StopWorker();
         throw;
     }
+}
+
+void TGSweepEngine::ForgetThrough() {
+    const size_t M = static_cast<size_t>(std::max(m_sweepSize, 0));
+    m_thruDataPri.assign(M, kPriLevelDbm);
+    m_thruDataSec.assign(M, kSecLevelDbm);
+    peakIndex.assign(M, -1);
+    *m_state = tgNoThruStored;
 }
 
 int TGSweepEngine::InitiateSweep(int range) {

@@ -90,6 +90,11 @@ public:
     qsStatus GetSweep(float* min, float* max, const VecDouble& corr);
     qsStatus GetSweep(double* min, double* max, const VecDouble& corr);
 
+    // Application's thread, between fetches: back to the nominal references
+    // and a full search, as before any through (a through measured while
+    // the generator went missing is no reference).
+    void ForgetThrough();
+
     int ProcessThread(int thread_num);
     double FindValidPeak(const double* buf, int point, int minValid);
     void ProcState();

@@ -183,6 +183,15 @@ FT_STATUS FT_Close(FT_HANDLE handle) {
     return FT_OK;
 }
 
+FT_STATUS FT_GetModemStatus(FT_HANDLE handle, DWORD* status) {
+    if (status) *status = 0;
+    if (!IsBridge(handle)) return FT_INVALID_HANDLE;
+    unsigned short bits = 0;
+    if (ftdi_poll_modem_status(handle->ftdi, &bits) != 0) return FT_IO_ERROR;
+    if (status) *status = bits;
+    return FT_OK;
+}
+
 int ft_user_area_start(const unsigned char* eeprom, int size) {
     if (!eeprom || size < 24) return size;
     int end = 0x18;  // the strings never start before the end of the header on the smallest part

@@ -53,6 +53,9 @@ FT_STATUS FT_Write(FT_HANDLE handle, const void* data, DWORD len, DWORD* written
 // Reads until len bytes came or the read time-out passed.
 FT_STATUS FT_Read(FT_HANDLE handle, void* data, DWORD len, DWORD* got);
 FT_STATUS FT_Close(FT_HANDLE handle);
+// The bridge's modem and line status (two bytes, low first); a bridge that
+// is gone fails with FT_IO_ERROR.
+FT_STATUS FT_GetModemStatus(FT_HANDLE handle, DWORD* status);
 // The bridge's user EEPROM area: the bytes after its string descriptors, up
 // to the checksum word. *got is the count copied (at most len).
 FT_STATUS FT_EE_UARead(FT_HANDLE handle, unsigned char* data, DWORD len, DWORD* got);

@@ -11,6 +11,8 @@
 // the only pacing the generator gets.
 #pragma once
 
+#include <string>
+
 #include "qs_api.h"
 #include "tg/ft_bridge.h"
 
@@ -36,11 +38,17 @@ public:
     TGInterface& operator=(const TGInterface&) = delete;
 
     // Finds the bridge described "CorvaneLinkTG..." and opens it at 25000
-    // baud; true if connected (also when it already was).
+    // baud, then reads its calibration; true if connected (also when it
+    // already was, without reading anything again).
     bool Connect();
     // Leaves the generator at 0 Hz behind 30 dB and closes; always true.
     bool Disconnect();
     bool IsConnected() const { return FTTG != ft_no_bridge(); }
+    // A generator that was connected and is gone: a write to it failed, or
+    // it no longer answers a status poll. Cleared by the next Connect.
+    bool Lost() const { return m_lost; }
+    // Polls the bridge; false (and Lost) when it does not answer.
+    bool StillThere();
 
     // Sends outbuf[0..count) as one frame and waits sleepMs. With no bridge
     // nothing is written and there is nothing to pace: FT_INVALID_HANDLE at
@@ -66,6 +74,17 @@ public:
     // the code in force or -1. Without a calibration the estimate
     // -5 - ampl.
     int GetBestAttenSetting(double freq, double ampl, int currentAttenSetting) const;
+    int GetBestTGRowanAttenSetting(double freq, double ampl, int currentAttenSetting) const;
+
+    // The calibration: from the cache file named by the serial number if
+    // there is one, else through 'E' reads of the EEPROM (then cached); the
+    // bridge's user area may override the time base. Returns validCal.
+    bool ReadCalData();
+    // Decodes the table's version and time-base trim.
+    void DecodeHeader();
+    // The cache file of this generator ("<dir>%08d.tg"), empty with no
+    // data directory.
+    std::string CacheFile() const;
     // Builds ALC buffer 0 or 1: runs of equal attenuation over a sweep of
     // sweepSize (at least 1) points; at most 64 runs, the last counting one
     // point more than it covers. Returns 0.
@@ -78,15 +97,22 @@ public:
     int ALCCount(int buffer, int entry) const { return m_CountArray[buffer][entry]; }
     int ALCAtten(int buffer, int entry) const { return m_AttenArray[buffer][entry]; }
     bool IsRowan() const { return isTGRowan; }
+    bool ValidCal() const { return validCal; }
+    double OscRatio() const { return m_osc; }
+    // For tests: a calibration image as if read from the generator.
+    void LoadCalImage(const unsigned char* image, bool rowan);
 
 private:
     // Sends letter and a 32-bit little-endian word.
     FT_STATUS SendWord(unsigned char letter, uint32_t word);
+    // Closes a bridge that stopped answering.
+    void MarkLost();
 
     FT_HANDLE FTTG;
     char serialNumberString[16] = {};
     int serialNumber = 0;
     unsigned char outbuf[16] = {};
+    unsigned char calbuf[CAL_BYTES] = {};
     int m_ALCReloadPoints[2] = {};
     int m_ALCSweepEntryCounts[2] = {};
     int m_CountArray[2][MAX_ALC_ENTRIES] = {};
@@ -97,6 +123,7 @@ private:
     double lastFreq = 0.0;
     double lastAmpl = 0.0;
     bool usingRefOut = false;
+    bool m_lost = false;
 };
 
 }  // namespace qs
