@@ -114,12 +114,14 @@ def _library():
     return _lib
 
 
-def simulate(devices="maple2:12345678", tones="1e9:-30", triggers=None, seed=None):
+def simulate(devices="maple2:12345678", tones="1e9:-30", triggers=None, seed=None, generators=None):
     """Puts this process on the device simulator instead of USB, with the
-    scene given as the strings of QS_SIM_DEVICES, QS_SIM_TONES and
-    QS_SIM_TRIGGERS: ``devices="maple2:12345678,larch:10000001"``,
+    scene given as the strings of QS_SIM_DEVICES, QS_SIM_TONES,
+    QS_SIM_TRIGGERS and QS_SIM_GENERATORS: ``devices="maple2:12345678,larch:10000001"``,
     ``tones="1e9:-30,2.4e9:-50"`` (Hz:dBm), ``triggers="0.01,0.05"`` (seconds
-    into every I/Q stream). Must come before any other call of this package.
+    into every I/Q stream), ``generators="tg1:12345:bandpass=9.9e8-1.01e9/4"``
+    (tracking generators cabled to the first analyser, through a device
+    under test). Must come before any other call of this package.
     """
     global _simulator
     if _simulator is not None:
@@ -132,6 +134,8 @@ def simulate(devices="maple2:12345678", tones="1e9:-30", triggers=None, seed=Non
         os.environ["QS_SIM_TRIGGERS"] = triggers
     if seed is not None:
         os.environ["QS_SIM_SEED"] = str(seed)
+    if generators is not None:
+        os.environ["QS_SIM_GENERATORS"] = generators
     # Loaded into the global scope before the library: the dynamic linker
     # binds a later-loaded object's undefined symbols to the global scope
     # first, so the library's libusb calls (and libftdi1's) bind to the

@@ -42,7 +42,11 @@ constexpr double kRealTimeMinSweepTime = 0.001;
 constexpr int kTgPriAttenIndex = 2;
 constexpr uint8_t kTgPriAttenCode = 20;
 constexpr int kTgSecAttenIndex = 0;
-constexpr uint8_t kTgSecAttenCode = 5;
+// Attenuation index 0 at the gains the mode runs (1 and 3), which add no
+// 5 dB (see CorrectionsMaple::GetAtten), and sent as 1 as every zero code
+// is (PackSettings): the code that the second pass's corrections describe.
+// Code 5 read that pass 5 dB low.
+constexpr uint8_t kTgSecAttenCode = 1;
 
 }  // namespace
 
@@ -546,8 +550,12 @@ int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
 qsStatus DeviceMaple::ConfigureTgMode(unsigned) {
     if (m_firmware_version < TG_MIN_FIRMWARE) return qsNotSupportedErr;
     const int P = PlanTgSweep();
-    const bool passive = m_settings->m_tgPassiveDevice;
-    return StartTgSweep(P, passive ? 3 : 1, kTgPriAttenIndex, passive ? 0 : 2, kTgSecAttenIndex, false);
+    // Both passes run the command's one gain code (the second command only
+    // lowers the attenuation), so the second pass's corrections are built
+    // for that gain too, as the Larch's are. Built for gain 0 or 2, a
+    // high-range trace read its lower part some 28 dB high.
+    const int gain = m_settings->m_tgPassiveDevice ? 3 : 1;
+    return StartTgSweep(P, gain, kTgPriAttenIndex, gain, kTgSecAttenIndex, false);
 }
 
 int DeviceMaple::SetupTGCommand() {

@@ -85,7 +85,7 @@ TEST_F(TgSweep, AFetchSendsOneCommandPerPassAndReadsTheLevel) {
         }
         EXPECT_EQ(sent[0].subBandArray[0].settings[3] & 0x1F, 20);
         if (highRange) {
-            EXPECT_EQ(sent[1].subBandArray[0].settings[3] & 0x1F, 5);
+            EXPECT_EQ(sent[1].subBandArray[0].settings[3] & 0x1F, 1);
             // The rest of the second block is the first one's.
             EXPECT_EQ(sent[1].subBandArray[0].settings[3] & ~0x1F, sent[0].subBandArray[0].settings[3] & ~0x1F);
             EXPECT_EQ(std::memcmp(sent[0].roughCorrArray, sent[1].roughCorrArray, sizeof sent[0].roughCorrArray), 0);

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -484,3 +485,38 @@ TEST(QsProcess, RealtimeWritesPersistenceAndWaterfall) {
     unlink(png.c_str());
     unlink(fall.c_str());
 }
+
+namespace {
+
+TEST(QsProcess, TgKeepsAThroughAndReadsTheBandPassAgainstIt) {
+    // Under --simulate a generator is cabled through a through while one is
+    // measured, and through a band-pass of 990 to 1010 MHz otherwise.
+    const std::string thru = TempPath("thru.csv"), csv = TempPath("s21.csv"), png = TempPath("s21.png");
+    const std::vector<std::string> sweep = {"--simulate", "tg", "--start", "900M", "--stop", "1.1G", "--thru-file", thru};
+    const Result none = RunQs(With(sweep, {"-o", csv}));
+    ASSERT_EQ(none.exitCode, 0) << none.err;
+    EXPECT_TRUE(Contains(none.err, "no through for this sweep")) << none.err;
+
+    const Result stored = RunQs(With(sweep, {"--thru"}));
+    ASSERT_EQ(stored.exitCode, 0) << stored.err;
+    const Result measured = RunQs(With(sweep, {"-o", csv, "--png", png}));
+    ASSERT_EQ(measured.exitCode, 0) << measured.err;
+    EXPECT_FALSE(Contains(measured.err, "warning")) << measured.err;
+    std::stringstream rows(ReadFile(csv));
+    std::string line;
+    ASSERT_TRUE(std::getline(rows, line));
+    EXPECT_EQ(line, "frequency_hz,s21_db");
+    std::map<long long, double> s21;
+    double hz = 0, db = 0;
+    while (std::getline(rows, line) && std::sscanf(line.c_str(), "%lf,%lf", &hz, &db) == 2) s21[std::llround(hz)] = db;
+    ASSERT_EQ(s21.size(), 101u);
+    EXPECT_NEAR(s21[1000000000], 0.0, 0.5);  // the pass band
+    EXPECT_NEAR(s21[990000000], -3.0, 0.5);  // its edges, -3 dB
+    EXPECT_NEAR(s21[1010000000], -3.0, 0.5);
+    EXPECT_LT(s21[940000000], -55.0);         // the skirts
+    EXPECT_LT(s21[1060000000], -55.0);
+    ExpectPng(png, 1200, 600);
+    std::remove(thru.c_str());
+}
+
+}  // namespace

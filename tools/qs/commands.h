@@ -79,5 +79,6 @@ int RunSweep(const Options& options);
 int RunIq(const Options& options);
 int RunAudio(const Options& options);
 int RunRealtime(const Options& options);
+int RunTg(const Options& options);
 
 }  // namespace qstool

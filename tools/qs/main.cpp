@@ -61,10 +61,24 @@ int ExecSimulated(const qstool::Options& options, char** argv) {
     setenv("QS_SIM_ACTIVE", "1", 1);
     setenv("LD_PRELOAD", simulator.c_str(), 1);
     setenv("QS_SIM_DEVICES", kDefaultSimDevices, 0);
+    // A network sweep's input is the generator's cable, not an antenna.
     if (options.simTones.empty())
-        setenv("QS_SIM_TONES", kDefaultSimTones, 0);
+        setenv("QS_SIM_TONES", options.command == qstool::Command::kTg ? "" : kDefaultSimTones, 0);
     else
         setenv("QS_SIM_TONES", SimTones(options).c_str(), 1);
+    // A generator on the first analyser: a through while one is measured,
+    // else a band-pass a tenth of the range wide in its middle.
+    if (options.command == qstool::Command::kTg) {
+        const qstool::TgOptions& t = options.tg;
+        const double centre = (t.startHz + t.stopHz) / 2, width = (t.stopHz - t.startHz) / 10;
+        char generators[128];
+        if (t.thru)
+            std::snprintf(generators, sizeof generators, "tg1:1001");
+        else
+            std::snprintf(generators, sizeof generators, "tg1:1001:bandpass=%.17g-%.17g/4", centre - width / 2,
+                          centre + width / 2);
+        setenv("QS_SIM_GENERATORS", generators, 0);
+    }
     if (!options.simTriggersS.empty()) {
         std::string triggers;
         for (double s : options.simTriggersS) triggers += (triggers.empty() ? "" : ",") + std::to_string(s);
@@ -94,6 +108,7 @@ int main(int argc, char** argv) {
         case qstool::Command::kIq: return qstool::RunIq(options);
         case qstool::Command::kAudio: return qstool::RunAudio(options);
         case qstool::Command::kRealtime: return qstool::RunRealtime(options);
+        case qstool::Command::kTg: return qstool::RunTg(options);
         default: return qstool::kExitUsage;
     }
 }

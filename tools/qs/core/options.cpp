@@ -224,6 +224,22 @@ void AddRealtime(CLI::App& app, Options* o) {
     sub->add_option("--waterfall", r.waterfallPath, "a waterfall picture, one row a frame");
 }
 
+void AddTg(CLI::App& app, Options* o) {
+    TgOptions& t = o->tg;
+    CLI::App* sub = app.add_subcommand("tg", "a network sweep with the tracking generator: S21 in dB");
+    sub->callback([o] { o->command = Command::kTg; });
+    AddDevice(sub, o);
+    sub->add_option("--start", t.startHz, "lowest frequency")->required()->type_name("HZ")->transform(Hz(QS_MIN_FREQ, QS_MAX_FREQ));
+    sub->add_option("--stop", t.stopHz, "highest frequency")->required()->type_name("HZ")->transform(Hz(QS_MIN_FREQ, QS_MAX_FREQ));
+    sub->add_option("--points", t.points, "points of the sweep (the generator steps to the nearest round size)")
+        ->type_name("N")->check(CLI::Range(QS_MIN_TG_SWEEP_SIZE, QS_MAX_TG_SWEEP_SIZE).description(""))->capture_default_str();
+    sub->add_flag("--hdr", t.highRange, "a second pass 20 dB hotter for the deep parts of the response");
+    sub->add_flag("--thru", t.thru, "measure a through (connected in place of the device under test) and keep it");
+    sub->add_option("--thru-file", t.thruPath, "where the through is kept (default: ~/.corvane/tg_thru.csv)")->type_name("PATH");
+    sub->add_option("-o,--output", t.outputPath, "CSV of frequency and S21, or - for standard output");
+    sub->add_option("--png", t.pngPath, "the response as a picture");
+}
+
 }  // namespace
 
 double SweepOptions::RecordInterval() const {
@@ -271,8 +287,7 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args, Options* opt
     AddIq(app, options);
     AddAudio(app, options);
     AddRealtime(app, options);
-    // The tracking generator's subcommand joins these once the generator is
-    // supported end to end.
+    AddTg(app, options);
 
     std::vector<std::string> reversed(args.rbegin(), args.rend());
     try {
@@ -281,6 +296,10 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args, Options* opt
         if (options->command == Command::kSweep && s.stopHz <= s.startHz)
             throw CLI::ValidationError("--stop (" + FormatHz(s.stopHz) + ") must be above --start (" +
                                        FormatHz(s.startHz) + ")");
+        const TgOptions& t = options->tg;
+        if (options->command == Command::kTg && t.stopHz <= t.startHz)
+            throw CLI::ValidationError("--stop (" + FormatHz(t.stopHz) + ") must be above --start (" +
+                                       FormatHz(t.startHz) + ")");
         if (!options->simulate && (!options->simTones.empty() || !options->simTriggersS.empty()))
             throw CLI::ValidationError("--sim-tone and --sim-trigger need --simulate");
     } catch (const CLI::ParseError& e) {

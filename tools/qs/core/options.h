@@ -7,7 +7,7 @@
 
 namespace qstool {
 
-enum class Command { kNone, kList, kInfo, kSweep, kIq, kAudio, kRealtime };
+enum class Command { kNone, kList, kInfo, kSweep, kIq, kAudio, kRealtime, kTg };
 enum class OutputFormat { kCsv, kPower };
 enum class IqType { kCf32, kCi16 };
 
@@ -83,6 +83,19 @@ struct RealtimeOptions {
     std::string waterfallPath;  // empty: none
 };
 
+// A scalar network sweep with the tracking generator. --thru measures a
+// through and keeps it in thruPath; a run without it reads against that.
+struct TgOptions {
+    double startHz = 0.0;
+    double stopHz = 0.0;
+    int points = 101;
+    bool highRange = false;
+    bool thru = false;
+    std::string thruPath;    // empty: ~/.corvane/tg_thru.csv
+    std::string outputPath;  // empty or "-": standard output
+    std::string pngPath;     // empty: no picture
+};
+
 struct Options {
     Command command = Command::kNone;
     bool simulate = false;
@@ -93,6 +106,7 @@ struct Options {
     IqOptions iq;
     AudioOptions audio;
     RealtimeOptions realtime;
+    TgOptions tg;
 };
 
 // What reading the command line decided: go on (exitCode < 0), or print
