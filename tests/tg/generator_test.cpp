@@ -295,7 +295,7 @@ TEST_F(Generator, AnUnpluggedGeneratorEndsTheFetchWithAStatus) {
     Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 1e9), qsNoError);
-    ASSERT_EQ(qsConfigTgSweep(h, 1024, true, true), qsNoError);
+    ASSERT_EQ(qsConfigTgSweep(h, 256, true, true), qsNoError);
     ASSERT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
     unsigned n = 0;
     double bin = 0, start = 0;
@@ -305,7 +305,7 @@ TEST_F(Generator, AnUnpluggedGeneratorEndsTheFetchWithAStatus) {
 
     // Pulled out while a fetch runs: that fetch, and every later one, says so.
     auto fetch = std::async(std::launch::async, [&] { return qsFetchTrace(h, 0, min.data(), max.data()); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     qssim_remove_generator(gen);
     ASSERT_EQ(fetch.wait_for(std::chrono::seconds(20)), std::future_status::ready);
     EXPECT_EQ(fetch.get(), qsTrackingGeneratorNotFound);
