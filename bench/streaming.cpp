@@ -264,6 +264,28 @@ void BM_IQ(benchmark::State& state) {
 }
 BENCHMARK(BM_IQ)->Arg(1)->Iterations(2)->UseManualTime()->Unit(benchmark::kMillisecond);
 
+// Set-up of an I/Q stream at decimation 1, as qsInitiate makes it: filters,
+// corrections and the output ring; then the destructor, untimed.
+void BM_IQConstruct(benchmark::State& state) {
+    const Plan& p = PlanFor(1, QS_MODE_STREAMING, [](qs::SettingsMaple& s) {
+        s.ConfigCenterSpan(kCenter, 20e6);
+        s.ConfigIQ(1, 40e6);
+    });
+    if (!p.ok) {
+        state.SkipWithError("no I/Q plan from the simulated device");
+        return;
+    }
+    for (auto _ : state) {
+        qs::VecDouble corr = p.corr;
+        qs::IQStorage storage;
+        const auto t0 = std::chrono::steady_clock::now();
+        auto e = std::make_unique<qs::IQStream>(&p.settings, &p.info, corr, storage);
+        state.SetIterationTime(Seconds(t0));
+        e.reset();
+    }
+}
+BENCHMARK(BM_IQConstruct)->Iterations(5)->UseManualTime()->Unit(benchmark::kMillisecond);
+
 // ---- audio ----------------------------------------------------------------
 
 void BM_Audio(benchmark::State& state) {
