@@ -21,6 +21,10 @@ struct KernelTable {
     void (*add32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*mul32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*power32fc)(const Ipp32fc* a, Ipp32f* d, int len);
+    void (*mag32fc)(const Ipp32fc* a, Ipp32f* d, int len);
+    void (*mag64fc)(const Ipp64fc* a, Ipp64f* d, int len);
+    void (*ln32f)(const Ipp32f* a, Ipp32f* d, int len);
+    void (*ln64f)(const Ipp64f* a, Ipp64f* d, int len);
     void (*fir32f)(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n);
     void (*fir64f)(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n);
     void (*fir32fc)(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n);

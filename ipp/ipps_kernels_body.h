@@ -48,6 +48,54 @@ static void power32fc(const Ipp32fc* a, Ipp32f* d, int len) {
     }
 }
 
+// The kernel files build with -fno-math-errno: sqrt is then the vector
+// instruction instead of a call kept for errno, which a sum of squares
+// never sets anyway. Correctly rounded either way.
+static void mag32fc(const Ipp32fc* a, Ipp32f* d, int len) {
+    const float* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const float re = af[2 * i], im = af[2 * i + 1];
+        d[i] = __builtin_sqrtf(re * re + im * im);
+    }
+}
+
+static void mag64fc(const Ipp64fc* a, Ipp64f* d, int len) {
+    const double* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const double re = af[2 * i], im = af[2 * i + 1];
+        d[i] = __builtin_sqrt(re * re + im * im);
+    }
+}
+
+// Natural logarithms through glibc's vector logarithm of the variant's
+// width (VecF/VecD and vlogf/vlog come from the including file). The tail
+// goes through the same call on a copy padded with ones, so an element's
+// result does not hang on where it sits in the array.
+template <typename T, typename V, V (*F)(V)>
+static inline void ln_vec(const T* a, T* d, int len) {
+    constexpr int W = int(sizeof(V) / sizeof(T));
+    int i = 0;
+    for (; i + W <= len; i += W) {
+        V v;
+        __builtin_memcpy(&v, a + i, sizeof v);
+        v = F(v);
+        __builtin_memcpy(d + i, &v, sizeof v);
+    }
+    if (i < len) {
+        T t[W];
+        for (int k = 0; k < W; ++k) t[k] = i + k < len ? a[i + k] : T(1);
+        V v;
+        __builtin_memcpy(&v, t, sizeof v);
+        v = F(v);
+        __builtin_memcpy(t, &v, sizeof v);
+        for (int k = 0; i + k < len; ++k) d[i + k] = t[k];
+    }
+}
+
+static void ln32f(const Ipp32f* a, Ipp32f* d, int len) { ln_vec<float, VecF, vlogf>(a, d, len); }
+
+static void ln64f(const Ipp64f* a, Ipp64f* d, int len) { ln_vec<double, VecD, vlog>(a, d, len); }
+
 // Output rows in register-sized groups; the tap loop runs inside so that
 // the group's sums stay in registers.
 template <typename T, int B>
@@ -100,5 +148,6 @@ static void fir32fc(const Ipp32fc* hr, int L, const float* x, const float* xs, f
 }
 
 static constexpr ippk::KernelTable table = {
-    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, fir32f, fir64f, fir32fc,
+    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc,
+    mag32fc,      mag64fc,   ln32f,  ln64f,  fir32f,  fir64f,  fir32fc,
 };

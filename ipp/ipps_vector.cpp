@@ -271,10 +271,14 @@ IppStatus ippsMinIndx_32f(const Ipp32f* src, int len, Ipp32f* pMin, int* pIndx) 
 // ---- functions of one value -------------------------------------------------
 
 IppStatus ippsLn_32f_A11(const Ipp32f* src, Ipp32f* dst, int len) {
-    return unary(src, dst, len, [](float v) { return std::log(v); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().ln32f(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsLn_64f(const Ipp64f* src, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [](double v) { return std::log(v); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().ln64f(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsExp_64f(const Ipp64f* src, Ipp64f* dst, int len) {
     return unary(src, dst, len, [](double v) { return std::exp(v); });
@@ -292,10 +296,14 @@ IppStatus ippsConj_32fc(const Ipp32fc* src, Ipp32fc* dst, int len) {
     return unary(src, dst, len, [](Ipp32fc v) { return Ipp32fc{v.re, -v.im}; });
 }
 IppStatus ippsMagnitude_32fc(const Ipp32fc* src, Ipp32f* dst, int len) {
-    return unary(src, dst, len, [](Ipp32fc v) { return std::sqrt(v.re * v.re + v.im * v.im); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().mag32fc(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsMagnitude_64fc(const Ipp64fc* src, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [](Ipp64fc v) { return std::sqrt(v.re * v.re + v.im * v.im); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().mag64fc(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsPhase_32fc(const Ipp32fc* src, Ipp32f* dst, int len) {
     return unary(src, dst, len, [](Ipp32fc v) { return std::atan2(v.im, v.re); });
