@@ -21,6 +21,10 @@ struct KernelTable {
     void (*add32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*mul32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*power32fc)(const Ipp32fc* a, Ipp32f* d, int len);
+    void (*add64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
+    void (*mul64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
+    void (*mulc64f)(const Ipp64f* a, double c, Ipp64f* d, int len);
+    void (*power64fc)(const Ipp64fc* a, Ipp64f* d, int len);
     void (*mag32fc)(const Ipp32fc* a, Ipp32f* d, int len);
     void (*mag64fc)(const Ipp64fc* a, Ipp64f* d, int len);
     void (*ln32f)(const Ipp32f* a, Ipp32f* d, int len);

@@ -48,6 +48,27 @@ static void power32fc(const Ipp32fc* a, Ipp32f* d, int len) {
     }
 }
 
+// The double forms of the same loops.
+static void add64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] + b[i];
+}
+
+static void mul64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * b[i];
+}
+
+static void mulc64f(const Ipp64f* a, double c, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * c;
+}
+
+static void power64fc(const Ipp64fc* a, Ipp64f* d, int len) {
+    const double* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const double re = af[2 * i], im = af[2 * i + 1];
+        d[i] = re * re + im * im;
+    }
+}
+
 // The kernel files build with -fno-math-errno: sqrt is then the vector
 // instruction instead of a call kept for errno, which a sum of squares
 // never sets anyway. Correctly rounded either way.
@@ -148,6 +169,6 @@ static void fir32fc(const Ipp32fc* hr, int L, const float* x, const float* xs, f
 }
 
 static constexpr ippk::KernelTable table = {
-    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc,
-    mag32fc,      mag64fc,   ln32f,  ln64f,  fir32f,  fir64f,  fir32fc,
+    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, add64f,
+    mul64f,       mulc64f,   power64fc, mag32fc, mag64fc, ln32f, ln64f, fir32f, fir64f, fir32fc,
 };
