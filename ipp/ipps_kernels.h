@@ -8,8 +8,9 @@
 
 namespace ippk {
 
-// Rows of a FIR run: y[i] = sum over j < L of hr[j] * x[i + j], i < n.
-// hr holds the taps reversed. The complex form reads x as interleaved
+// Rows of a FIR run: y[i] = sum over j < L of hr[j] * x[i + j * step],
+// i < n. hr holds the taps reversed; a step of 2 runs a filter whose every
+// other tap is zero on its non-zero taps alone. The complex form reads x as interleaved
 // floats and xs as the same samples turned by +90 degrees (-im, re), so that
 // the complex product is two real multiply-adds per float.
 struct KernelTable {
@@ -29,8 +30,8 @@ struct KernelTable {
     void (*mag64fc)(const Ipp64fc* a, Ipp64f* d, int len);
     void (*ln32f)(const Ipp32f* a, Ipp32f* d, int len);
     void (*ln64f)(const Ipp64f* a, Ipp64f* d, int len);
-    void (*fir32f)(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n);
-    void (*fir64f)(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n);
+    void (*fir32f)(const Ipp32f* hr, int L, int step, const Ipp32f* x, Ipp32f* y, int n);
+    void (*fir64f)(const Ipp64f* hr, int L, int step, const Ipp64f* x, Ipp64f* y, int n);
     void (*fir32fc)(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n);
 };
 

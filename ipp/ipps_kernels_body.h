@@ -119,31 +119,39 @@ static void ln64f(const Ipp64f* a, Ipp64f* d, int len) { ln_vec<double, VecD, vl
 
 // Output rows in register-sized groups; the tap loop runs inside so that
 // the group's sums stay in registers.
-template <typename T, int B>
+// The step is a template argument, so that each form compiles to the same
+// code whether a sample falls in a group or in the tail.
+template <typename T, int B, int step>
 static inline void fir_rows(const T* hr, int L, const T* x, T* y, int n) {
     int i = 0;
     for (; i + B <= n; i += B) {
         T acc[B] = {};
         for (int j = 0; j < L; ++j) {
             const T h = hr[j];
-            const T* xp = x + i + j;
+            const T* xp = x + i + j * step;
             for (int b = 0; b < B; ++b) acc[b] += h * xp[b];
         }
         for (int b = 0; b < B; ++b) y[i + b] = acc[b];
     }
     for (; i < n; ++i) {
         T acc = 0;
-        for (int j = 0; j < L; ++j) acc += hr[j] * x[i + j];
+        for (int j = 0; j < L; ++j) acc += hr[j] * x[i + j * step];
         y[i] = acc;
     }
 }
 
-static void fir32f(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n) {
-    fir_rows<float, 16>(hr, L, x, y, n);
+static void fir32f(const Ipp32f* hr, int L, int step, const Ipp32f* x, Ipp32f* y, int n) {
+    if (step == 2)
+        fir_rows<float, 16, 2>(hr, L, x, y, n);
+    else
+        fir_rows<float, 16, 1>(hr, L, x, y, n);
 }
 
-static void fir64f(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n) {
-    fir_rows<double, 8>(hr, L, x, y, n);
+static void fir64f(const Ipp64f* hr, int L, int step, const Ipp64f* x, Ipp64f* y, int n) {
+    if (step == 2)
+        fir_rows<double, 8, 2>(hr, L, x, y, n);
+    else
+        fir_rows<double, 8, 1>(hr, L, x, y, n);
 }
 
 // Floats 2i, 2i+1 of y are output i; x and xs advance by two floats a tap.
