@@ -2,7 +2,10 @@
 // README states it: tones on trace-point centres at random frequencies
 // (1.2 MHz to 6.39 GHz, RBW 3 kHz to 300 kHz) on 32 simulated units, eight
 // of each kind, read back through the public calls.
-//   bench_accuracy [tones per unit, default 150]
+//   bench_accuracy [tones per unit, default 150] [file]
+// With a file, each tone's unit, frequency, RBW and level read go there, one
+// a line: two builds' files compare a change of the signal path tone by
+// tone.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -15,6 +18,11 @@
 
 int main(int argc, char** argv) {
     const int perUnit = argc > 1 ? std::atoi(argv[1]) : 150;
+    FILE* dump = argc > 2 ? std::fopen(argv[2], "w") : nullptr;
+    if (argc > 2 && !dump) {
+        std::perror(argv[2]);
+        return 1;
+    }
     std::mt19937_64 rng(7);
     std::vector<double> all;
     int offBin = 0, units = 0;
@@ -52,10 +60,12 @@ int main(int argc, char** argv) {
                 if (qsFetchTrace(h, int(len), lo.data(), hi.data()) < 0) continue;
                 offBin += int(std::max_element(hi.begin(), hi.end()) - hi.begin()) != want;
                 all.push_back(hi[size_t(want)] + 30.0);
+                if (dump) std::fprintf(dump, "%u %.3f %.0f %.6f\n", k.serial, start + want * bin, rbw, hi[size_t(want)]);
             }
             qsCloseDevice(h);
         }
     }
+    if (dump) std::fclose(dump);
     std::vector<double> mag;
     double sq = 0;
     for (double e : all) mag.push_back(std::fabs(e)), sq += e * e;

@@ -2,6 +2,8 @@
 // resident) and at a full block (memory bound). Arg 0 is the variant.
 #include <benchmark/benchmark.h>
 
+#include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "dsp/ipps_states.h"
@@ -56,15 +58,42 @@ void Convert32f16s(benchmark::State& state) {
     state.SetItemsProcessed(state.iterations() * n);
 }
 
-void Ln32fA11(benchmark::State& state) {
+// Functions of one value against memcpy of the same source bytes, at the
+// same size: Copy<T> is the reference a kernel's time is held against.
+template <typename S, typename D, IppStatus (*Fn)(const S*, D*, int)>
+void Unary(benchmark::State& state) {
+    if (!use_variant(state)) return;
     const int n = int(state.range(1));
-    Arrays<float> x(n);
-    for (int i = 0; i < n; ++i) x.a.ptr[i] = 1e-6f + float(i);
+    Arrays<S> x(n);
+    Arrays<D> y(n);
+    // Powers and magnitudes of a spectrum: positive, over many decades.
+    typename Arrays<S>::Block& a = x.a;
+    for (int i = 0; i < n; ++i) {
+        const double v = std::ldexp(1.0 + double(i % 1000) / 1000.0, (i % 61) - 40);
+        if constexpr (sizeof(S) == 2 * sizeof(D)) {
+            a.ptr[i] = S{D(v), D(-0.5 * v)};
+        } else {
+            a.ptr[i] = S(v);
+        }
+    }
     for (auto _ : state) {
-        ippsLn_32f_A11(x.a.ptr, x.d.ptr, n);
+        Fn(a.ptr, y.d.ptr, n);
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * n);
+    state.SetBytesProcessed(state.iterations() * int64_t(n) * int64_t(sizeof(S)));
+}
+
+template <typename S>
+void Copy(benchmark::State& state) {
+    const int n = int(state.range(1));
+    Arrays<S> x(n);
+    for (auto _ : state) {
+        std::memcpy(static_cast<void*>(x.d.ptr), static_cast<const void*>(x.a.ptr), size_t(n) * sizeof(S));
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations() * n);
+    state.SetBytesProcessed(state.iterations() * int64_t(n) * int64_t(sizeof(S)));
 }
 
 void Mul32f(benchmark::State& state) {
@@ -166,7 +195,14 @@ void Sizes(benchmark::internal::Benchmark* b) {
 
 BENCHMARK(Convert16s32f)->Apply(Sizes);
 BENCHMARK(Convert32f16s)->Args({0, 4096})->Args({0, 393216});
-BENCHMARK(Ln32fA11)->Args({0, 4096});
+BENCHMARK(Unary<Ipp32fc, Ipp32f, ippsMagnitude_32fc>)->Name("Magnitude_32fc")->Apply(Sizes);
+BENCHMARK(Unary<Ipp64fc, Ipp64f, ippsMagnitude_64fc>)->Name("Magnitude_64fc")->Apply(Sizes);
+BENCHMARK(Unary<Ipp32f, Ipp32f, ippsLn_32f_A11>)->Name("Ln_32f")->Apply(Sizes);
+BENCHMARK(Unary<Ipp64f, Ipp64f, ippsLn_64f>)->Name("Ln_64f")->Apply(Sizes);
+BENCHMARK(Copy<Ipp32fc>)->Name("Memcpy_32fc")->Args({0, 4096})->Args({0, 393216});
+BENCHMARK(Copy<Ipp64fc>)->Name("Memcpy_64fc")->Args({0, 4096})->Args({0, 393216});
+BENCHMARK(Copy<Ipp32f>)->Name("Memcpy_32f")->Args({0, 4096})->Args({0, 393216});
+BENCHMARK(Copy<Ipp64f>)->Name("Memcpy_64f")->Args({0, 4096})->Args({0, 393216});
 BENCHMARK(Mul32f)->Apply(Sizes);
 BENCHMARK(Mul32fc)->Apply(Sizes);
 BENCHMARK(Mul32fcInPlace)->Apply(Sizes);

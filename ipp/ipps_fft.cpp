@@ -257,7 +257,7 @@ inline bool usable(const SpecT<R>* s, bool real) {
 }
 
 // Forward real transform, Perm-packed. The packing and the scale are one
-// pass over FFTW's half spectrum.
+// pass over FFTW's half spectrum; without a scale, a copy.
 template <typename R>
 IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
     using F = Fftw<R>;
@@ -278,7 +278,11 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
     dst[0] = b[0][0] * sc;
     dst[1] = b[n / 2][0] * sc;
     const R* bf = reinterpret_cast<const R*>(b);
-    for (int i = 2; i < n; ++i) dst[i] = bf[i] * sc;
+    // Unscaled (the caller folded 1/N into its window), the pack is a copy.
+    if (sc == R(1))
+        std::memcpy(dst + 2, bf + 2, size_t(n - 2) * sizeof(R));
+    else
+        for (int i = 2; i < n; ++i) dst[i] = bf[i] * sc;
     return ippStsNoErr;
 }
 

@@ -174,6 +174,14 @@ struct FirSpecT {
     IppDataType type;
     int len;
     T* hr;  // taps reversed, so that each output is a forward dot product
+    // Real filters whose every other reversed tap is zero (half-band and
+    // Hilbert designs) keep only the others: hr then holds tapCount taps,
+    // tap m reading x[tapFirst + 2 m]. Otherwise tapStep 1, tapFirst 0.
+    // Adding the products of zero taps changes no finite sum, so both forms
+    // give the same samples.
+    int tapCount;
+    int tapStep;
+    int tapFirst;
     // Long complex filters run by overlap-save (fftN > 0): H is the
     // transform of the taps divided by fftN, tw the forward twiddles, rev
     // the bit-reversal permutation. All of it lives in the spec's bytes, so
@@ -190,6 +198,9 @@ struct FirSpecT {
 // 127; overlap-save gave 42 M at 128, 35 M at 1024 and 22 M at 8192
 // taps, where the direct form would manage about 0.2 M.
 constexpr int kFftFirMinTaps = 64;
+// Real filters from this many taps on are checked for every other tap zero;
+// below it the check would cost more than the products it saves.
+constexpr int kSparseFirMinTaps = 16;
 
 int fft_fir_size(int len) {
     if (len < kFftFirMinTaps) return 0;
@@ -250,6 +261,23 @@ IppStatus fir_init(const T* taps, int len, IppAlgType alg, FirSpecT<T>* raw) {
     s->len = len;
     s->hr = reinterpret_cast<T*>(align_up(reinterpret_cast<uint8_t*>(s) + sizeof(FirSpecT<T>)));
     for (int j = 0; j < len; ++j) s->hr[j] = taps[len - 1 - j];
+    s->tapCount = len;
+    s->tapStep = 1;
+    s->tapFirst = 0;
+    if constexpr (!std::is_same_v<T, Ipp32fc>) {
+        if (len >= kSparseFirMinTaps) {
+            for (int first = 0; first < 2; ++first) {
+                bool zeros = true;
+                for (int j = 1 - first; j < len && zeros; j += 2) zeros = s->hr[j] == T(0);
+                if (!zeros) continue;
+                s->tapCount = (len - first + 1) / 2;
+                s->tapStep = 2;
+                s->tapFirst = first;
+                for (int m = 0; m < s->tapCount; ++m) s->hr[m] = s->hr[first + 2 * m];
+                break;
+            }
+        }
+    }
     s->fftN = 0;
     if constexpr (std::is_same_v<T, Ipp32fc>) {
         const int n = fft_fir_size(len);
@@ -287,10 +315,10 @@ FirSpecT<T>* fir_spec(void* raw) {
 }
 
 inline void fir_rows(const FirSpecT<Ipp32f>* s, const Ipp32f* x, Ipp32f* y, int n) {
-    ippk::kernels().fir32f(s->hr, s->len, x, y, n);
+    ippk::kernels().fir32f(s->hr, s->tapCount, s->tapStep, x + s->tapFirst, y, n);
 }
 inline void fir_rows(const FirSpecT<Ipp64f>* s, const Ipp64f* x, Ipp64f* y, int n) {
-    ippk::kernels().fir64f(s->hr, s->len, x, y, n);
+    ippk::kernels().fir64f(s->hr, s->tapCount, s->tapStep, x + s->tapFirst, y, n);
 }
 
 // Real FIR over frames of [history | new samples] in the work buffer. A

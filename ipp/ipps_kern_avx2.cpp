@@ -9,8 +9,16 @@
 #pragma GCC push_options
 #pragma GCC target("avx2,fma")
 #endif
+// glibc's vector logarithms for AVX2 (libmvec), 8 floats or 4 doubles in
+// one ymm register.
+typedef float VecF __attribute__((vector_size(32)));
+typedef double VecD __attribute__((vector_size(32)));
+extern "C" VecF _ZGVdN8v_logf(VecF);
+extern "C" VecD _ZGVdN4v_log(VecD);
 namespace ippk {
 namespace avx2 {
+static VecF vlogf(VecF v) { return _ZGVdN8v_logf(v); }
+static VecD vlog(VecD v) { return _ZGVdN4v_log(v); }
 #define VARIANT_NAME "avx2"
 #include "ipps_kernels_body.h"
 #undef VARIANT_NAME

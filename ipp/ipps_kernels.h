@@ -8,8 +8,9 @@
 
 namespace ippk {
 
-// Rows of a FIR run: y[i] = sum over j < L of hr[j] * x[i + j], i < n.
-// hr holds the taps reversed. The complex form reads x as interleaved
+// Rows of a FIR run: y[i] = sum over j < L of hr[j] * x[i + j * step],
+// i < n. hr holds the taps reversed; a step of 2 runs a filter whose every
+// other tap is zero on its non-zero taps alone. The complex form reads x as interleaved
 // floats and xs as the same samples turned by +90 degrees (-im, re), so that
 // the complex product is two real multiply-adds per float.
 struct KernelTable {
@@ -21,8 +22,16 @@ struct KernelTable {
     void (*add32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*mul32fc)(const Ipp32fc* a, const Ipp32fc* b, Ipp32fc* d, int len);
     void (*power32fc)(const Ipp32fc* a, Ipp32f* d, int len);
-    void (*fir32f)(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n);
-    void (*fir64f)(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n);
+    void (*add64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
+    void (*mul64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
+    void (*mulc64f)(const Ipp64f* a, double c, Ipp64f* d, int len);
+    void (*power64fc)(const Ipp64fc* a, Ipp64f* d, int len);
+    void (*mag32fc)(const Ipp32fc* a, Ipp32f* d, int len);
+    void (*mag64fc)(const Ipp64fc* a, Ipp64f* d, int len);
+    void (*ln32f)(const Ipp32f* a, Ipp32f* d, int len);
+    void (*ln64f)(const Ipp64f* a, Ipp64f* d, int len);
+    void (*fir32f)(const Ipp32f* hr, int L, int step, const Ipp32f* x, Ipp32f* y, int n);
+    void (*fir64f)(const Ipp64f* hr, int L, int step, const Ipp64f* x, Ipp64f* y, int n);
     void (*fir32fc)(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n);
 };
 

@@ -48,33 +48,110 @@ static void power32fc(const Ipp32fc* a, Ipp32f* d, int len) {
     }
 }
 
+// The double forms of the same loops.
+static void add64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] + b[i];
+}
+
+static void mul64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * b[i];
+}
+
+static void mulc64f(const Ipp64f* a, double c, Ipp64f* d, int len) {
+    for (int i = 0; i < len; ++i) d[i] = a[i] * c;
+}
+
+static void power64fc(const Ipp64fc* a, Ipp64f* d, int len) {
+    const double* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const double re = af[2 * i], im = af[2 * i + 1];
+        d[i] = re * re + im * im;
+    }
+}
+
+// The kernel files build with -fno-math-errno: sqrt is then the vector
+// instruction instead of a call kept for errno, which a sum of squares
+// never sets anyway. Correctly rounded either way.
+static void mag32fc(const Ipp32fc* a, Ipp32f* d, int len) {
+    const float* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const float re = af[2 * i], im = af[2 * i + 1];
+        d[i] = __builtin_sqrtf(re * re + im * im);
+    }
+}
+
+static void mag64fc(const Ipp64fc* a, Ipp64f* d, int len) {
+    const double* af = &a->re;
+    for (int i = 0; i < len; ++i) {
+        const double re = af[2 * i], im = af[2 * i + 1];
+        d[i] = __builtin_sqrt(re * re + im * im);
+    }
+}
+
+// Natural logarithms through glibc's vector logarithm of the variant's
+// width (VecF/VecD and vlogf/vlog come from the including file). The tail
+// goes through the same call on a copy padded with ones, so an element's
+// result does not hang on where it sits in the array.
+template <typename T, typename V, V (*F)(V)>
+static inline void ln_vec(const T* a, T* d, int len) {
+    constexpr int W = int(sizeof(V) / sizeof(T));
+    int i = 0;
+    for (; i + W <= len; i += W) {
+        V v;
+        __builtin_memcpy(&v, a + i, sizeof v);
+        v = F(v);
+        __builtin_memcpy(d + i, &v, sizeof v);
+    }
+    if (i < len) {
+        T t[W];
+        for (int k = 0; k < W; ++k) t[k] = i + k < len ? a[i + k] : T(1);
+        V v;
+        __builtin_memcpy(&v, t, sizeof v);
+        v = F(v);
+        __builtin_memcpy(t, &v, sizeof v);
+        for (int k = 0; i + k < len; ++k) d[i + k] = t[k];
+    }
+}
+
+static void ln32f(const Ipp32f* a, Ipp32f* d, int len) { ln_vec<float, VecF, vlogf>(a, d, len); }
+
+static void ln64f(const Ipp64f* a, Ipp64f* d, int len) { ln_vec<double, VecD, vlog>(a, d, len); }
+
 // Output rows in register-sized groups; the tap loop runs inside so that
 // the group's sums stay in registers.
-template <typename T, int B>
+// The step is a template argument, so that each form compiles to the same
+// code whether a sample falls in a group or in the tail.
+template <typename T, int B, int step>
 static inline void fir_rows(const T* hr, int L, const T* x, T* y, int n) {
     int i = 0;
     for (; i + B <= n; i += B) {
         T acc[B] = {};
         for (int j = 0; j < L; ++j) {
             const T h = hr[j];
-            const T* xp = x + i + j;
+            const T* xp = x + i + j * step;
             for (int b = 0; b < B; ++b) acc[b] += h * xp[b];
         }
         for (int b = 0; b < B; ++b) y[i + b] = acc[b];
     }
     for (; i < n; ++i) {
         T acc = 0;
-        for (int j = 0; j < L; ++j) acc += hr[j] * x[i + j];
+        for (int j = 0; j < L; ++j) acc += hr[j] * x[i + j * step];
         y[i] = acc;
     }
 }
 
-static void fir32f(const Ipp32f* hr, int L, const Ipp32f* x, Ipp32f* y, int n) {
-    fir_rows<float, 16>(hr, L, x, y, n);
+static void fir32f(const Ipp32f* hr, int L, int step, const Ipp32f* x, Ipp32f* y, int n) {
+    if (step == 2)
+        fir_rows<float, 16, 2>(hr, L, x, y, n);
+    else
+        fir_rows<float, 16, 1>(hr, L, x, y, n);
 }
 
-static void fir64f(const Ipp64f* hr, int L, const Ipp64f* x, Ipp64f* y, int n) {
-    fir_rows<double, 8>(hr, L, x, y, n);
+static void fir64f(const Ipp64f* hr, int L, int step, const Ipp64f* x, Ipp64f* y, int n) {
+    if (step == 2)
+        fir_rows<double, 8, 2>(hr, L, x, y, n);
+    else
+        fir_rows<double, 8, 1>(hr, L, x, y, n);
 }
 
 // Floats 2i, 2i+1 of y are output i; x and xs advance by two floats a tap.
@@ -100,5 +177,6 @@ static void fir32fc(const Ipp32fc* hr, int L, const float* x, const float* xs, f
 }
 
 static constexpr ippk::KernelTable table = {
-    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, fir32f, fir64f, fir32fc,
+    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, add64f,
+    mul64f,       mulc64f,   power64fc, mag32fc, mag64fc, ln32f, ln64f, fir32f, fir64f, fir32fc,
 };

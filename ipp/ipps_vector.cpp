@@ -161,7 +161,9 @@ IppStatus ippsAdd_32f(const Ipp32f* src1, const Ipp32f* src2, Ipp32f* dst, int l
 }
 
 IppStatus ippsAdd_64f(const Ipp64f* src1, const Ipp64f* src2, Ipp64f* dst, int len) {
-    return binary(src1, src2, dst, len, [](double a, double b) { return a + b; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().add64f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 
 IppStatus ippsAdd_32fc(const Ipp32fc* src1, const Ipp32fc* src2, Ipp32fc* dst, int len) {
@@ -209,7 +211,9 @@ IppStatus ippsMul_32f(const Ipp32f* src1, const Ipp32f* src2, Ipp32f* dst, int l
 }
 
 IppStatus ippsMul_64f(const Ipp64f* src1, const Ipp64f* src2, Ipp64f* dst, int len) {
-    return binary(src1, src2, dst, len, [](double a, double b) { return a * b; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().mul64f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 
 IppStatus ippsMul_32fc(const Ipp32fc* src1, const Ipp32fc* src2, Ipp32fc* dst, int len) {
@@ -237,7 +241,9 @@ IppStatus ippsMulC_32f(const Ipp32f* src, Ipp32f val, Ipp32f* dst, int len) {
 }
 
 IppStatus ippsMulC_64f(const Ipp64f* src, Ipp64f val, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [val](double v) { return v * val; });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().mulc64f(src, val, dst, len);
+    return ippStsNoErr;
 }
 
 IppStatus ippsAddC_64f(const Ipp64f* src, Ipp64f val, Ipp64f* dst, int len) {
@@ -271,10 +277,14 @@ IppStatus ippsMinIndx_32f(const Ipp32f* src, int len, Ipp32f* pMin, int* pIndx) 
 // ---- functions of one value -------------------------------------------------
 
 IppStatus ippsLn_32f_A11(const Ipp32f* src, Ipp32f* dst, int len) {
-    return unary(src, dst, len, [](float v) { return std::log(v); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().ln32f(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsLn_64f(const Ipp64f* src, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [](double v) { return std::log(v); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().ln64f(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsExp_64f(const Ipp64f* src, Ipp64f* dst, int len) {
     return unary(src, dst, len, [](double v) { return std::exp(v); });
@@ -292,10 +302,14 @@ IppStatus ippsConj_32fc(const Ipp32fc* src, Ipp32fc* dst, int len) {
     return unary(src, dst, len, [](Ipp32fc v) { return Ipp32fc{v.re, -v.im}; });
 }
 IppStatus ippsMagnitude_32fc(const Ipp32fc* src, Ipp32f* dst, int len) {
-    return unary(src, dst, len, [](Ipp32fc v) { return std::sqrt(v.re * v.re + v.im * v.im); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().mag32fc(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsMagnitude_64fc(const Ipp64fc* src, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [](Ipp64fc v) { return std::sqrt(v.re * v.re + v.im * v.im); });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().mag64fc(src, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsPhase_32fc(const Ipp32fc* src, Ipp32f* dst, int len) {
     return unary(src, dst, len, [](Ipp32fc v) { return std::atan2(v.im, v.re); });
@@ -306,5 +320,7 @@ IppStatus ippsPowerSpectr_32fc(const Ipp32fc* src, Ipp32f* dst, int len) {
     return ippStsNoErr;
 }
 IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int len) {
-    return unary(src, dst, len, [](Ipp64fc v) { return v.re * v.re + v.im * v.im; });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().power64fc(src, dst, len);
+    return ippStsNoErr;
 }

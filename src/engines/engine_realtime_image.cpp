@@ -113,6 +113,9 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
 
     window.malloc(fftSize);
     build_rt_window(window, fftSize, info.zeroPadAmount);
+    // The transform's 1/N folded into the window: a power of two, so the
+    // product is exact, and the transform skips its scaling pass.
+    ippsMulC_32f(window, 1.0f / float(fftSize), window, fftSize);
 
     // The tail lets a transform that starts near the end read on without
     // wrapping. Above 74752 samples (the Maple's lowest RBWs give 131072)
@@ -130,7 +133,7 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
         ippsZero_32f(alphaFrames[i], imageSize);
     }
 
-    fftSpec.reset(new fft_R_32f(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
+    fftSpec.reset(new fft_R_32f(mylog2(fftSize), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
     windowed.malloc(fftSize);
     spectrum.malloc(fftSize);
     accumMin.malloc(traceLen);

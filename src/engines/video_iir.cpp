@@ -120,12 +120,15 @@ VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
     complexBuf.malloc(fftSize);
     filtered.malloc(fftDiv4);
     ampBuf.malloc(fftDiv4 + 128);
-    fftSpec.reset(new fft_R_64f(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
+    fftSpec.reset(new fft_R_64f(mylog2(fftSize), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
     build_window(settings->RBWShape(), window, settings->Window(), fftSize, settings->WindowFC(), zeroPad);
+    // The transforms' 1/N folded into the window (and so into the turn
+    // table): a power of two, so exact, and no scaling pass a transform.
+    ippsMulC_64f(window, 1.0 / fftSize, window, fftSize);
     for (const Patch& p : sweep_info->patchInfo.Patches())
         if (p.if_fraction != 0.0 && !p.flip_spectrum) shiftFraction = p.if_fraction;
     if (shiftFraction != 0.0) {
-        shiftSpec.reset(new fft_C_64fc(mylog2(fftSize), IPP_FFT_DIV_FWD_BY_N, ippAlgHintFast));
+        shiftSpec.reset(new fft_C_64fc(mylog2(fftSize), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
         shiftTable.malloc(fftSize);
         shiftIn.malloc(fftSize);
         // The window and the turn in one table: one pass a frame.

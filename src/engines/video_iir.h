@@ -78,6 +78,7 @@ public:
     int FftDiv4() const { return fftDiv4; }
     double A0() const { return a0; }
     double B1() const { return b1; }
+    // The window with the transform's 1/N in it.
     const Ipp64f* Window() const { return window.ptr; }
 
 private:

@@ -83,10 +83,15 @@ double tol_for(const std::vector<T>& h) {
     return s * (std::is_same_v<T, double> ? 0x1p-48 : 0x1p-20) * 2;
 }
 
+// zeroFrom 0 or 1: taps zeroFrom, zeroFrom + 2, ... are zero, as in
+// half-band and Hilbert designs.
 template <typename T>
-void check_primitive(int L, int n, int off) {
-    SCOPED_TRACE(::testing::Message() << "taps " << L << " samples " << n << " offset " << off);
+void check_primitive(int L, int n, int off, int zeroFrom = -1) {
+    SCOPED_TRACE(::testing::Message() << "taps " << L << " samples " << n << " offset " << off << " zero taps from "
+                                      << zeroFrom);
     auto h = rand_vec<T>(L, 1u + unsigned(L));
+    if (zeroFrom >= 0)
+        for (int k = zeroFrom; k < L; k += 2) h[size_t(k)] = T(0);
     auto hist = rand_vec<T>(L - 1, 2u + unsigned(L));
     auto x = rand_vec<T>(n, 3u + unsigned(n));
     int specSize, bufSize;
@@ -121,6 +126,19 @@ TEST_P(FirVariants, PrimitiveMatchesDirectConvolution) {
             check_primitive<cf>(c[0], c[1], off);
         }
     }
+}
+
+// Real filters with every other tap zero run on the others alone: both
+// parities, odd and even lengths, around the vector block and the chunk.
+TEST_P(FirVariants, EveryOtherTapZeroMatchesDirectConvolution) {
+    VariantScope scope(GetParam());
+    const int cases[][2] = {{16, 40}, {17, 9}, {33, 1025}, {2047, 3000}};
+    for (const auto& c : cases)
+        for (int zeroFrom : {0, 1})
+            for (int off : {0, 1}) {
+                check_primitive<float>(c[0], c[1], off, zeroFrom);
+                check_primitive<double>(c[0], c[1], off, zeroFrom);
+            }
 }
 
 // Blocks of uneven size, some shorter than the filter, in place, must give

@@ -1,0 +1,73 @@
+// The double element-wise kernels of the variant table, every variant this
+// processor runs, against the scalar operations, at lengths around the
+// vector widths, off the 64-byte grid and in place.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "ipp_test_util.h"
+#include "ipps.h"
+
+namespace {
+
+class IppKernels64 : public ::testing::TestWithParam<IppKernelVariant> {
+protected:
+    ipptest::VariantScope scope{GetParam()};
+};
+
+constexpr int kLengths[] = {1, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 31, 33, 1000, 4099};
+
+TEST_P(IppKernels64, AddMulAndMulCAreTheRoundedOperations) {
+    for (int n : kLengths) {
+        const std::vector<double> x = ipptest::randd(n, 11), y = ipptest::randd(n, 12);
+        ipptest::Buf<double> a(n, 1), b(n, 3), d(n, 1);
+        for (int i = 0; i < n; ++i) a[i] = x[size_t(i)] * 1e3, b[i] = y[size_t(i)];
+        const double c = -0.115129254649702;
+
+        ASSERT_EQ(ippsAdd_64f(a.get(), b.get(), d.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(d[i], a[i] + b[i]) << "add n " << n << " i " << i;
+        ASSERT_EQ(ippsMul_64f(a.get(), b.get(), d.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(d[i], a[i] * b[i]) << "mul n " << n << " i " << i;
+        ASSERT_EQ(ippsMulC_64f(a.get(), c, d.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(d[i], a[i] * c) << "mulc n " << n << " i " << i;
+
+        // In place on either source.
+        ipptest::Buf<double> e(n, 2);
+        for (int i = 0; i < n; ++i) e[i] = a[i];
+        // Each step is checked against the stored result of the one before,
+        // so no fused multiply-add in this file can blur the comparison.
+        std::vector<double> prev(static_cast<size_t>(n));
+        ASSERT_EQ(ippsMul_64f(b.get(), e.get(), e.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(e[i], a[i] * b[i]) << "mul in place n " << n;
+        for (int i = 0; i < n; ++i) prev[size_t(i)] = e[i];
+        ASSERT_EQ(ippsAdd_64f(e.get(), b.get(), e.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(e[i], prev[size_t(i)] + b[i]) << "add in place n " << n;
+        for (int i = 0; i < n; ++i) prev[size_t(i)] = e[i];
+        ASSERT_EQ(ippsMulC_64f(e.get(), 2.0, e.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) ASSERT_EQ(e[i], prev[size_t(i)] * 2.0) << "mulc in place n " << n;
+    }
+}
+
+TEST_P(IppKernels64, PowerIsTheSquaredModulusWithinOneRounding) {
+    for (int n : kLengths) {
+        const std::vector<double> x = ipptest::randd(2 * n, 13);
+        ipptest::Buf<Ipp64fc> a(n, 1);
+        std::vector<double> d(size_t(n) + 1, -1.0);
+        for (int i = 0; i < n; ++i) a[i] = {x[size_t(2 * i)] * std::ldexp(1.0, i % 30), x[size_t(2 * i + 1)]};
+        ASSERT_EQ(ippsPowerSpectr_64fc(a.get(), d.data(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) {
+            const long double re = a[i].re, im = a[i].im;
+            const double exact = double(re * re + im * im);
+            // Two roundings without a fused multiply-add, one with: never
+            // more than a unit in the last place apart.
+            ASSERT_LE(std::fabs(d[size_t(i)] - exact), std::ldexp(std::fabs(exact), -52)) << "n " << n << " i " << i;
+        }
+        ASSERT_EQ(d[size_t(n)], -1.0) << "wrote past the end";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Variants, IppKernels64, ::testing::ValuesIn(ipptest::variants()),
+                         [](const auto& info) { return info.param == ippKernelAVX2 ? "avx2" : "generic"; });
+
+}  // namespace
