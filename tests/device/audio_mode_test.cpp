@@ -131,7 +131,17 @@ TEST_F(AudioMode, ASleepingReaderIsToldOfTheGapOnce) {
     qssim_set_tone(sim, kPlainTone, kToneDbm);
     ASSERT_EQ(Start(QS_DEMOD_USB, kPlainTone - 1000.0, 3000.0f), qsNoError);
     Fetch(2);
-    std::this_thread::sleep_for(std::chrono::milliseconds(48 * 128 + 1500));
+    // Asleep until the device has made more than the engine holds. Counted
+    // in the device's packets, not in wall time: on a loaded machine the
+    // simulator's clock slows rather than drop data, and 7.6 s of sleep
+    // could see fewer than 48 blocks made.
+    const double packetsPerSecond = 1.0 / 467.2e-6;  // per channel: a pair every 467.2 us
+    const long long from = qssim_packets_served(sim, 0x81);
+    const long long needed = std::llround((48 + 12) * 0.128 * packetsPerSecond);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+    while (qssim_packets_served(sim, 0x81) - from < needed && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    ASSERT_GE(qssim_packets_served(sim, 0x81) - from, needed);
     EXPECT_EQ(qsFetchAudio(h, audio.data()), qsDataBreak);
     Fetch(2);
 }
