@@ -438,13 +438,27 @@ void CorrectionsMaple::BuildCorrectionArray(const Settings* set, const SweepInfo
     for (const Patch& p : patches) {
         double f = static_cast<double>(p.if_offset - (p.length / 2) * info->dsRatio) * info->binSize;
         double c = p.center_freq;
-        if (info->dsRatio > 1) {
-            // A narrow sweep reads the tables at the 20 MHz grid point.
-            if (c > 2e7) c = 2e7 * std::floor(c / 2e7 + 0.5);
-            if (p.band == 0) {
-                c = info->bandZeroNarrowCenter;
-                f = -1e7 / info->dsRatio;
+        if (info->dsRatio > 1 && p.band != 0) {
+            // A narrow sweep reads the RF tables at the 20 MHz grid point
+            // and the slope from there, but the IF filter where the slice
+            // truly sits: around the wanted centre, within 400 kHz of the
+            // LO's. The written offset put the whole slice at the IF's
+            // -10 MHz edge, and narrow levels read 0.2 to 1.3 dB off.
+            const double lo = p.center_freq;
+            const double grid = c > 2e7 ? 2e7 * std::floor(c / 2e7 + 0.5) : c;
+            double rf = info->bandZeroNarrowCenter - 1e7 / info->dsRatio;
+            const double rfTable = GetRFCorrection(p.band, grid);
+            for (int k = 0; k < p.length && pos < total; ++k) {
+                m_carray[pos++] = rfTable + (GetSlopeCorrection(grid, rf - grid) +
+                                             GetIFCorrection(p.band, rf - lo, p.if_center));
+                rf += info->binSize;
             }
+            continue;
+        }
+        if (info->dsRatio > 1) {
+            // The low band samples directly: the slice is the RF itself.
+            c = info->bandZeroNarrowCenter;
+            f = -1e7 / info->dsRatio;
         }
         for (int k = 0; k < p.length && pos < total; ++k) {
             m_carray[pos++] = GetSingleCorrection(p.band, c, f, p.if_center);
