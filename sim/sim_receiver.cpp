@@ -17,6 +17,16 @@ constexpr int kNoiseTableBits = 16;
 // scale): even a silent antenna never gives a run of zeros.
 constexpr double kAdcNoisePower = (1.5 / 8192.0) * (1.5 / 8192.0);
 
+// The converter's own offset, 2 to 6 steps of 14 bits either way, its own
+// in every unit: the feed-through that every direct-sampling receiver shows
+// as a line at 0 Hz. (The converted rows' first oscillator stays far from
+// their first IF, so its feed-through never reaches a slice.)
+double ConverterOffset(unsigned serial) {
+    const uint32_t h = serial * 2654435761u;
+    const double steps = 2.0 + double((h >> 24) % 5);
+    return ((h >> 7) & 1 ? steps : -steps) / 8192.0;
+}
+
 uint64_t SplitMix(uint64_t& state) {
     uint64_t z = (state += 0x9E3779B97F4A7C15ull);
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
@@ -304,6 +314,9 @@ void ReceiverSource::FillPacket(const PacketContext& ctx, const Scene& scene, in
     if (s.calTone)
         AddTone(acc, count, ctx.runSample, (kIfCentre + s.calOffsetHz) / kSampleRate,
                 0.1 * std::pow(10.0, m_factory->Model().LarchSelfCalIfDb(s.calOffsetHz) / 20.0), 0.0);
+
+    const double offset = ConverterOffset(m_factory->Serial());
+    for (int i = 0; i < count; ++i) acc[i] += offset;
 
     // 14 bits: steps of 4 in the 16-bit word, rounded to the nearest and
     // clipped at full scale.

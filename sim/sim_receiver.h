@@ -19,7 +19,9 @@
 //
 // Samples: tones by recursive oscillators, phase-continuous in the run's
 // time order of samples; white Gaussian noise at the scene's density and the
-// gain at the step's centre, over the converter's own 1.5 steps rms, drawn from a table by a generator seeded from
+// gain at the step's centre, over the converter's own 1.5 steps rms and its
+// offset of a few steps (a line at 0 Hz, the direct path's feed-through),
+// drawn from a table by a generator seeded from
 // the packet's place in the run, so that a packet is the same whichever
 // order the channels are read in; rounded to 14 bits and clipped at full
 // scale; a packet that clips steps the converter's overflow count. A stream
