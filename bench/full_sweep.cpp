@@ -24,6 +24,7 @@
 #include "calibration/corrections_maple.h"
 #include "device/device_maple.h"
 #include "engines/engine_sweep.h"
+#include "ippcore.h"
 #include "qs_api.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
@@ -205,6 +206,7 @@ BENCHMARK(BM_FullSweep)
 }  // namespace
 
 int main(int argc, char** argv) {
+    ippInit();  // the vectorised kernels, as an opened device has them
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

@@ -9,6 +9,7 @@
 
 #include "engines/engine_sweep.h"
 #include "engines/video_iir.h"
+#include "ippcore.h"
 #include "qs_api.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
@@ -104,4 +105,11 @@ BENCHMARK(BM_Sweep)->Arg(1)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond)->UseR
 
 }  // namespace
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    ippInit();  // the vectorised kernels, as an opened device has them
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -26,6 +26,12 @@ struct KernelTable {
     void (*mul64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
     void (*mulc64f)(const Ipp64f* a, double c, Ipp64f* d, int len);
     void (*power64fc)(const Ipp64fc* a, Ipp64f* d, int len);
+    void (*cvt16s64f)(const Ipp16s* src, Ipp64f* dst, int len, double scale);
+    // d = b < a ? b : a (min) and b > a ? b : a (max), element-wise.
+    void (*min32f)(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len);
+    void (*max32f)(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len);
+    void (*min64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
+    void (*max64f)(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len);
     void (*mag32fc)(const Ipp32fc* a, Ipp32f* d, int len);
     void (*mag64fc)(const Ipp64fc* a, Ipp64f* d, int len);
     void (*ln32f)(const Ipp32f* a, Ipp32f* d, int len);

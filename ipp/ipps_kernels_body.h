@@ -69,6 +69,33 @@ static void power64fc(const Ipp64fc* a, Ipp64f* d, int len) {
     }
 }
 
+static void cvt16s64f(const Ipp16s* src, Ipp64f* dst, int len, double scale) {
+    for (int i = 0; i < len; ++i) dst[i] = double(src[i]) * scale;
+}
+
+// The second operand where it is the smaller (larger), else the first: a
+// NaN in a gives NaN, one in b gives a, as the compare falls.
+template <typename T>
+static inline void min_every(const T* a, const T* b, T* d, int len) {
+    for (int i = 0; i < len; ++i) {
+        const T x = a[i], y = b[i];
+        d[i] = y < x ? y : x;
+    }
+}
+
+template <typename T>
+static inline void max_every(const T* a, const T* b, T* d, int len) {
+    for (int i = 0; i < len; ++i) {
+        const T x = a[i], y = b[i];
+        d[i] = y > x ? y : x;
+    }
+}
+
+static void min32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len) { min_every(a, b, d, len); }
+static void max32f(const Ipp32f* a, const Ipp32f* b, Ipp32f* d, int len) { max_every(a, b, d, len); }
+static void min64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) { min_every(a, b, d, len); }
+static void max64f(const Ipp64f* a, const Ipp64f* b, Ipp64f* d, int len) { max_every(a, b, d, len); }
+
 // The kernel files build with -fno-math-errno: sqrt is then the vector
 // instruction instead of a call kept for errno, which a sum of squares
 // never sets anyway. Correctly rounded either way.
@@ -177,6 +204,7 @@ static void fir32fc(const Ipp32fc* hr, int L, const float* x, const float* xs, f
 }
 
 static constexpr ippk::KernelTable table = {
-    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, add64f,
-    mul64f,       mulc64f,   power64fc, mag32fc, mag64fc, ln32f, ln64f, fir32f, fir64f, fir32fc,
+    VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, add64f, mul64f, mulc64f,
+    power64fc,    cvt16s64f, min32f, max32f, min64f,  max64f,  mag32fc, mag64fc,   ln32f,  ln64f,  fir32f,
+    fir64f,       fir32fc,
 };

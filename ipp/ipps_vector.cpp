@@ -109,8 +109,9 @@ IppStatus ippsConvert_16s32f_Sfs(const Ipp16s* src, Ipp32f* dst, int len, int sc
 }
 
 IppStatus ippsConvert_16s64f_Sfs(const Ipp16s* src, Ipp64f* dst, int len, int scaleFactor) {
-    const double s = scale_of(scaleFactor);
-    return unary(src, dst, len, [s](Ipp16s v) { return double(v) * s; });
+    IPP_CHECK(len, src, dst);
+    ippk::kernels().cvt16s64f(src, dst, len, scale_of(scaleFactor));
+    return ippStsNoErr;
 }
 
 IppStatus ippsConvert_32f16s_Sfs(const Ipp32f* src, Ipp16s* dst, int len, IppRoundMode rndMode, int scaleFactor) {
@@ -251,16 +252,24 @@ IppStatus ippsAddC_64f(const Ipp64f* src, Ipp64f val, Ipp64f* dst, int len) {
 }
 
 IppStatus ippsMinEvery_32f(const Ipp32f* src1, const Ipp32f* src2, Ipp32f* dst, int len) {
-    return binary(src1, src2, dst, len, [](float a, float b) { return b < a ? b : a; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().min32f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsMinEvery_64f(const Ipp64f* src1, const Ipp64f* src2, Ipp64f* dst, int len) {
-    return binary(src1, src2, dst, len, [](double a, double b) { return b < a ? b : a; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().min64f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsMaxEvery_32f(const Ipp32f* src1, const Ipp32f* src2, Ipp32f* dst, int len) {
-    return binary(src1, src2, dst, len, [](float a, float b) { return b > a ? b : a; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().max32f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 IppStatus ippsMaxEvery_64f(const Ipp64f* src1, const Ipp64f* src2, Ipp64f* dst, int len) {
-    return binary(src1, src2, dst, len, [](double a, double b) { return b > a ? b : a; });
+    IPP_CHECK(len, src1, src2, dst);
+    ippk::kernels().max64f(src1, src2, dst, len);
+    return ippStsNoErr;
 }
 
 IppStatus ippsMinIndx_32f(const Ipp32f* src, int len, Ipp32f* pMin, int* pIndx) {

@@ -1,9 +1,12 @@
-// The double element-wise kernels of the variant table, every variant this
-// processor runs, against the scalar operations, at lengths around the
-// vector widths, off the 64-byte grid and in place.
+// The double element-wise kernels of the variant table, and the min/max
+// ones of both widths, every variant this processor runs, against the
+// scalar operations, at lengths around the vector widths, off the 64-byte
+// grid and in place.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <limits>
 #include <vector>
 
 #include "ipp_test_util.h"
@@ -64,6 +67,42 @@ TEST_P(IppKernels64, PowerIsTheSquaredModulusWithinOneRounding) {
             ASSERT_LE(std::fabs(d[size_t(i)] - exact), std::ldexp(std::fabs(exact), -52)) << "n " << n << " i " << i;
         }
         ASSERT_EQ(d[size_t(n)], -1.0) << "wrote past the end";
+    }
+}
+
+// Same bits as the scalar rule d = b < a ? b : a (max: b > a): a NaN in the
+// first operand stays, one in the second gives the first, and of two zeros
+// the first is kept.
+template <typename T, typename Fn>
+void ExpectMinMaxRule(Fn fn, bool isMin) {
+    const T nan = std::numeric_limits<T>::quiet_NaN(), inf = std::numeric_limits<T>::infinity();
+    const T pool[] = {T(0), -T(0), T(1), T(-1), T(2.5), inf, -inf, nan, std::numeric_limits<T>::denorm_min(), T(1e-3)};
+    const int k = int(sizeof pool / sizeof pool[0]);
+    // Every ordered pair, repeated to run through the vector body and tail.
+    const int n = k * k * 3 + 5;
+    ipptest::Buf<T> a(n, 1), b(n, 0), d(n, 1);
+    for (int i = 0; i < n; ++i) a[i] = pool[(i / k) % k], b[i] = pool[i % k];
+    ASSERT_EQ(fn(a.get(), b.get(), d.get(), n), ippStsNoErr);
+    for (int i = 0; i < n; ++i) {
+        const T want = isMin ? (b[i] < a[i] ? b[i] : a[i]) : (b[i] > a[i] ? b[i] : a[i]);
+        ASSERT_EQ(std::memcmp(&d[i], &want, sizeof(T)), 0) << "a " << a[i] << " b " << b[i] << " gave " << d[i];
+    }
+}
+
+TEST_P(IppKernels64, MinAndMaxEveryFollowTheCompareRule) {
+    ExpectMinMaxRule<float>(ippsMinEvery_32f, true);
+    ExpectMinMaxRule<float>(ippsMaxEvery_32f, false);
+    ExpectMinMaxRule<double>(ippsMinEvery_64f, true);
+    ExpectMinMaxRule<double>(ippsMaxEvery_64f, false);
+}
+
+TEST_P(IppKernels64, Convert16sTo64fIsExactForEveryValue) {
+    std::vector<Ipp16s> v(65536 + 3);
+    for (size_t i = 0; i < v.size(); ++i) v[i] = Ipp16s(int(i % 65536) - 32768);
+    std::vector<double> d(v.size());
+    for (int sf : {0, 15, -3}) {
+        ASSERT_EQ(ippsConvert_16s64f_Sfs(v.data(), d.data(), int(v.size()), sf), ippStsNoErr);
+        for (size_t i = 0; i < v.size(); ++i) ASSERT_EQ(d[i], std::ldexp(double(v[i]), -sf)) << i << " sf " << sf;
     }
 }
 
