@@ -73,7 +73,7 @@ public:
 
 private:
     const FactoryCalibration* m_factory;
-    std::vector<double> m_acc;  // one packet, reused
+    std::vector<float> m_acc;  // one packet, reused
     bool m_clipped = false;
 };
 
