@@ -290,6 +290,36 @@ TEST_F(Generator, ABandPassReadsItsTrueResponse) {
     }
 }
 
+TEST_F(Generator, ATwentyDecibelPadMeasuresTheHighRangeReference) {
+    // The through gives the high-range pass's reference as the primary's
+    // plus 20 dB; a 20 dB pad measures it: fetched once in place (the pad's
+    // loss at the usual levels), then again after the request, with the
+    // generator's two levels exchanged. The fetch that measures it is a
+    // calibration, not a trace.
+    serialUsed = 91;
+    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
+    ASSERT_EQ(qsAttachTg(h), qsNoError);
+    ASSERT_EQ(qsConfigureCenterSpan(h, 1.5e9, 2e9), qsNoError);
+    ASSERT_EQ(qsConfigTgSweep(h, 101, true, true), qsNoError);
+    ASSERT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
+    unsigned n = 0;
+    ASSERT_EQ(qsQueryTraceInfo(h, &n, &binHz, &traceStart), qsNoError);
+    std::vector<double> min(n), max(n);
+    EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsInvalidParameterErr);  // no through yet
+    ASSERT_EQ(qsStoreTgThru(h, QS_TG_THRU_0DB), qsNoError);
+    ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+    ASSERT_EQ(qssim_set_dut(gen, QSSIM_DUT_THRU, 0, 0, 1, 20.0), 0);
+    ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+    ExpectResponse(max, -300.0, 0.5);  // the pad, read against the through
+    ASSERT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsNoError);
+    ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+    ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+    ExpectResponse(max, -300.0, 0.5);  // still the pad
+    BandPass(gen, 0.5e9, 2.5e9);
+    ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
+    ExpectResponse(max, -70.0, 0.5);  // the high range, now as close as the primary
+}
+
 TEST_F(Generator, AnUnpluggedGeneratorEndsTheFetchWithAStatus) {
     serialUsed = 81;
     Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
