@@ -29,6 +29,7 @@
 #include "qs_sim.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
+#include "simulated_maple.h"
 
 namespace {
 
@@ -55,24 +56,7 @@ struct Plan {
 
 std::unique_ptr<PlanningMaple> g_device;
 
-PlanningMaple* Device() {
-    if (!g_device) {
-        qssim_reset();
-        qssim_add_device(QSSIM_PID_MAPLE_REV2, kSerial);
-        auto* usb = new qs::CypressInterface(kSerial);
-        if (usb->State() != qs::USB_OPEN) {
-            delete usb;
-            return nullptr;
-        }
-        g_device = std::make_unique<PlanningMaple>(usb);
-        const qsStatus open = g_device->OpenDevice();
-        if (open < 0 && open != qsUncalibratedDevice) {
-            std::fprintf(stderr, "OpenDevice: %d\n", int(open));
-            g_device.reset();
-        }
-    }
-    return g_device.get();
-}
+PlanningMaple* Device() { return OpenSimulatedMaple(g_device, kSerial); }
 
 const Plan& PlanFor(double rbw) {
     static std::map<double, Plan> plans;
