@@ -181,6 +181,11 @@ TEST(RealTimeEngine, PersistenceFadesAfterTheLastHit) {
 // dropped block (2^12 x 73 samples) leaves its phase continuous and every
 // transform sees it at full level.
 TEST(RealTimeEngine, OverrunDropsBlocksAndKeepsFramesWhole) {
+#if defined(QS_ASAN) || defined(QS_TSAN)
+    // Instrumented, the store is slower than the transforms (FFTW is not
+    // instrumented) and the ring may never fill; the plain builds run it.
+    GTEST_SKIP() << "the sanitizer slows the store below the transforms";
+#endif
     Plan p;
     p.fftSize = 131072;
     p.advance = 0.5;
