@@ -50,7 +50,13 @@ int RoughCodeOf(const Command& c, int64_t k) {
 // The hot loops in single precision, built also for AVX2 and chosen at run
 // time: 14-bit samples need no more, and the simulator must outrun the
 // device several times over for the end-to-end tests to show a fast engine.
+// Not under the thread sanitizer: an indirect function's resolver runs
+// before the sanitizer's runtime is up, and the program dies at load.
+#if defined(__SANITIZE_THREAD__)
+#define QSSIM_HOT
+#else
 #define QSSIM_HOT __attribute__((target_clones("avx2", "default")))
+#endif
 
 // Adds a tone by rotating phasors from its exact phase at the first sample
 // of the packet: 32 interleaved ones in four vectors, each turning by 32
