@@ -160,10 +160,7 @@ int SimBridge::Control(uint8_t requestType, uint8_t request, uint16_t value, uin
 void SimBridge::WriteOut(int endpoint, const uint8_t* data, int len) {
     if (endpoint != 0x02) return;
     const bool lineRight = std::fabs(m_baud - 25000.0) <= 0.03 * 25000.0 && (m_dataFormat & 0xFF) == 8;
-    if (!lineRight) {
-        m_garbled += len;
-        return;
-    }
+    if (!lineRight) return;  // garbled on the line: the generator hears nothing
     std::vector<uint8_t> reply;
     m_generator.Receive(data, len, &reply);
     m_rx.insert(m_rx.end(), reply.begin(), reply.end());

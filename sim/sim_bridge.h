@@ -49,10 +49,6 @@ public:
                 int len) override;
 
     Generator& GetGenerator() { return m_generator; }
-    // The baud rate the line is set to, as the chip's divisor gives it.
-    double Baud() const { return m_baud; }
-    // Bytes written while the line was set wrong, which the generator never saw.
-    long long GarbledBytes() const { return m_garbled; }
 
 private:
     void BuildEeprom();
@@ -65,7 +61,6 @@ private:
     double m_baud = 9600.0;
     uint16_t m_dataFormat = 8;
     int m_latencyMs = 16;
-    long long m_garbled = 0;
     Clock::time_point m_waitingSince{};  // a read found nothing, from then
 };
 

@@ -419,13 +419,6 @@ bool TGInterface::ReadCalData() {
     return validCal;
 }
 
-void TGInterface::LoadCalImage(const unsigned char* image, bool rowan) {
-    std::memcpy(calbuf, image, CAL_BYTES);
-    validCal = true;
-    DecodeHeader();
-    isTGRowan = rowan;
-}
-
 int TGInterface::LoadALC(int buffer, double ampl, double startFreq, double stepFreq, int sweepSize) {
     int entry = -1, last = -1, run = 0, a = -1;
     for (int i = 0; i < sweepSize; ++i) {

@@ -97,10 +97,6 @@ public:
     int ALCCount(int buffer, int entry) const { return m_CountArray[buffer][entry]; }
     int ALCAtten(int buffer, int entry) const { return m_AttenArray[buffer][entry]; }
     bool IsRowan() const { return isTGRowan; }
-    bool ValidCal() const { return validCal; }
-    double OscRatio() const { return m_osc; }
-    // For tests: a calibration image as if read from the generator.
-    void LoadCalImage(const unsigned char* image, bool rowan);
 
 private:
     // Sends letter and a 32-bit little-endian word.
