@@ -30,6 +30,7 @@
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 #include "simulated_maple.h"
+#include "vectorised_main.h"
 
 namespace {
 
@@ -190,11 +191,7 @@ BENCHMARK(BM_FullSweep)
 }  // namespace
 
 int main(int argc, char** argv) {
-    ippInit();  // the vectorised kernels, as an opened device has them
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    if (!RunVectorisedBenchmarks(&argc, argv)) return 1;
     for (double rbw : {10000.0, 300000.0}) {
         auto one = g_host.find({rbw, 1}), four = g_host.find({rbw, 4});
         if (one != g_host.end() && four != g_host.end())

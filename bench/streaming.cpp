@@ -41,6 +41,7 @@
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 #include "simulated_maple.h"
+#include "vectorised_main.h"
 
 namespace {
 
@@ -355,11 +356,7 @@ BENCHMARK(BM_Audio)
 }  // namespace
 
 int main(int argc, char** argv) {
-    ippInit();  // the vectorised kernels, as an opened device has them
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    if (!RunVectorisedBenchmarks(&argc, argv)) return 1;
     g_device.reset();
     qssim_reset();
     return 0;

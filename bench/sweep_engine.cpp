@@ -13,6 +13,7 @@
 #include "qs_api.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
+#include "vectorised_main.h"
 
 namespace {
 
@@ -106,10 +107,6 @@ BENCHMARK(BM_Sweep)->Arg(1)->Arg(2)->Arg(4)->Unit(benchmark::kMillisecond)->UseR
 }  // namespace
 
 int main(int argc, char** argv) {
-    ippInit();  // the vectorised kernels, as an opened device has them
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
+    if (!RunVectorisedBenchmarks(&argc, argv)) return 1;
     return 0;
 }
