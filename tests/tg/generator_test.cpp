@@ -79,18 +79,23 @@ protected:
         return out;
     }
 
+    // Starts a network sweep of a passive device over start..stop; the
+    // trace's length, with its start and bin kept for ExpectResponse.
+    unsigned Start(double start, double stop, int points, bool highRange) {
+        EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
+        EXPECT_EQ(qsConfigTgSweep(h, points, highRange, true), qsNoError);
+        EXPECT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
+        unsigned n = 0;
+        EXPECT_EQ(qsQueryTraceInfo(h, &n, &binHz, &traceStart), qsNoError);
+        return n;
+    }
+
     // A network sweep of `points` points over start..stop, through stored
     // first, then the device under test set by `dut`; the trace read.
     std::vector<double> SweepAfterThrough(double start, double stop, int points, bool highRange,
                                           void (*dut)(int gen, double start, double stop)) {
         EXPECT_EQ(qssim_set_dut(gen, QSSIM_DUT_THRU, 0, 0, 1, 0.0), 0);
-        EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
-        EXPECT_EQ(qsConfigTgSweep(h, points, highRange, true), qsNoError);
-        EXPECT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
-        unsigned n = 0;
-        double bin = 0;
-        EXPECT_EQ(qsQueryTraceInfo(h, &n, &bin, &traceStart), qsNoError);
-        binHz = bin;
+        const unsigned n = Start(start, stop, points, highRange);
         std::vector<double> min(n), max(n);
         EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_0DB), qsNoError);
         EXPECT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);  // measures the through
@@ -299,11 +304,7 @@ TEST_F(Generator, ATwentyDecibelPadMeasuresTheHighRangeReference) {
     serialUsed = 91;
     Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
-    ASSERT_EQ(qsConfigureCenterSpan(h, 1.5e9, 2e9), qsNoError);
-    ASSERT_EQ(qsConfigTgSweep(h, 101, true, true), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &binHz, &traceStart), qsNoError);
+    const unsigned n = Start(0.5e9, 2.5e9, 101, true);
     std::vector<double> min(n), max(n);
     EXPECT_EQ(qsStoreTgThru(h, QS_TG_THRU_20DB), qsInvalidParameterErr);  // no through yet
     ASSERT_EQ(qsStoreTgThru(h, QS_TG_THRU_0DB), qsNoError);
@@ -324,12 +325,7 @@ TEST_F(Generator, AnUnpluggedGeneratorEndsTheFetchWithAStatus) {
     serialUsed = 81;
     Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
-    ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 1e9), qsNoError);
-    ASSERT_EQ(qsConfigTgSweep(h, 256, true, true), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_TG_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+    const unsigned n = Start(0.5e9, 1.5e9, 256, true);
     std::vector<double> min(n), max(n);
     ASSERT_EQ(qsFetchTrace(h, 0, min.data(), max.data()), qsNoError);
 
