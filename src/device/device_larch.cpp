@@ -544,7 +544,7 @@ qsStatus DeviceLarch::ConfigureAudioDemod() {
 }
 
 int DeviceLarch::SetupRealTimeCommand(double center) {
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_usb->WaitUntilSent();
     SweepInfo& si = m_sweepInfo;
     const int row = std::min(get_software_band_Larch(center), LARCH_LO_ROWS - 1);
     const LOLUTLarch& lut = lolutLarch[row];

@@ -505,7 +505,7 @@ qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
 }
 
 int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_usb->WaitUntilSent();
     SweepInfo& si = m_sweepInfo;
     const int row = bandZero ? 0 : std::min(get_band_maple(GetRev(), center), MAPLE_LO_ROWS - 1);
     const LOLUTMaple& lut = lolutMaple[row];
