@@ -1,9 +1,8 @@
-// The configuration calls. Each checks the handle and writes the slot's
-// staging settings; none touches the hardware, and a running measurement
-// goes on unchanged until the next qsInitiate. (qsConfigureIO, which acts
-// on the device at once, lives with the device calls.)
-#include <cmath>
-
+// The configuration calls. Each checks the handle and hands its arguments
+// to the slot's staging settings, which check and store them; none touches
+// the hardware, and a running measurement goes on unchanged until the next
+// qsInitiate. (qsConfigureIO, which acts on the device at once, lives with
+// the device calls.)
 #include "api/device_table.h"
 #include "device/device.h"
 #include "settings/settings.h"
@@ -15,19 +14,6 @@ namespace {
 
 // The staging settings of an open handle, or null.
 Settings* Staging(int device) { return Lookup(device) ? settings[device] : nullptr; }
-
-// Every value finite. A NaN or an infinity has no meaning as a frequency,
-// level, bandwidth or time; clamped or stored, it reached the planning as
-// an index, a loop bound or an allocation size. The configuration calls
-// refuse it before anything is stored.
-template <typename... T>
-bool Finite(T... values) {
-    return (std::isfinite(static_cast<double>(values)) && ...);
-}
-
-// CW is received as lower side band with the carrier offset into the
-// audio band.
-constexpr double kCwOffsetHz = 520.0;
 
 }  // namespace
 
@@ -42,8 +28,7 @@ qsStatus qsConfigureAcquisition(int device, unsigned int detector, unsigned int 
 qsStatus qsConfigureCenterSpan(int device, double center, double span) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(center, span)) return qsInvalidParameterErr;
-    return s->ConfigCenterSpan(center, span);
+    return s->ConfigureCenterSpan(center, span);
 }
 
 qsStatus qsConfigureIQCenter(int device, double centerFreq) {
@@ -53,8 +38,7 @@ qsStatus qsConfigureIQCenter(int device, double centerFreq) {
 qsStatus qsConfigureLevel(int device, double ref, double atten) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(ref, atten)) return qsInvalidParameterErr;
-    return s->ConfigLevel(ref, atten);
+    return s->ConfigureLevel(ref, atten);
 }
 
 qsStatus qsConfigureGain(int device, int gain) {
@@ -67,17 +51,7 @@ qsStatus qsConfigureSweepCoupling(int device, double rbw, double vbw, double swe
                                   unsigned int rbwShape, unsigned int rejection) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(rbw, vbw, sweepTime)) return qsInvalidParameterErr;
-    // The order of these tests decides which status a caller sees when
-    // several arguments are bad.
-    if (!(rbw >= QS_MIN_RBW)) return qsBandwidthErr;
-    if (!(rbw <= QS_MAX_RBW)) return qsBandwidthErr;
-    if (!(vbw >= QS_MIN_RBW)) return qsBandwidthErr;
-    if (!(sweepTime >= QS_MIN_SWEEP_TIME)) sweepTime = QS_MIN_SWEEP_TIME;
-    if (sweepTime > QS_MAX_SWEEP_TIME) sweepTime = QS_MAX_SWEEP_TIME;
-    if (rejection > QS_REJECTION_IMAGE) return qsInvalidParameterErr;
-    if (rbwShape > QS_RBW_SHAPE_GAUSSIAN) return qsInvalidBandwidthTypeErr;
-    return s->ConfigSweepCoupling(rbw, vbw, sweepTime, rbwShape, rejection);
+    return s->ConfigureSweepCoupling(rbw, vbw, sweepTime, rbwShape, rejection);
 }
 
 qsStatus qsConfigureWindow(int device, unsigned int window) {
@@ -95,67 +69,44 @@ qsStatus qsConfigureProcUnits(int device, unsigned int units) {
 qsStatus qsConfigureIQ(int device, int downsampleFactor, double bandwidth) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(bandwidth)) return qsInvalidParameterErr;
-    return s->ConfigIQ(downsampleFactor, bandwidth);
+    return s->ConfigureIQ(downsampleFactor, bandwidth);
 }
 
 qsStatus qsConfigureIQDataType(int device, qsDataType iqDataType) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    // Tested as an integer: a C caller can pass any value here.
-    const int type = static_cast<int>(iqDataType);
-    if (type != qsDataType32fc && type != qsDataType16sc) return qsInvalidParameterErr;
-    s->iqDataType = iqDataType;
-    return qsNoError;
+    // Passed on as an integer: a C caller can pass any value here.
+    return s->ConfigureIQDataType(static_cast<int>(iqDataType));
 }
 
 qsStatus qsConfigureRealTime(int device, double frameScale, int frameRate) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(frameScale)) return qsInvalidParameterErr;
-    return s->ConfigRealTime(frameScale, frameRate);
+    return s->ConfigureRealTime(frameScale, frameRate);
 }
 
 qsStatus qsConfigureRealTimeOverlap(int device, double advanceRate) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(advanceRate)) return qsInvalidParameterErr;
-    return s->ConfigRealTimeOverlap(advanceRate);
+    return s->ConfigureRealTimeOverlap(advanceRate);
 }
 
 qsStatus qsConfigureDemod(int device, int modulationType, double freq, float IFBW,
                           float audioLowPassFreq, float audioHighPassFreq, float FMDeemphasis) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    if (!Finite(freq, IFBW, audioLowPassFreq, audioHighPassFreq, FMDeemphasis)) return qsInvalidParameterErr;
-    AudioConfig audio;
-    audio.modulation = modulationType;
-    audio.freq = freq;
-    audio.if_bw = IFBW;
-    audio.low_pass_freq = audioLowPassFreq;
-    audio.high_pass_freq = audioHighPassFreq;
-    audio.deemphasis = FMDeemphasis;
-    if (modulationType == QS_DEMOD_CW) {
-        audio.modulation = QS_DEMOD_LSB;
-        audio.freq = freq + kCwOffsetHz;
-    }
-    // Not range-checked: the audio engine clamps at its start.
-    s->m_audio = audio;
+    const qsStatus status =
+        s->ConfigureDemod(modulationType, freq, IFBW, audioLowPassFreq, audioHighPassFreq, FMDeemphasis);
     // A running audio engine takes the new set at once; with none running
     // the device refuses, and the call has only staged.
-    qs::api::Lookup(device)->UpdateAudioSettings(audio);
-    return qsNoError;
+    if (status == qsNoError) Lookup(device)->UpdateAudioSettings(s->m_audio);
+    return status;
 }
 
 qsStatus qsConfigTgSweep(int device, int sweepSize, bool highDynamicRange, bool passiveDevice) {
     Settings* s = Staging(device);
     if (!s) return qsDeviceNotOpenErr;
-    // The high-range pass needs a passive device under test.
-    s->m_tgHighDynamicRange = passiveDevice ? highDynamicRange : false;
-    s->m_tgPassiveDevice = passiveDevice;
-    if (sweepSize < QS_MIN_TG_SWEEP_SIZE) sweepSize = QS_MIN_TG_SWEEP_SIZE;
-    if (sweepSize > QS_MAX_TG_SWEEP_SIZE) sweepSize = QS_MAX_TG_SWEEP_SIZE;
-    s->m_tgSweepSize = sweepSize;
+    s->ConfigureTgSweep(sweepSize, highDynamicRange, passiveDevice);
     return qsNoError;
 }
 

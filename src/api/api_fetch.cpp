@@ -14,13 +14,6 @@ bool ModeIs(const Device* dev, int a, int b = -2, int c = -2) {
     return mode == a || mode == b || mode == c;
 }
 
-// The widest frame not above 1023 columns, halving the trace length.
-int RealTimeFrameWidth(int traceLen) {
-    int w = traceLen;
-    while (w > QS_RT_MAX_FRAME_WIDTH) w = (w % 2) ? (w + 1) / 2 : w / 2;
-    return w;
-}
-
 template <typename T>
 qsStatus FetchTrace(int device, T* min, T* max) {
     Device* dev = Lookup(device);
@@ -94,23 +87,14 @@ qsStatus qsQueryTraceInfo(int device, unsigned int* traceLen, double* binSize, d
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!traceLen || !binSize || !start) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_SWEEP, QS_MODE_REAL_TIME, QS_MODE_TG_SWEEP))
-        return qsDeviceNotConfiguredErr;
-    const SweepInfo& plan = dev->GetSweepInfo();
-    *traceLen = static_cast<unsigned>(plan.traceLen);
-    *binSize = plan.binSize;
-    *start = plan.actualStart;
-    return qsNoError;
+    return dev->QueryTraceInfo(traceLen, binSize, start);
 }
 
 qsStatus qsQueryRealTimeInfo(int device, int* frameWidth, int* frameHeight) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!frameWidth || !frameHeight) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_REAL_TIME)) return qsDeviceNotConfiguredErr;
-    *frameWidth = RealTimeFrameWidth(dev->GetSweepInfo().traceLen);
-    *frameHeight = QS_RT_FRAME_HEIGHT;
-    return qsNoError;
+    return dev->QueryRealTimeInfo(frameWidth, frameHeight);
 }
 
 qsStatus qsQueryRealTimePoi(int device, double* poi) {
@@ -125,14 +109,7 @@ qsStatus qsQueryStreamInfo(int device, int* return_len, double* bandwidth,
                            int* samples_per_sec) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!ModeIs(dev, QS_MODE_STREAMING)) return qsDeviceNotConfiguredErr;
-    const Settings& active = *dev->GetSettings();
-    const int d = static_cast<int>(mypow2(active.iqFinalDecimation));
-    if (return_len) *return_len = 0x80000 / d;
-    if (bandwidth)
-        *bandwidth = active.iqSecondPass ? active.iqSecondPassBandwidth : active.iqFirstPassBandwidth;
-    if (samples_per_sec) *samples_per_sec = static_cast<int>(QS_MAX_IQ_SAMPLE_RATE / d);
-    return qsNoError;
+    return dev->QueryStreamInfo(return_len, bandwidth, samples_per_sec);
 }
 
 }  // extern "C"

@@ -37,12 +37,7 @@ qsStatus qsGetMapleRev(int device, int* rev) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!rev) return qsNullPtrErr;
-    if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) {
-        *rev = -1;
-        return qsDeviceInvalidErr;
-    }
-    *rev = dev->MapleRev();
-    return qsNoError;
+    return dev->QueryMapleRev(*rev);
 }
 
 }  // extern "C"

@@ -1,45 +1,28 @@
-// Service calls: flash, time base, FPGA id.
-//
-// The flash calls are refused while a measurement is configured: a flash
-// command ends the device's run, and the measurement's next fetch would
-// wait for blocks that no longer come.
-#include <cmath>
-
+// Service calls: flash, time base, IF offset, FPGA id, self-calibration.
 #include "api/device_table.h"
 #include "device/device.h"
-#include "settings/settings.h"
 
 using namespace qs;
 using qs::api::Lookup;
 
 extern "C" {
 
-// The flash calls report success whatever the flash did: a caller tests a
-// read by what it got.
 qsStatus qsReadFlash(int device, int page, unsigned char* data) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!data) return qsNullPtrErr;
-    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
-    dev->ReadFlash(static_cast<unsigned>(page), data);
-    return qsNoError;
+    return dev->FlashRead(page, data);
 }
 
 qsStatus qsWriteFlash(int device, int page, unsigned char* data) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!data) return qsNullPtrErr;
-    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
-    dev->WriteFlash(static_cast<unsigned>(page), data);
-    return qsNoError;
+    return dev->FlashWrite(page, data);
 }
 
 qsStatus qsClearFlash(int device) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;
-    dev->ClearFlash();
-    return qsNoError;
+    return dev->FlashClear();
 }
 
 qsStatus qsGetFPGAid(int device, unsigned int* id) {
@@ -53,9 +36,7 @@ qsStatus qsGetFPGAid(int device, unsigned int* id) {
 qsStatus qsSetTimebaseCorrection(int device, double correction) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!PlausibleTimebaseError((correction - 1.0) * 1e6)) return qsInvalidParameterErr;
-    dev->SetTimebaseCorrection(correction);
-    return qsNoError;
+    return dev->SetTimebase(correction);
 }
 
 qsStatus qsGetTimebaseCorrection(int device, double* correction) {
@@ -69,12 +50,7 @@ qsStatus qsGetTimebaseCorrection(int device, double* correction) {
 qsStatus qsSetIFOffset(int device, double LTMoffset, double secondLOOffset, bool manualOffset) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!std::isfinite(LTMoffset) || !std::isfinite(secondLOOffset)) return qsInvalidParameterErr;
-    SweepInfo& plan = dev->GetSweepInfo();
-    plan.manualIFOffsetFractionVal = LTMoffset;
-    plan.manualIFOffset = manualOffset;
-    plan.secondLOOffset = secondLOOffset;
-    return qsNoError;
+    return dev->SetIFOffset(LTMoffset, secondLOOffset, manualOffset);
 }
 
 qsStatus qsAddTimebaseCorrection(int device, double ppm) {

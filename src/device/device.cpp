@@ -50,7 +50,10 @@ Device::Device(CypressInterface* usb, const ModelRecord& model) : m_model(model)
 
 Device::~Device() {
     // The models have aborted by now; the transport goes before anything
-    // its thread might still touch.
+    // its thread might still touch. A command still in the mailbox (the
+    // preset of qsPresetFull, say) goes out first: stopped at once, the
+    // thread dropped it about half the time.
+    m_usb->WaitUntilSent();
     delete m_settings;
     std::free(m_rawUnpacked);
     delete m_usb;
@@ -98,6 +101,7 @@ int Device::AddSecondCommand() {
 }
 
 qsStatus Device::Initiate(const Settings* s, unsigned mode, unsigned flag) {
+    if (!m_validDevice) return qsDeviceInvalidErr;
     Abort();
     *m_settings = *s;
     qsStatus status;

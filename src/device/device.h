@@ -128,6 +128,37 @@ public:
     qsStatus GetAudio(float* buffer);
     qsStatus GetRealTimePoi(double& poi) const;
 
+    // The public calls' operations that are more than a getter: each checks
+    // the device's state and its arguments in the order the call documents
+    // and returns the call's status. A refused call changes nothing.
+    //  - flash service, refused while a measurement is configured (a flash
+    //    command ends the device's run, and the measurement's next fetch
+    //    would wait for blocks that no longer come); success whatever the
+    //    flash did: a caller tests a read by what it got;
+    qsStatus FlashRead(int page, unsigned char* data);
+    qsStatus FlashWrite(int page, const unsigned char* data);
+    qsStatus FlashClear();
+    //  - the time base (a plausible ratio only) and the manual IF offset;
+    qsStatus SetTimebase(double ratio);
+    qsStatus SetIFOffset(double fraction, double secondLOHz, bool manual);
+    //  - the ports, idle only; the packet-mode bits are kept out of the mask
+    //    (qsAdjustedParameter);
+    qsStatus ConfigureIO(unsigned port1, unsigned port2);
+    //  - monitor values as the user reads them;
+    void ReadDiagnostics(float* celsius, float* usbVolts, float* usbAmps) const;
+    //  - the hardware revision of a Maple; -1 and qsDeviceInvalidErr from a
+    //    model without revisions;
+    virtual qsStatus QueryMapleRev(int& rev) const;
+    //  - the plan's trace, frame and stream geometry, in the modes that have one;
+    qsStatus QueryTraceInfo(unsigned* traceLen, double* binSize, double* start) const;
+    qsStatus QueryRealTimeInfo(int* width, int* height) const;
+    qsStatus QueryStreamInfo(int* returnLen, double* bandwidth, int* samplesPerSec) const;
+    //  - the generator's own calls, refused while a generator sweep owns it.
+    qsStatus AttachTg();
+    qsStatus SetTg(double frequencyHz, double amplitudeDbm);
+    qsStatus GetTg(double* frequencyHz, double* amplitudeDbm);
+    qsStatus SetTgReference(int reference);
+
     // The tracking generator of this analyser.
     TGInterface& TG() { return m_generator; }
     // Records a through-calibration request for the next fetch of a

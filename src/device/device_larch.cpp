@@ -45,6 +45,7 @@ const ModelRecord kLarch = {
     /*realTimeMinRbwHz=*/2465.820313,
     /*realTimeMaxRbwHz=*/631250.0,
     /*realTimeExtraPoints=*/0,
+    /*usbCurrentScale=*/1.0f,
     /*tgPrimaryAttenIndex=*/3,
     /*tgSecondaryAttenIndex=*/1,
     /*tgPrimaryAttenCode=*/30,

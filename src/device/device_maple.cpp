@@ -26,6 +26,7 @@ const ModelRecord kMaple = {
     /*realTimeMinRbwHz=*/2265.820313,
     /*realTimeMaxRbwHz=*/631450.0,
     /*realTimeExtraPoints=*/2,
+    /*usbCurrentScale=*/2.0f,
     /*tgPrimaryAttenIndex=*/2,
     // Index 0 at the gains the mode runs (1 and 3), which add no 5 dB, sent
     // as 1 as every zero code is: the code the secondary pass's corrections

@@ -34,6 +34,10 @@ public:
     // qsInvalidParameterErr for an error no oscillator has,
     // qsDeviceNotIdleErr while a measurement runs (it writes the flash).
     qsStatus AddTimebaseCorrection(double ppm) override;
+    qsStatus QueryMapleRev(int& rev) const override {
+        rev = MapleRev();
+        return qsNoError;
+    }
     // Replaces the calibration's rough gains of the two halves.
     qsStatus ApplyRoughGains(const unsigned char* low, const unsigned char* high) override;
 

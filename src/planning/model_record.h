@@ -36,6 +36,10 @@ struct ModelRecord {
     double realTimeMinRbwHz, realTimeMaxRbwHz;
     int realTimeExtraPoints;
 
+    // What the monitor's USB current reading is multiplied by to be amps
+    // (a Maple reports half its supply current).
+    float usbCurrentScale;
+
     // Generator sweeps: the attenuation index each pass's corrections are
     // read at, the primary pass's attenuation code, and how the secondary
     // command rewrites byte 3 of each sub-band (bits under mask set to bits).

@@ -245,4 +245,85 @@ void SettingsMaple::PrepInitSweep() { PrepFixedSweep(1000.0); }
 
 bool PlausibleTimebaseError(double ppm) { return std::isfinite(ppm) && std::fabs(ppm) <= 1000.0; }
 
+namespace {
+
+template <typename... T>
+bool Finite(T... values) {
+    return (std::isfinite(static_cast<double>(values)) && ...);
+}
+
+constexpr double kCwOffsetHz = 520.0;
+
+}  // namespace
+
+qsStatus Settings::ConfigureCenterSpan(double center, double span) {
+    if (!Finite(center, span)) return qsInvalidParameterErr;
+    return ConfigCenterSpan(center, span);
+}
+
+qsStatus Settings::ConfigureLevel(double ref, double atten) {
+    if (!Finite(ref, atten)) return qsInvalidParameterErr;
+    return ConfigLevel(ref, atten);
+}
+
+qsStatus Settings::ConfigureSweepCoupling(double rbw, double vbw, double sweepTime, unsigned rbwShape,
+                                          unsigned rejection) {
+    if (!Finite(rbw, vbw, sweepTime)) return qsInvalidParameterErr;
+    if (!(rbw >= QS_MIN_RBW)) return qsBandwidthErr;
+    if (!(rbw <= QS_MAX_RBW)) return qsBandwidthErr;
+    if (!(vbw >= QS_MIN_RBW)) return qsBandwidthErr;
+    if (!(sweepTime >= QS_MIN_SWEEP_TIME)) sweepTime = QS_MIN_SWEEP_TIME;
+    if (sweepTime > QS_MAX_SWEEP_TIME) sweepTime = QS_MAX_SWEEP_TIME;
+    if (rejection > QS_REJECTION_IMAGE) return qsInvalidParameterErr;
+    if (rbwShape > QS_RBW_SHAPE_GAUSSIAN) return qsInvalidBandwidthTypeErr;
+    return ConfigSweepCoupling(rbw, vbw, sweepTime, rbwShape, rejection);
+}
+
+qsStatus Settings::ConfigureIQ(int decimation, double bandwidth) {
+    if (!Finite(bandwidth)) return qsInvalidParameterErr;
+    return ConfigIQ(decimation, bandwidth);
+}
+
+qsStatus Settings::ConfigureIQDataType(int type) {
+    if (type != qsDataType32fc && type != qsDataType16sc) return qsInvalidParameterErr;
+    iqDataType = static_cast<qsDataType>(type);
+    return qsNoError;
+}
+
+qsStatus Settings::ConfigureRealTime(double frameScale, int frameRate) {
+    if (!Finite(frameScale)) return qsInvalidParameterErr;
+    return ConfigRealTime(frameScale, frameRate);
+}
+
+qsStatus Settings::ConfigureRealTimeOverlap(double advanceRate) {
+    if (!Finite(advanceRate)) return qsInvalidParameterErr;
+    return ConfigRealTimeOverlap(advanceRate);
+}
+
+qsStatus Settings::ConfigureDemod(int modulation, double freq, float ifBandwidth, float lowPass, float highPass,
+                                  float deemphasis) {
+    if (!Finite(freq, ifBandwidth, lowPass, highPass, deemphasis)) return qsInvalidParameterErr;
+    AudioConfig audio;
+    audio.modulation = modulation;
+    audio.freq = freq;
+    audio.if_bw = ifBandwidth;
+    audio.low_pass_freq = lowPass;
+    audio.high_pass_freq = highPass;
+    audio.deemphasis = deemphasis;
+    if (modulation == QS_DEMOD_CW) {
+        audio.modulation = QS_DEMOD_LSB;
+        audio.freq = freq + kCwOffsetHz;
+    }
+    m_audio = audio;
+    return qsNoError;
+}
+
+void Settings::ConfigureTgSweep(int sweepSize, bool highDynamicRange, bool passiveDevice) {
+    m_tgHighDynamicRange = passiveDevice ? highDynamicRange : false;
+    m_tgPassiveDevice = passiveDevice;
+    if (sweepSize < QS_MIN_TG_SWEEP_SIZE) sweepSize = QS_MIN_TG_SWEEP_SIZE;
+    if (sweepSize > QS_MAX_TG_SWEEP_SIZE) sweepSize = QS_MAX_TG_SWEEP_SIZE;
+    m_tgSweepSize = sweepSize;
+}
+
 }  // namespace qs

@@ -43,6 +43,30 @@ public:
     // Everything but m_audio and iqDataType, which the constructor sets.
     virtual void LoadDefault() = 0;
 
+    // The configuration calls' entries, one per call: each first refuses
+    // what no model takes (a NaN or an infinity has no meaning as a
+    // frequency, level, bandwidth or time; stored, it reached the planning
+    // as an index, a loop bound or an allocation size), in the order that
+    // decides which status a caller sees when several arguments are bad,
+    // then stores through the model's own checks. A refused call changes
+    // nothing.
+    qsStatus ConfigureCenterSpan(double center, double span);
+    qsStatus ConfigureLevel(double ref, double atten);
+    qsStatus ConfigureSweepCoupling(double rbw, double vbw, double sweepTime, unsigned rbwShape,
+                                    unsigned rejection);
+    qsStatus ConfigureIQ(int decimation, double bandwidth);
+    qsStatus ConfigureIQDataType(int type);
+    qsStatus ConfigureRealTime(double frameScale, int frameRate);
+    qsStatus ConfigureRealTimeOverlap(double advanceRate);
+    // Not range-checked: the audio engine clamps at its start. CW is
+    // received as lower side band with the carrier offset into the audio
+    // band.
+    qsStatus ConfigureDemod(int modulation, double freq, float ifBandwidth, float lowPass, float highPass,
+                            float deemphasis);
+    // The high-range pass needs a passive device under test; the point count
+    // is clamped to the mode's range.
+    void ConfigureTgSweep(int sweepSize, bool highDynamicRange, bool passiveDevice);
+
     // Same on both models.
     virtual qsStatus ConfigAcquisition(unsigned detector, unsigned scale);
     virtual qsStatus ConfigCenterSpan(double center, double span);
