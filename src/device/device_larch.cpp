@@ -86,8 +86,6 @@ DeviceLarch::~DeviceLarch() { Abort(); }
 
 CorrectionsLarch& DeviceLarch::CorrLarch() { return static_cast<CorrectionsLarch&>(*m_corr); }
 
-SweepEngine_Larch* DeviceLarch::CalEngine() { return static_cast<SweepEngine_Larch*>(m_fft.get()); }
-
 qsStatus DeviceLarch::OpenDevice() {
     InitDevice();
     // The first pass runs on the tables of an uncalibrated device; loading
@@ -154,7 +152,9 @@ qsStatus DeviceLarch::ConfigureIFSelfCal(int side) {
     set.SetWindowFC(windowfc);
 
     try {
-        m_fft.reset(new SweepEngine_Larch(&m_sweepInfo, m_settings, &rps));
+        std::unique_ptr<SweepEngine> engine(new SweepEngine(&m_sweepInfo, m_settings, &rps));
+        m_calEngine = engine.get();
+        m_engine = std::move(engine);
     } catch (const std::exception&) {
         Abort();
         return qsAllocationLimitErr;
@@ -174,7 +174,7 @@ qsStatus DeviceLarch::SelfCalIF() {
         // Without an engine there is no measurement: the constants stay
         // cleared and the band is taken as centred.
         if (ConfigureIFSelfCal(side) != qsNoError) return qsNoError;
-        CalEngine()->GetCalSweep(c + side * CAL_STEPS);
+        m_calEngine->GetCalSweep(c + side * CAL_STEPS);
     }
     const double offset = self_cal_if_offset(c);
     m_corr->SetSelfCalConstants(c);
@@ -309,12 +309,11 @@ qsStatus DeviceLarch::ConfigureSweepMode(unsigned) {
         SetupCommand();
         m_corr->BuildCorrectionArray(m_settings, &si, false);
         if (dsRatio > 1)
-            m_dsfft.reset(new NarrowSweep(&m_sweepInfo, m_settings));
+            m_engine.reset(new NarrowSweep(&m_sweepInfo, m_settings));
         else
-            m_fft.reset(new SweepEngine_Larch(&m_sweepInfo, m_settings, &rps));
+            m_engine.reset(new SweepEngine(&m_sweepInfo, m_settings, &rps));
     } catch (const std::exception&) {
-        m_fft.reset();
-        m_dsfft.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_SWEEP;
@@ -450,9 +449,9 @@ qsStatus DeviceLarch::ConfigureRealTime(unsigned) {
         if (!set.m_logScale)
             for (double& v : list) v = std::pow(10.0, 0.05 * v);
         // The engine exists before the stream starts: data come at once.
-        m_rtie.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list, false));
+        m_engine.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list));
     } catch (const std::exception&) {
-        m_rtie.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_REAL_TIME;
@@ -488,16 +487,16 @@ qsStatus DeviceLarch::ConfigureIQ(unsigned flag) {
         VecDouble list;
         m_corr->BuildIFCorrectionArray(m_settings, &si, list);
         if (flag & QS_STREAM_FLAG_DIRECT)
-            m_stream.reset(new DirectStream(m_settings, &si));
+            m_engine.reset(new DirectStream(m_settings, &si));
         else
-            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+            m_engine.reset(new IQStream(m_settings, &si, list, iqBuffer));
     } catch (const std::invalid_argument&) {
         // The filters refuse a band they cannot make: an I/Q bandwidth that
         // was never configured (0 Hz) is one.
-        m_stream.reset();
+        m_engine.reset();
         return qsInvalidParameterErr;
     } catch (const std::exception&) {
-        m_stream.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // The stream exists before the command: data come at once.
@@ -532,9 +531,9 @@ qsStatus DeviceLarch::ConfigureAudioDemod() {
         m_corr->Configure(m_readings.celcius.load(), set, si);
         SetupRealTimeCommand(set.Center());
         // No row is mirrored and none is sampled directly.
-        m_dme.reset(new AudioEngineFast(set.Center(), set.m_audio, false, false));
+        m_engine.reset(new AudioEngineFast(set.Center(), set.m_audio, false, false));
     } catch (const std::exception&) {
-        m_dme.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // Data start to arrive at once: the engine exists before the command.
@@ -620,7 +619,9 @@ qsStatus DeviceLarch::ConfigureTgMode(unsigned) {
     const int P = PlanTgSweep();
     // Both passes keep the gain; only the attenuation differs.
     const int passGain = m_settings->m_tgPassiveDevice ? 3 : 1;
-    return StartTgSweep(P, passGain, kTgPriAttenIndex, passGain, kTgSecAttenIndex, true);
+    // The tone is read from the centred slice within 9.1 MHz of a patch's
+    // centre, and next to the zero bin in patches at or below 10 MHz.
+    return StartTgSweep(P, passGain, kTgPriAttenIndex, passGain, kTgSecAttenIndex, TgPeakRules{9100000.0, 10000000.0});
 }
 
 int DeviceLarch::SetupTGCommand() {

@@ -19,7 +19,7 @@
 namespace qs {
 
 class CorrectionsLarch;
-class SweepEngine_Larch;
+class SweepEngine;
 
 // The arithmetic after the two passes, on the 576 peak values in dB:
 // subtracts the mean of points 144 to 431 from every point, then finds the
@@ -108,7 +108,9 @@ public:
 
 protected:
     CorrectionsLarch& CorrLarch();
-    SweepEngine_Larch* CalEngine();
+    // The engine of the self-calibration pass in progress (owned by
+    // m_engine); valid from ConfigureIFSelfCal's success to the next Abort.
+    SweepEngine* m_calEngine = nullptr;
 };
 
 }  // namespace qs

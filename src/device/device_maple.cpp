@@ -122,7 +122,7 @@ qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
     try {
         m_corr->Configure(m_readings.celcius.load(), *m_settings, si);
         SetupCommand();
-        m_fft.reset(new BandZeroCalEngine_Maple(&m_sweepInfo, m_settings));
+        m_engine.reset(new LowBandRawSweep(&m_sweepInfo, m_settings));
     } catch (const std::exception&) {
         return qsAllocationLimitErr;
     }
@@ -132,9 +132,9 @@ qsStatus DeviceMaple::ConfigureBandZeroOnlySweep() {
 
 void DeviceMaple::BuildSweepEngine() {
     if (m_sweepInfo.dsRatio > 1)
-        m_dsfft.reset(new NarrowSweep(&m_sweepInfo, m_settings));
+        m_engine.reset(new NarrowSweep(&m_sweepInfo, m_settings));
     else
-        m_fft.reset(new SweepEngine_Maple(&m_sweepInfo, m_settings));
+        m_engine.reset(new SweepEngine(&m_sweepInfo, m_settings));
 }
 
 qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
@@ -314,9 +314,9 @@ qsStatus DeviceMaple::ConfigureRealTime(unsigned) {
         if (!set.m_logScale)
             for (double& v : list) v = std::pow(10.0, 0.05 * v);
         // The engine exists before the stream starts: data come at once.
-        m_rtie.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list, true));
+        m_engine.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list));
     } catch (const std::exception&) {
-        m_rtie.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_REAL_TIME;
@@ -353,10 +353,10 @@ qsStatus DeviceMaple::ConfigureAudioDemod() {
         // engine mixes the band itself. The written rule took the band as
         // direct only below 10 MHz: from 10 to 16 MHz the engine then
         // treated directly sampled data as an IF and the audio was silent.
-        m_dme.reset(new AudioEngineFast(set.Center(), set.m_audio, si.patchInfo[0].flip_spectrum,
-                                        si.patchInfo[0].band == 0));
+        m_engine.reset(new AudioEngineFast(set.Center(), set.m_audio, si.patchInfo[0].flip_spectrum,
+                                           si.patchInfo[0].direct));
     } catch (const std::exception&) {
-        m_dme.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // Data start to arrive at once: the engine exists before the command.
@@ -426,6 +426,7 @@ int DeviceMaple::SetupCommand() {
             patch.if_center = 0.0;
             patch.flip_spectrum = lut.flip;
             patch.if_offset = si.IFOffset;
+            patch.direct = row == 0;
             if (row == 0) {
                 // The low band is sampled directly: its slice is 0 to 20 MHz.
                 patch.if_offset = -(si.fftSize / 8);
@@ -486,16 +487,16 @@ qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
             m_corr->BuildIFCorrectionArray(m_settings, &si, list);
         for (double& v : list) v = std::pow(10.0, 0.05 * v);
         if (flag & (QS_STREAM_FLAG_DIRECT | QS_STREAM_FLAG_BAND_ZERO))
-            m_stream.reset(new DirectStream(m_settings, &si));
+            m_engine.reset(new DirectStream(m_settings, &si));
         else
-            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+            m_engine.reset(new IQStream(m_settings, &si, list, iqBuffer));
     } catch (const std::invalid_argument&) {
         // The filters refuse a band they cannot make: an I/Q bandwidth that
         // was never configured (0 Hz) is one.
-        m_stream.reset();
+        m_engine.reset();
         return qsInvalidParameterErr;
     } catch (const std::exception&) {
-        m_stream.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // The stream exists before the command: data come at once.
@@ -539,6 +540,7 @@ int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
     patch.center_freq = center;
     patch.if_center = 0.0;
     patch.flip_spectrum = lut.flip;
+    patch.direct = row == 0;
     si.patchInfo.Append(patch);
 
     PackSettings(&s, sb.settings);
@@ -555,7 +557,7 @@ qsStatus DeviceMaple::ConfigureTgMode(unsigned) {
     // for that gain too, as the Larch's are. Built for gain 0 or 2, a
     // high-range trace read its lower part some 28 dB high.
     const int gain = m_settings->m_tgPassiveDevice ? 3 : 1;
-    return StartTgSweep(P, gain, kTgPriAttenIndex, gain, kTgSecAttenIndex, false);
+    return StartTgSweep(P, gain, kTgPriAttenIndex, gain, kTgSecAttenIndex, TgPeakRules{});
 }
 
 int DeviceMaple::SetupTGCommand() {
@@ -611,6 +613,7 @@ int DeviceMaple::SetupTGCommand() {
             patch.flip_spectrum = lut.flip;
             // The low band samples directly; its centre stays the RF one.
             patch.if_offset = row == 0 ? -(si.fftSize / 8) : si.IFOffset;
+            patch.direct = row == 0;
             si.patchInfo.Append(patch);
             done += 1;
             freq += stepHz;
