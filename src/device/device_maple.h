@@ -87,7 +87,7 @@ protected:
     // The low band alone, for the start-up sweep.
     qsStatus ConfigureBandZeroOnlySweep();
 
-    // The one place where a planned sweep gets its engine: SweepEngine_Maple
+    // The one place where a planned sweep gets its engine: SweepEngine
     // for dsRatio 1, NarrowSweep above. Throws as the engines do.
     void BuildSweepEngine();
 
