@@ -36,6 +36,7 @@
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 
 namespace qs {
 
@@ -79,7 +80,7 @@ int store_block_in_chunks(const Ipp16s* raw, double* ring, int chunkSize, int ch
 class SweepEngine : public Engine {
 public:
     static constexpr int MAX_THREADS = 4;
-    static constexpr int PACKET_SAMPLES = 18688;
+    static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
     static constexpr int CAL_SWEEP_POINTS = 288;
 

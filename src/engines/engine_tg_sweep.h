@@ -38,6 +38,7 @@
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 
 namespace qs {
 
@@ -70,7 +71,7 @@ struct TgPeakRules {
 class TGSweepEngine : public Engine {
 public:
     static constexpr int MAX_THREADS = 1;
-    static constexpr int PACKET_SAMPLES = 18688;
+    static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
 
     // Caller's thread. Resets *state to tgNoThruStored, allocates and builds
