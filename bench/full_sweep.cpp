@@ -130,7 +130,7 @@ void BM_FullSweep(benchmark::State& state) {
     }
     const double acquisition = double(packets) * kPacketSeconds;
 
-    qs::SweepEngine_Maple engine(&info, &p.settings, workers);
+    qs::SweepEngine engine(&info, &p.settings, nullptr, workers);
     constexpr int kDistinct = 4;
     std::vector<Ipp16s> data = Blocks(kDistinct);
     std::vector<float> mn(size_t(info.traceLen)), mx(size_t(info.traceLen));
@@ -141,7 +141,7 @@ void BM_FullSweep(benchmark::State& state) {
             const double c0 = ThreadCpu();
             int index = 0;
             for (int64_t b = 0; b < blocks; ++b)
-                index = engine.Store(data.data() + size_t(b % kDistinct) * qs::QS_BLOCK_SAMPLES, info.ppf, index);
+                index = engine.Store(qs::Block{data.data() + size_t(b % kDistinct) * qs::QS_BLOCK_SAMPLES, info.ppf, index});
             storeCpu += ThreadCpu() - c0;
         });
         engine.GetSweep(mn.data(), mx.data(), p.corr);

@@ -154,7 +154,7 @@ void BM_RealTime(benchmark::State& state) {
     int64_t lostFft = 0;
     int fftSize = 0, traceLen = 0;
     for (auto _ : state) {
-        qs::RealTimeImageEngine e(&p.settings, &p.info, p.corr, true);
+        qs::RealTimeImageEngine e(&p.settings, &p.info, p.corr);
         fftSize = p.info.fftSize;
         traceLen = e.TraceLen();
         std::vector<float> mn(size_t(e.TraceLen())), mx(size_t(e.TraceLen()));
@@ -174,12 +174,12 @@ void BM_RealTime(benchmark::State& state) {
             stop, stored,
             [&e](short* b) {
                 const int64_t lost = e.LostBlocks();
-                e.Store(b);
+                e.Store(qs::Block{b});
                 return e.LostBlocks() == lost;
             },
             [&] { return double(stored.load()) - double(framesRead.load()) * frameBlocks >= kAhead; });
         auto fetch = [&] {
-            e.GetSweepFrame(mn.data(), mx.data(), color.data(), alpha.data());
+            e.GetFrame(mn.data(), mx.data(), color.data(), alpha.data());
             framesRead.fetch_add(1);
         };
         for (int f = 0; f < kWarm; ++f) fetch();
@@ -249,7 +249,12 @@ void BM_IQ(benchmark::State& state) {
         const auto t0 = std::chrono::steady_clock::now();
         std::thread feeder = Feeder(
             stop, stored,
-            [&e](short* b) { return e.Store(b, kNoTriggers, 0, 0, kRate) == 0; },
+            [&e](short* b) {
+                qs::Block block{b};
+                block.triggers = kNoTriggers;
+                block.samplesPerSecond = kRate;
+                return e.Store(block) == 0;
+            },
             [&] { return stored.load() - readRaw.load() / kBlock >= maxAhead; });
         auto t1 = t0;
         for (int r = 0; r < warm + reads; ++r) {
@@ -323,7 +328,7 @@ void BM_Audio(benchmark::State& state) {
             stop, stored,
             [&e](short* b) {
                 const long before = e.DroppedSteps();
-                e.Store(b);
+                e.Store(qs::Block{b});
                 return e.DroppedSteps() == before;
             },
             [] { return false; });

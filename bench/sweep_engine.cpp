@@ -50,11 +50,11 @@ std::vector<Ipp16s> samples(size_t n) {
 // Wall time per block; CPU time is Store's own work.
 void BM_StoreBlock(benchmark::State& state) {
     Rig r(8192, 4, 32);
-    qs::SweepEngine_Maple e(&r.info, &r.settings, int(state.range(0)));
+    qs::SweepEngine e(&r.info, &r.settings, nullptr, int(state.range(0)));
     std::vector<Ipp16s> block = samples(BLOCK);
     int index = 0;
     for (auto _ : state) {
-        index = e.Store(block.data(), 4, index);
+        index = e.Store(qs::Block{block.data(), 4, index});
         benchmark::ClobberMemory();
     }
     state.SetItemsProcessed(state.iterations() * BLOCK);
@@ -88,14 +88,14 @@ BENCHMARK(BM_ProcessChunk)
 void BM_Sweep(benchmark::State& state) {
     const int workers = int(state.range(0));
     Rig r(8192, 4, 32);
-    qs::SweepEngine_Maple e(&r.info, &r.settings, workers);
+    qs::SweepEngine e(&r.info, &r.settings, nullptr, workers);
     std::vector<Ipp16s> s = samples(size_t(r.info.stepCount) * size_t(r.info.chunkSize));
     std::vector<double> corr(size_t(r.info.stepCount * r.info.fftSize / 4), 0.0);
     std::vector<float> mn(size_t(r.info.traceLen)), mx(size_t(r.info.traceLen));
     for (auto _ : state) {
         std::thread feeder([&] {
             int index = 0;
-            for (size_t at = 0; at < s.size(); at += BLOCK) index = e.Store(s.data() + at, r.info.ppf, index);
+            for (size_t at = 0; at < s.size(); at += BLOCK) index = e.Store(qs::Block{s.data() + at, r.info.ppf, index});
         });
         e.GetSweep(mn.data(), mx.data(), corr);
         feeder.join();

@@ -141,15 +141,9 @@ qsStatus Device::Abort() {
 }
 
 void Device::DeleteAndNullifyFFTEngines() {
-    // The engines of the other modes join here as they are built.
     m_fftReady = false;
-    m_fft.reset();
-    m_dsfft.reset();
-    m_tg.reset();
-    m_rtie.reset();
+    m_engine.reset();
     m_rtLostSeen = 0;
-    m_stream.reset();
-    m_dme.reset();
 }
 
 bool Device::IsStreaming() const {
@@ -259,59 +253,37 @@ qsStatus Device::GetIQCorrection(float& correction) const {
 
 template <typename T>
 qsStatus Device::GetSweep(T* min, T* max) {
-    if (m_mode.load() == QS_MODE_TG_SWEEP && m_tg) return GetTgSweep(min, max);
-    if (m_mode.load() != QS_MODE_SWEEP || (!m_fft && !m_dsfft)) return qsDeviceNotConfiguredErr;
-    AddCommand();
-    const VecDouble& corr = m_corr->GetCorrections();
-    qsStatus engine;
-    if (m_sweepInfo.dsRatio < 2)
-        engine = m_fft->GetSweep(min, max, corr);
-    else if (m_settings->ImageReject())
-        engine = m_dsfft->GetNoiseRejectSweep(min, max, corr);
-    else
-        engine = m_dsfft->GetStandardSweep(min, max, corr);
+    const int mode = m_mode.load();
+    if ((mode != QS_MODE_SWEEP && mode != QS_MODE_TG_SWEEP) || !m_engine) return qsDeviceNotConfiguredErr;
+    // A generator sweep sends its passes itself, through SendPass.
+    if (mode == QS_MODE_SWEEP) AddCommand();
+    const qsStatus engine = m_engine->GetSweep(min, max, m_corr->GetCorrections());
+    // A generator gone missing ends the fetch with that status alone.
+    if (engine == qsTrackingGeneratorNotFound) return engine;
+    // The generator's tone may overdrive the converter by design.
+    if (mode == QS_MODE_TG_SWEEP) m_overflow = false;
     const qsStatus status = FinalStatus(engine);
     return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
 }
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
 
-template <typename T>
-qsStatus Device::GetTgSweep(T* min, T* max) {
-    const VecDouble& corr = m_corr->GetCorrections();
-    // A generator that was attached and went missing ends the fetch with a
-    // status rather than a trace of the analyser's noise; one never
-    // attached leaves the analyser measuring whatever its input sees.
-    TGInterface& generator = m_generator;
-    const bool attached = generator.IsConnected();
-    auto lost = [&] { return generator.Lost() || (attached && !generator.StillThere()); };
-    if (generator.Lost()) return qsTrackingGeneratorNotFound;
-    // The pass's flag reaches the worker before the pass's command goes out.
-    m_tg->InitiateSweep(0);
-    bool there = !lost();
-    if (there) {
+bool Device::GeneratorLost() const {
+    m_tgAttached = m_generator.IsConnected();
+    return m_generator.Lost();
+}
+
+bool Device::GeneratorThere() {
+    return !(m_generator.Lost() || (m_tgAttached && !m_generator.StillThere()));
+}
+
+bool Device::SendPass(int pass) {
+    if (!GeneratorThere()) return false;
+    if (pass == 0)
         AddCommand();
-        m_tg->GetPrimaryData(corr);
-        there = !lost();
-    }
-    if (there && m_settings->m_tgHighDynamicRange) {
-        m_tg->InitiateSweep(1);
-        there = !lost();
-        if (there) {
-            AddSecondCommand();
-            m_tg->GetSecondaryData(corr);
-            there = !lost();
-        }
-    }
-    if (!there) {
-        m_tg->ForgetThrough();
-        return qsTrackingGeneratorNotFound;
-    }
-    // The generator's tone may overdrive the converter by design.
-    m_overflow = false;
-    m_tg->GetSweep(min, max, corr);
-    const qsStatus status = FinalStatus(qsNoError);
-    return m_mode.load() == QS_MODE_IDLE ? qsDeviceNotConfiguredErr : status;
+    else
+        AddSecondCommand();
+    return true;
 }
 
 qsStatus Device::StoreTgThru(int flag) {
@@ -327,11 +299,11 @@ qsStatus Device::StoreTgThru(int flag) {
 
 qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* colorFrame,
                                   float* alphaFrame) {
-    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
-    const qsStatus status = FinalStatus(m_rtie->GetSweepFrame(minSweep, maxSweep, colorFrame, alphaFrame));
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_engine) return qsDeviceNotConfiguredErr;
+    const qsStatus status = FinalStatus(m_engine->GetFrame(minSweep, maxSweep, colorFrame, alphaFrame));
     // Blocks or transforms the engine had no room for are lost data, as a
     // device overrun is: the frame says so (qsUncalSweep).
-    const int64_t lost = m_rtie->LostBlocks() + m_rtie->LostTransforms();
+    const int64_t lost = m_engine->Lost();
     const bool gap = lost != m_rtLostSeen;
     m_rtLostSeen = lost;
     return status == qsNoError && gap ? qsUncalSweep : status;
@@ -340,46 +312,40 @@ qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* color
 qsStatus Device::GetIQ(float* buffer, int* triggers) {
     if (!m_fftReady.load()) return qsDeviceNotConfiguredErr;
     qsStatus status = qsNoError;
-    if (m_mode.load() == QS_MODE_STREAMING && m_stream) status = m_stream->Get_32f(buffer, triggers);
+    if (m_mode.load() == QS_MODE_STREAMING && m_engine) status = m_engine->GetIQ(buffer, triggers);
     return FinalStatus(status);
 }
 
 qsStatus Device::GetIQ(qsIQPacket* pkt) {
-    if (!m_fftReady.load() || !m_stream) return qsDeviceNotConfiguredErr;
-    qsStatus status = qsNoError;
-    if (m_mode.load() == QS_MODE_STREAMING) {
-        // A direct stream has raw samples only (qsFetchRaw); there is no
-        // I/Q to give.
-        IQStream* iq = dynamic_cast<IQStream*>(m_stream.get());
-        if (!iq) return qsNotSupportedErr;
-        status = iq->GetIQ(pkt);
-        // Blocks the device itself could not deliver are samples lost too.
-        if (m_gpifError.load()) pkt->sampleLoss = 1;
-    }
+    if (!m_fftReady.load() || m_mode.load() != QS_MODE_STREAMING || !m_engine) return qsDeviceNotConfiguredErr;
+    // A direct stream has raw samples only (qsFetchRaw): qsNotSupportedErr.
+    const qsStatus status = m_engine->GetIQ(pkt);
+    if (status == qsNotSupportedErr) return status;
+    // Blocks the device itself could not deliver are samples lost too.
+    if (m_gpifError.load()) pkt->sampleLoss = 1;
     return FinalStatus(status);
 }
 
 qsStatus Device::GetAudio(float* buffer) {
-    if (!m_dme) return qsDeviceNotConfiguredErr;
+    if (!m_engine) return qsDeviceNotConfiguredErr;
     // A gap in the audio (blocks the device, the engine or a slow reader
     // lost) is reported with the block after it: qsDataBreak.
-    bool gap = m_dme->Get(buffer);
+    const qsStatus engine = m_engine->GetAudio(buffer);
+    if (engine == qsDeviceNotConfiguredErr) return engine;
     const qsStatus usb = m_usb->TransferStatus();
     if (usb != qsNoError) return usb;
-    if (m_gpifError.exchange(false)) gap = true;
+    const bool gap = m_gpifError.exchange(false) || engine == qsDataBreak;
     return gap ? qsDataBreak : qsNoError;
 }
 
 qsStatus Device::GetRealTimePoi(double& poi) const {
-    if (m_mode.load() != QS_MODE_REAL_TIME || !m_rtie) return qsDeviceNotConfiguredErr;
-    poi = m_rtie->GetPoi();
-    return qsNoError;
+    if (m_mode.load() != QS_MODE_REAL_TIME || !m_engine) return qsDeviceNotConfiguredErr;
+    return m_engine->GetPoi(poi);
 }
 
 qsStatus Device::UpdateAudioSettings(const AudioConfig& audio) {
-    if (!m_dme) return qsDeviceNotStreamingErr;
-    m_dme->UpdateSettings(audio);
-    return qsNoError;
+    if (!m_engine) return qsDeviceNotStreamingErr;
+    return m_engine->UpdateAudio(audio);
 }
 
 qsStatus Device::FinalStatus(qsStatus engineStatus) {
@@ -408,30 +374,19 @@ int Device::StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) {
     ParseHeader(ch1, ch2);
     ParseTrailer(ch1, ch2);
     m_triggerBufCnt = 0;
-    switch (m_mode.load()) {
-        case QS_MODE_SWEEP:
-            if (m_sweepInfo.dsRatio < 2) return m_fft ? m_fft->Store(m_rawUnpacked, ppf, index) : 0;
-            return m_dsfft ? m_dsfft->Store(m_rawUnpacked, ppf, index) : 0;
-        case QS_MODE_TG_SWEEP:
-            return m_tg ? m_tg->Store(m_rawUnpacked, ppf, index) : 0;
-        case QS_MODE_REAL_TIME:
-            if (m_rtie) m_rtie->Store(m_rawUnpacked);
-            return 0;
-        case QS_MODE_STREAMING:
-            CheckForExternalTrigger(ch1, ch2);
-            UpdateTimestamp();
-            if (m_stream)
-                m_stream->Store(m_rawUnpacked, m_triggerBuf, m_secondsFromCPU,
-                                static_cast<uint32_t>(m_partialSecond * 1e9), m_avgSamplesBetweenPPS);
-            return 0;
-        case QS_MODE_AUDIO:
-            if (m_dme) m_dme->Store(m_rawUnpacked);
-            return 0;
-        default:
-            // The engines of the other modes take the block here as they
-            // are built.
-            return 0;
+    Block block;
+    block.samples = m_rawUnpacked;
+    block.ppf = ppf;
+    block.index = index;
+    if (m_mode.load() == QS_MODE_STREAMING) {
+        CheckForExternalTrigger(ch1, ch2);
+        UpdateTimestamp();
+        block.triggers = m_triggerBuf;
+        block.seconds = m_secondsFromCPU;
+        block.nanoseconds = static_cast<uint32_t>(m_partialSecond * 1e9);
+        block.samplesPerSecond = m_avgSamplesBetweenPPS;
     }
+    return m_engine ? m_engine->Store(block) : 0;
 }
 
 int Device::ParseHeader(const uint8_t* ch1, const uint8_t* ch2) {

@@ -15,10 +15,11 @@
 #include <vector>
 
 #include "calibration/corrections.h"
+#include "engines/engine.h"
+#include "engines/engine_audio_fast.h"
+#include "engines/engine_iq.h"
 #include "engines/engine_narrow.h"
 #include "engines/engine_realtime_image.h"
-#include "engines/engine_iq.h"
-#include "engines/engine_audio_fast.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
 #include "planning/command.h"
@@ -48,7 +49,7 @@ struct Diagnostics {
     void Clear();
 };
 
-class Device : public BlockSink {
+class Device : public BlockSink, public PassControl {
 public:
     static constexpr int TRIGGER_BUF_SZ = 17;
     // The firmware that first knows the tracking-generator sweep.
@@ -208,10 +209,14 @@ protected:
     void SetupStreamCommand(double center, bool lowBand);
     // The gain and attenuation of a row as the calibration solved them.
     RowGain GainOf(int row);
-    // The fetch of a tracking-generator sweep: the primary pass and, for a
-    // high dynamic range, the secondary one.
-    template <typename T>
-    qsStatus GetTgSweep(T* min, T* max);
+    // The generator sweep's passes, for its engine's fetch (application's
+    // thread): m_cmd for pass 0, m_secCmd for pass 1; GeneratorLost notes
+    // whether a generator is attached, which the later polls of the fetch
+    // go by (one never attached leaves the analyser measuring whatever its
+    // input sees).
+    bool SendPass(int pass) override;
+    bool GeneratorThere() override;
+    bool GeneratorLost() const override;
     // Reads the calibration image through the flash service with the
     // model's loader, and takes the identity its header gives. The loader's
     // status.
@@ -262,28 +267,19 @@ protected:
     // The calibration, made by the model's constructor; released after the
     // destructor's body has closed the transport.
     std::unique_ptr<Corrections> m_corr;
-    // The engine of a wide sweep; built by the model's sweep set-up,
-    // destroyed by DeleteAndNullifyFFTEngines.
-    std::unique_ptr<SweepEngine> m_fft;
-    // The engine of a narrow sweep (dsRatio 16 or 256), built instead of
-    // m_fft.
-    std::unique_ptr<NarrowSweep> m_dsfft;
-    // The engine of a tracking-generator sweep, and its through-calibration
-    // state: written by the application's thread, read by its worker.
-    std::unique_ptr<TGSweepEngine> m_tg;
-    std::atomic<TGCalState> tgCalState{tgNoThruStored};
-    // The engine of real-time mode; built by the model's real-time set-up
-    // before the stream starts, destroyed after it stopped.
-    std::unique_ptr<RealTimeImageEngine> m_rtie;
-    // The stream of the streaming mode; built by ConfigureIQ, destroyed by
-    // DeleteAndNullifyFFTEngines once Store can no longer be reached.
-    std::unique_ptr<Stream> m_stream;
     // Storage of the I/Q stream's circular buffer, lent to each IQStream,
     // so that it outlives them.
     IQStorage iqBuffer;
-    // The engine of audio mode; built by the model's audio set-up,
-    // destroyed by DeleteAndNullifyFFTEngines.
-    std::unique_ptr<AudioEngineFast> m_dme;
+    // The engine of the running mode, built by the mode's set-up (before
+    // its stream starts, where data come at once) and destroyed by
+    // DeleteAndNullifyFFTEngines once Store can no longer be reached.
+    std::unique_ptr<Engine> m_engine;
+    // The through-calibration state of a generator sweep: written by the
+    // application's thread, read by its engine's worker.
+    std::atomic<TGCalState> tgCalState{tgNoThruStored};
+    // Whether a generator was attached when the running generator sweep's
+    // fetch began.
+    mutable bool m_tgAttached = false;
 };
 
 // The device of the model the transport found, owning it; null (the

@@ -52,6 +52,9 @@ const ModelRecord kLarch = {
     // 10 dB, doubled, in the low six bits of byte 3.
     /*tgSecondaryMask=*/0x3F,
     /*tgSecondaryBits=*/20,
+    // The tone is read from the centred slice within 9.1 MHz of a patch's
+    // centre, and next to the zero bin in patches at or below 10 MHz.
+    /*tgPeaks=*/TgPeakRules{9100000.0, 10000000.0},
 };
 
 }  // namespace
@@ -87,8 +90,6 @@ DeviceLarch::DeviceLarch(CypressInterface* usb) : Device(usb, kLarch) {
 DeviceLarch::~DeviceLarch() { Abort(); }
 
 Settings* DeviceLarch::NewSettings() const { return new SettingsLarch(); }
-
-SweepEngine_Larch* DeviceLarch::CalEngine() { return static_cast<SweepEngine_Larch*>(m_fft.get()); }
 
 qsStatus DeviceLarch::OpenDevice() {
     InitDevice();
@@ -156,7 +157,9 @@ qsStatus DeviceLarch::ConfigureIFSelfCal(int side) {
     set.SetWindowFC(windowfc);
 
     try {
-        m_fft.reset(new SweepEngine_Larch(&m_sweepInfo, m_settings, &rps));
+        std::unique_ptr<SweepEngine> engine(new SweepEngine(&m_sweepInfo, m_settings, &rps));
+        m_calEngine = engine.get();
+        m_engine = std::move(engine);
     } catch (const std::exception&) {
         Abort();
         return qsAllocationLimitErr;
@@ -176,7 +179,7 @@ qsStatus DeviceLarch::SelfCalIF() {
         // Without an engine there is no measurement: the constants stay
         // cleared and the band is taken as centred.
         if (ConfigureIFSelfCal(side) != qsNoError) return qsNoError;
-        CalEngine()->GetCalSweep(c + side * CAL_STEPS);
+        m_calEngine->GetCalSweep(c + side * CAL_STEPS);
     }
     const double offset = self_cal_if_offset(c);
     m_corr->SetSelfCalConstants(c);

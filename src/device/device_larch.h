@@ -19,7 +19,6 @@
 namespace qs {
 
 class CorrectionsLarch;
-class SweepEngine_Larch;
 
 // The arithmetic after the two passes, on the 576 peak values in dB:
 // subtracts the mean of points 144 to 431 from every point, then finds the
@@ -60,7 +59,9 @@ public:
     qsStatus ConfigureIFSelfCal(int side);
 
 private:
-    SweepEngine_Larch* CalEngine();
+    // The engine of the capture pass in progress, which the device owns as
+    // its engine; kept typed for its peak pass.
+    SweepEngine* m_calEngine = nullptr;
 
     LarchTuner m_tuner;
 };

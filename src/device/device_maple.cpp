@@ -35,6 +35,9 @@ const ModelRecord kMaple = {
     /*tgPrimaryAttenCode=*/20,
     /*tgSecondaryMask=*/0x1F,
     /*tgSecondaryBits=*/1,
+    // The slice moves half way to the tone's side; the directly sampled
+    // low band has rules of its own (Patch::direct).
+    /*tgPeaks=*/TgPeakRules{},
 };
 
 }  // namespace

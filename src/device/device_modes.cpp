@@ -49,18 +49,15 @@ qsStatus Device::ConfigureSweepMode(unsigned flag) {
         SetupSweepCommand();
         if (si.dsRatio > 1) {
             const Patch& first = si.patchInfo[0];
-            PlanNarrowCentres(m_model, first, GetTuner().Row(first.band).direct, narrow, si);
+            PlanNarrowCentres(m_model, first, narrow, si);
         }
         m_corr->BuildCorrectionArray(m_settings, &si, false);
         if (si.dsRatio > 1)
-            m_dsfft.reset(new NarrowSweep(&m_sweepInfo, m_settings));
-        else if (GetDeviceType() == QS_DEVICE_TYPE_MAPLE)
-            m_fft.reset(new SweepEngine_Maple(&m_sweepInfo, m_settings));
+            m_engine.reset(new NarrowSweep(&m_sweepInfo, m_settings));
         else
-            m_fft.reset(new SweepEngine_Larch(&m_sweepInfo, m_settings, &rps));
+            m_engine.reset(new SweepEngine(&m_sweepInfo, m_settings, &rps));
     } catch (const std::exception&) {
-        m_fft.reset();
-        m_dsfft.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_SWEEP;
@@ -75,7 +72,7 @@ qsStatus Device::ConfigureLowBandRawSweep() {
     try {
         m_corr->Configure(m_readings.celcius.load(), *m_settings, m_sweepInfo);
         SetupSweepCommand();
-        m_fft.reset(new BandZeroCalEngine_Maple(&m_sweepInfo, m_settings));
+        m_engine.reset(new LowBandRawSweep(&m_sweepInfo, m_settings));
     } catch (const std::exception&) {
         return qsAllocationLimitErr;
     }
@@ -99,10 +96,9 @@ qsStatus Device::ConfigureRealTime() {
         if (!set.m_logScale)
             for (double& v : list) v = std::pow(10.0, 0.05 * v);
         // The engine exists before the stream starts: data come at once.
-        m_rtie.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list,
-                                             GetDeviceType() == QS_DEVICE_TYPE_MAPLE));
+        m_engine.reset(new RealTimeImageEngine(m_settings, &m_sweepInfo, list));
     } catch (const std::exception&) {
-        m_rtie.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     m_mode = QS_MODE_REAL_TIME;
@@ -132,16 +128,16 @@ qsStatus Device::ConfigureIQ(unsigned flag) {
             m_corr->BuildIFCorrectionArray(m_settings, &si, list);
         for (double& v : list) v = std::pow(10.0, 0.05 * v);
         if (raw)
-            m_stream.reset(new DirectStream(m_settings, &si));
+            m_engine.reset(new DirectStream(m_settings, &si));
         else
-            m_stream.reset(new IQStream(m_settings, &si, list, iqBuffer));
+            m_engine.reset(new IQStream(m_settings, &si, list, iqBuffer));
     } catch (const std::invalid_argument&) {
         // The filters refuse a band they cannot make: an I/Q bandwidth that
         // was never configured (0 Hz) is one.
-        m_stream.reset();
+        m_engine.reset();
         return qsInvalidParameterErr;
     } catch (const std::exception&) {
-        m_stream.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // The stream exists before the command: data come at once.
@@ -164,9 +160,9 @@ qsStatus Device::ConfigureAudioDemod() {
         // written, left 10 to 16 MHz silent: directly sampled data were
         // treated as an IF.)
         const Patch& patch = si.patchInfo[0];
-        m_dme.reset(new AudioEngineFast(lo, set.m_audio, patch.flip_spectrum, GetTuner().Row(patch.band).direct));
+        m_engine.reset(new AudioEngineFast(lo, set.m_audio, patch.flip_spectrum, patch.direct));
     } catch (const std::exception&) {
-        m_dme.reset();
+        m_engine.reset();
         return qsAllocationLimitErr;
     }
     // Data start to arrive at once: the engine exists before the command.
@@ -194,16 +190,17 @@ qsStatus Device::ConfigureTgMode() {
         m_corr->FillRoughGains(m_cmd.roughCorrArray, m_sweepInfo.patchInfo);
         m_secCmd = SecondaryTgCommand(m_cmd, m_model);
         m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, gain, m_model.tgPrimaryAttenIndex);
-        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &m_generator, &tgCalState,
-                                     GetDeviceType() == QS_DEVICE_TYPE_LARCH));
-        m_tg->LoadPriCorrData(m_corr->GetCorrections());
+        std::unique_ptr<TGSweepEngine> tg(
+            new TGSweepEngine(&m_sweepInfo, m_settings, &m_generator, &tgCalState, this, m_model.tgPeaks));
+        tg->LoadPriCorrData(m_corr->GetCorrections());
         m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, gain,
                                          m_model.tgSecondaryAttenIndex);
-        m_tg->LoadSecCorrData(m_corr->GetCorrections());
+        tg->LoadSecCorrData(m_corr->GetCorrections());
         set.m_gain = savedGain;
-        m_tg->Start();
+        tg->Start();
+        m_engine = std::move(tg);
     } catch (const std::exception&) {
-        m_tg.reset();
+        m_engine.reset();
         set.m_gain = savedGain;
         return qsAllocationLimitErr;
     }

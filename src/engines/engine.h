@@ -17,6 +17,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include <vector>
 #include "qs_api.h"
@@ -24,6 +25,7 @@
 namespace qs {
 
 struct AudioConfig;
+using VecDouble = std::vector<double>;
 
 // One block of the device's output as the device core hands it on.
 struct Block {
@@ -45,11 +47,14 @@ struct Block {
 // What a generator sweep's fetch needs from the device between its passes.
 class PassControl {
 public:
-    // Queues the command of pass 0 (primary) or 1 (secondary). False when the
-    // generator went missing, before or after.
+    // Queues the command of pass 0 (primary) or 1 (secondary) unless the
+    // generator went missing (then false, and nothing is sent).
     virtual bool SendPass(int pass) = 0;
-    // Whether the generator still answers.
+    // Whether the generator still answers (an attached one is polled).
     virtual bool GeneratorThere() = 0;
+    // Whether the generator is already known to be gone; polls nothing, so
+    // a fetch can refuse before it touches the generator.
+    virtual bool GeneratorLost() const = 0;
 
 protected:
     ~PassControl() = default;

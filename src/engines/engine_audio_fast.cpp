@@ -150,23 +150,24 @@ void AudioEngineFast::SetupFilters(const AudioConfig& s, double centre) {
 
 // ------------------------------------------------------------ Interface thread
 
-void AudioEngineFast::Store(short* raw) {
-    if (!programRunning.load()) return;
+int AudioEngineFast::Store(const Block& block) {
+    if (!programRunning.load()) return 0;
     // The step to be written must not reach unread input, nor the filter
     // step in hand, which has already left inputAvailable. A filter thread
     // that far behind costs this block: counted, never waited for, and
     // never a block overwritten under the filter's feet.
     if (inputAvailable.load() > INPUT_BUFFER_SZ - FILTER_IN_SZ - INPUT_STEP_SZ) {
         droppedSteps.fetch_add(1, std::memory_order_relaxed);
-        return;
+        return 0;
     }
     float* dst = inputBuffer.ptr + size_t(inLoc) * INPUT_STEP_SZ;
-    ippsConvert_16s32f_Sfs(raw, dst, INPUT_STEP_SZ, 15);
+    ippsConvert_16s32f_Sfs(block.samples, dst, INPUT_STEP_SZ, 15);
     // The real mix lifts the wanted signal to around a quarter of the rate.
     if (directRF) ippsMul_32f_I(directMixBuf.ptr + size_t(directMixSlot.load()) * INPUT_STEP_SZ, dst, INPUT_STEP_SZ);
     inputAvailable += INPUT_STEP_SZ;
     inputReady.notify();
     if (++inLoc == INPUT_STEPS) inLoc = 0;
+    return 0;
 }
 
 // ------------------------------------------------------------ Application's thread

@@ -34,12 +34,13 @@
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
 #include "dsp/qs_lib.h"
+#include "engines/engine.h"
 #include "ipps.h"
 #include "settings/settings.h"
 
 namespace qs {
 
-class AudioEngineFast {
+class AudioEngineFast : public Engine {
 public:
     static constexpr int INPUT_STEP_SZ = 299008;          // real samples per Store
     static constexpr int INPUT_STEPS = 96;                // steps in the input ring
@@ -65,23 +66,29 @@ public:
     AudioEngineFast(double initLOFreq, AudioConfig audioSettings, bool flipSpectrum, bool isDirect);
     // Caller's thread, after Store can no longer be reached. Frees any
     // waiter, joins the filter thread, then frees.
-    ~AudioEngineFast();
+    ~AudioEngineFast() override;
     AudioEngineFast(const AudioEngineFast&) = delete;
     AudioEngineFast& operator=(const AudioEngineFast&) = delete;
 
     // Interface thread: one block of INPUT_STEP_SZ samples; dropped when
-    // the input ring has no room for it.
-    void Store(short* raw);
+    // the input ring has no room for it. Returns 0.
+    int Store(const Block& block) override;
     // Application's thread: one audio block of RETURN_SZ floats into f.
     // Blocks until one is there (no time-out).
     // Returns true when audio was lost before this block: input the filter
     // thread could not take (DroppedSteps grew), or blocks the reader let
     // the ring overwrite, which are skipped rather than read torn.
     bool Get(float* f);
+    // Get as a fetch: qsDataBreak when audio was lost before the block.
+    qsStatus GetAudio(float* f) override { return Get(f) ? qsDataBreak : qsNoError; }
     // Application's thread: asks for new settings, applied by the filter
     // thread between two filter blocks. May wait while the filter thread
     // applies the previous ones.
     void UpdateSettings(const AudioConfig& new_config);
+    qsStatus UpdateAudio(const AudioConfig& audio) override {
+        UpdateSettings(audio);
+        return qsNoError;
+    }
     // Clamps to the legal ranges, without a report.
     static void CheckSettings(AudioConfig& audioSettings);
     // IF filter length for a bandwidth in Hz.

@@ -90,8 +90,10 @@ DirectStream::~DirectStream() {
     output_ready.notify();
 }
 
-int DirectStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds,
-                        uint32_t nanosecs, double) {
+int DirectStream::Store(const Block& block) {
+    const Ipp16s* raw = block.samples;
+    const int* triggers = block.triggers;
+    const uint32_t seconds = block.seconds, nanosecs = block.nanoseconds;
     // A reader that fell a whole ring behind (less the step it may be
     // reading) would have this block written under it, and a trigger row
     // it may be copying: the block is dropped whole instead, and its
@@ -108,7 +110,7 @@ int DirectStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds
     return 0;
 }
 
-qsStatus DirectStream::Get_32f(float* buffer, int* triggers) {
+qsStatus DirectStream::GetIQ(float* buffer, int* triggers) {
     // Strictly more than one step: the count decides, the semaphore wakes.
     while (data_available.load() < OUTPUT_STEP_SZ + 1) output_ready.wait();
     ippsConvert_16s32f_Sfs(store.ptr + static_cast<size_t>(output_loc) * OUTPUT_STEP_SZ, buffer,
@@ -135,8 +137,10 @@ IFStream::~IFStream() {
     output_ready.notify();
 }
 
-int IFStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-                    double) {
+int IFStream::Store(const Block& block) {
+    const Ipp16s* raw = block.samples;
+    const int* triggers = block.triggers;
+    const uint32_t seconds = block.seconds, nanosecs = block.nanoseconds;
     ippsCopy_16s(raw, store.ptr + static_cast<size_t>(input_loc) * STEP_SIZE, STEP_SIZE);
     std::memcpy(trigger_list[input_loc], triggers, sizeof trigger_list[input_loc]);
     times[input_loc] = qsTime_t{seconds, nanosecs};
@@ -146,7 +150,7 @@ int IFStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, ui
     return 0;
 }
 
-qsStatus IFStream::Get_32f(float* buffer, int* triggers) {
+qsStatus IFStream::GetIQ(float* buffer, int* triggers) {
     while (data_available.load() < STEP_SIZE) output_ready.wait();
     ippsConvert_16s32f_Sfs(store.ptr + static_cast<size_t>(output_loc) * STEP_SIZE, buffer,
                            STEP_SIZE, 15);
@@ -230,9 +234,11 @@ int IQStream::FilterDelay() const {
 
 int IQStream::TriggerDelay() const { return FilterDelay(); }
 
-int IQStream::Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-                    double currSR) {
-    measuredSR = currSR;
+int IQStream::Store(const Block& block) {
+    const Ipp16s* raw = block.samples;
+    const int* triggers = block.triggers;
+    const uint32_t seconds = block.seconds, nanosecs = block.nanoseconds;
+    measuredSR = block.samplesPerSecond;
     // A filter thread a whole ring behind may still be reading where this
     // block would go: the block is dropped whole rather than written under
     // it. Its triggers go with it, so the positions of later ones still
@@ -339,7 +345,7 @@ qsStatus IQStream::GetIQ(qsIQPacket* pkt) {
     return qsNoError;
 }
 
-qsStatus IQStream::Get_32f(float* buffer, int* triggers) {
+qsStatus IQStream::GetIQ(float* buffer, int* triggers) {
     qsIQPacket pkt{};
     pkt.iqData = buffer;
     pkt.iqCount = 524288 >> settings->iqFinalDecimation;

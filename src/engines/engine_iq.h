@@ -9,7 +9,7 @@
 //
 // Threads: Store runs on the interface thread (Device::StoreData) and only
 // converts or copies a block into the ring and does index arithmetic: no
-// allocation, no wait. Get_32f and GetIQ run on the application's thread and
+// allocation, no wait. The GetIQ fetches run on the application's thread and
 // block until enough data came. IQStream's filtering runs on its own thread.
 // The rings hand over through atomic counters; the semaphores only wake
 // the other side. A block that finds its ring full (the reader a whole ring
@@ -29,6 +29,7 @@
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
 #include "dsp/qs_lib.h"
+#include "engines/engine.h"
 #include "engines/iq_circular_buffer.h"
 #include "ipps.h"
 #include "qs_api.h"
@@ -43,19 +44,21 @@ struct qsTime_t {
     uint32_t nanosecs;
 };
 
-class Stream {
+class Stream : public Engine {
 public:
-    virtual ~Stream() = default;
+    ~Stream() override = default;
     // Interface thread: one block of 299008 raw samples, its trigger list
     // (up to 17 raw positions in the block, ending at a 0 entry), the time
-    // of its first sample and the measured converter rate. Returns 0.
-    virtual int Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-                      double currSR) = 0;
+    // of its first sample and the measured converter rate (block's
+    // triggers, seconds, nanoseconds, samplesPerSecond). Returns 0.
+    int Store(const Block& block) override = 0;
     // Application's thread: one output step into buffer, and its trigger
     // positions into triggers when that is not null (62 entries for a
     // DirectStream, 17 for an IFStream, 64 for an IQStream). Blocks until
     // the step is there.
-    virtual qsStatus Get_32f(float* buffer, int* triggers) = 0;
+    qsStatus GetIQ(float* buffer, int* triggers) override = 0;
+    // I/Q as a packet: qsNotSupportedErr on a stream of raw samples only.
+    qsStatus GetIQ(qsIQPacket*) override { return qsNotSupportedErr; }
     // The time of the last delivered or finished output step; a null
     // pointer is skipped.
     virtual void GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) = 0;
@@ -102,9 +105,8 @@ public:
     // Frees a fetch that waits, then releases the ring.
     ~DirectStream() override;
 
-    int Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-              double currSR) override;
-    qsStatus Get_32f(float* buffer, int* triggers) override;
+    int Store(const Block& block) override;
+    qsStatus GetIQ(float* buffer, int* triggers) override;
     void GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) override;
 
 private:
@@ -126,9 +128,8 @@ public:
     IFStream(const Settings* settings, const SweepInfo* info);
     ~IFStream() override;
 
-    int Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-              double currSR) override;
-    qsStatus Get_32f(float* buffer, int* triggers) override;
+    int Store(const Block& block) override;
+    qsStatus GetIQ(float* buffer, int* triggers) override;
     void GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) override;
 
 private:
@@ -162,17 +163,16 @@ public:
     // Frees a waiting fetch, stops and joins the filter thread, releases.
     ~IQStream() override;
 
-    int Store(const Ipp16s* raw, const int* triggers, uint32_t seconds, uint32_t nanosecs,
-              double currSR) override;
+    int Store(const Block& block) override;
     // One output step of 524288 / 2^iqFinalDecimation samples; triggers has
     // room for 64.
-    qsStatus Get_32f(float* buffer, int* triggers) override;
+    qsStatus GetIQ(float* buffer, int* triggers) override;
     void GetLastTime(uint32_t* seconds, uint32_t* nanoseconds) override;
 
     // Application's thread: blocks until pkt->iqCount samples came (or the
     // stream ends), fills the packet's arrays, dataRemaining, sampleLoss and
     // the time of its first sample.
-    qsStatus GetIQ(qsIQPacket* pkt);
+    qsStatus GetIQ(qsIQPacket* pkt) override;
     // Delay of the output behind the input, in raw samples, through both
     // passes; triggers are moved by it.
     int TriggerDelay() const;

@@ -108,7 +108,8 @@ void NarrowSweep::SetupDownsamplingLOs() {
     }
 }
 
-int NarrowSweep::Store(Ipp16s* raw, int, int index) {
+int NarrowSweep::Store(const Block& block) {
+    const Ipp16s* raw = block.samples;
     for (int p = 0; p < BLOCK_PACKETS; ++p) {
         ippsConvert_16s64f_Sfs(raw + size_t(p) * PACKET_SAMPLES,
                                m_inputData.data() + size_t(m_chunkStorePos) * PACKET_SAMPLES, PACKET_SAMPLES, 15);
@@ -116,7 +117,7 @@ int NarrowSweep::Store(Ipp16s* raw, int, int index) {
         m_inputReady.notify();
         if (++m_chunkStorePos == RING_PACKETS) m_chunkStorePos = 0;
     }
-    return index + BLOCK_PACKETS;
+    return block.index + BLOCK_PACKETS;
 }
 
 int NarrowSweep::ProcessThreadMT() {
@@ -254,17 +255,11 @@ qsStatus NarrowSweep::Deliver(T* min, T* max, const VecDouble& corr, bool reject
     return m_lastSweepStatus;
 }
 
-qsStatus NarrowSweep::GetStandardSweep(double* min, double* max, const VecDouble& corr) {
-    return Deliver(min, max, corr, false);
+qsStatus NarrowSweep::GetSweep(double* min, double* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, m_settings->ImageReject());
 }
-qsStatus NarrowSweep::GetStandardSweep(float* min, float* max, const VecDouble& corr) {
-    return Deliver(min, max, corr, false);
-}
-qsStatus NarrowSweep::GetNoiseRejectSweep(double* min, double* max, const VecDouble& corr) {
-    return Deliver(min, max, corr, true);
-}
-qsStatus NarrowSweep::GetNoiseRejectSweep(float* min, float* max, const VecDouble& corr) {
-    return Deliver(min, max, corr, true);
+qsStatus NarrowSweep::GetSweep(float* min, float* max, const VecDouble& corr) {
+    return Deliver(min, max, corr, m_settings->ImageReject());
 }
 
 }  // namespace qs

@@ -13,7 +13,7 @@
 //    video processor on each step and notifies m_procDataReady[s];
 //  - the I and Q threads (ProcessI, ProcessQ): mix, filter and decimate
 //    their half of every complex sample of m_downsampledInput;
-//  - the application's thread, in GetStandardSweep/GetNoiseRejectSweep:
+//  - the application's thread, in GetSweep:
 //    waits for the steps, corrects and delivers.
 // qs::semaphore keeps one bit, so notifies may fold together: the atomic
 // counters carry the true number of packets, and each consumer drains its
@@ -33,6 +33,7 @@
 #include "calibration/corrections.h"
 #include "dsp/ipps_states.h"
 #include "dsp/qs_lib.h"
+#include "engines/engine.h"
 #include "engines/video_dsiir.h"
 #include "ipps.h"
 #include "qs_api.h"
@@ -43,7 +44,7 @@ namespace qs {
 class Settings;
 struct SweepInfo;
 
-class NarrowSweep {
+class NarrowSweep : public Engine {
 public:
     static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
@@ -60,23 +61,21 @@ public:
     // Caller's thread, once Store can no longer be reached. Ends all three
     // threads, also in the middle of a sweep, and releases a caller waiting
     // in a Get call.
-    ~NarrowSweep();
+    ~NarrowSweep() override;
 
     // Interface thread: one block of 16 unpacked packets. Never waits and
-    // never allocates. Returns index + 16 (ppf is not needed here).
-    int Store(Ipp16s* raw, int ppf, int index);
+    // never allocates. Returns block.index + 16 (ppf is not needed here).
+    int Store(const Block& block) override;
 
     // Application's thread, after the sweep's command went out: blocks until
     // the sweep is processed, corrects it with corr (stepCount x fftSize/
     // (4 dsRatio) values, dB in log scale, else linear factors) and writes
-    // traceLen values to each array. The sweep's status: qsNoError, or
-    // qsUncalSweep when the ring overflowed.
-    qsStatus GetStandardSweep(float* min, float* max, const VecDouble& corr);
-    qsStatus GetStandardSweep(double* min, double* max, const VecDouble& corr);
-    // The same for two steps seen from opposite mixing positions: each
-    // point takes the smaller of the two, so an image in one step goes.
-    qsStatus GetNoiseRejectSweep(float* min, float* max, const VecDouble& corr);
-    qsStatus GetNoiseRejectSweep(double* min, double* max, const VecDouble& corr);
+    // traceLen values to each array. With image rejection the two steps
+    // were seen from opposite mixing positions and each point takes the
+    // smaller of the two, so an image in one step goes. The sweep's status:
+    // qsNoError, or qsUncalSweep when the ring overflowed.
+    qsStatus GetSweep(float* min, float* max, const VecDouble& corr) override;
+    qsStatus GetSweep(double* min, double* max, const VecDouble& corr) override;
 
     // Thread bodies; each returns 0 once the engine stops.
     int ProcessI();
@@ -99,7 +98,7 @@ private:
     void Downsample(Channel& ch, double* pRaw, double* pOsc, int procIndex);
     // Waits for the steps and applies the corrections over steps x f4 values.
     void CorrectSteps(int steps, const VecDouble& corr);
-    // The body of the four Get calls: one step, or the per-point minimum
+    // The body of both GetSweep calls: one step, or the per-point minimum
     // of two (reject).
     template <typename T>
     qsStatus Deliver(T* min, T* max, const VecDouble& corr, bool reject);

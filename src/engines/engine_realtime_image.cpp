@@ -49,7 +49,7 @@ void raise_priority(std::thread& t) {
 }  // namespace
 
 RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepInfo* sweepInfo,
-                                         const std::vector<double>& cal_array, bool isMaple) {
+                                         const std::vector<double>& cal_array) {
     const SweepInfo& info = *sweepInfo;
     traceLen = info.traceLen;
     fftSize = info.fftSize;
@@ -70,7 +70,9 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
     divisions = float(settings->RealTimeFrameScale());
 
     sweepStart = (fftDiv2 - traceLen) / 2 + if_offset;
-    if (info.initialBand == 0 && isMaple) sweepStart = std::max(0, int(info.actualStart / info.binSize));
+    // A directly sampled band holds RF from 0 Hz up.
+    if (info.patchInfo.NumPatches() > 0 && info.patchInfo[0].direct)
+        sweepStart = std::max(0, int(info.actualStart / info.binSize));
     // Legal settings keep the trace inside the transform; a corrupt plan
     // must not make the transform thread read past its spectrum.
     sweepStart = std::min(std::max(sweepStart, 0), fftDiv2 - traceLen);
@@ -167,13 +169,14 @@ void RealTimeImageEngine::Stop() {
     if (accum_thread.joinable()) accum_thread.join();
 }
 
-void RealTimeImageEngine::Store(short* raw) {
+int RealTimeImageEngine::Store(const Block& block) {
+    const short* raw = block.samples;
     // A transform thread a ring behind still reads what this block would
     // overwrite: the block is lost instead, and the samples being read stay
     // whole.
     if (data_available.load() > inMask - BLOCK_SAMPLES) {
         lostBlocks.fetch_add(1, std::memory_order_relaxed);
-        return;
+        return 0;
     }
     if (inWrite == 0) ippsConvert_16s32f_Sfs(raw, inBuffer + inMask, inTail, 15);
     ippsConvert_16s32f_Sfs(raw, inBuffer + inWrite, BLOCK_SAMPLES, 15);
@@ -181,6 +184,7 @@ void RealTimeImageEngine::Store(short* raw) {
     inputReady.notify();
     inWrite += BLOCK_SAMPLES;
     if (inWrite >= inMask) inWrite = 0;
+    return 0;
 }
 
 int RealTimeImageEngine::FFTThread() {
@@ -331,7 +335,7 @@ void RealTimeImageEngine::ToFrame(const float* image, float* frame) const {
         for (int row = 0; row < LEVELS; ++row) ippsFlip_32f_I(frame + size_t(row) * size_t(imageWidth), imageWidth);
 }
 
-qsStatus RealTimeImageEngine::GetSweepFrame(float* minSweep, float* maxSweep, float* colorFrame, float* alphaFrame) {
+qsStatus RealTimeImageEngine::GetFrame(float* minSweep, float* maxSweep, float* colorFrame, float* alphaFrame) {
     const int o = outRead * traceLen;
     {
         std::lock_guard<std::mutex> lock(sweep_locks[outRead]);

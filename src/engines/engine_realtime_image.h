@@ -12,7 +12,7 @@
 //  - accum_thread (AccumulateThread, ImageGen): detection and the images.
 //    It holds sweep_locks[outWrite] for the whole time it fills that slot
 //    and locks the next slot before releasing it.
-//  - the application's thread, in GetSweepFrame: locks the slot outRead
+//  - the application's thread, in GetFrame: locks the slot outRead
 //    only for its copies, so fetches are paced by the frame rate. One
 //    fetcher at a time.
 //
@@ -38,6 +38,7 @@
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
 #include "dsp/qs_lib.h"
+#include "engines/engine.h"
 #include "qs_api.h"
 
 namespace qs {
@@ -45,7 +46,7 @@ namespace qs {
 class Settings;
 struct SweepInfo;
 
-class RealTimeImageEngine {
+class RealTimeImageEngine : public Engine {
 public:
     static constexpr int RT_RESULTS = 32;       // output slots
     static constexpr int IMAGE_RING = 40;       // histograms kept; entry 40 is scratch
@@ -57,29 +58,32 @@ public:
 
     // Caller's thread, inside the real-time set-up. cal_array holds one
     // correction per transform bin (fftSize / 2): dB with log scale, a
-    // factor otherwise. isMaple selects the Maple's low-band start bin.
+    // factor otherwise. A directly sampled first patch starts the trace at
+    // the plan's actual start.
     // Throws qs_exception (or the transform's std::exception) with nothing
     // left running.
-    RealTimeImageEngine(const Settings* settings, const SweepInfo* sweepInfo, const std::vector<double>& cal_array,
-                        bool isMaple);
+    RealTimeImageEngine(const Settings* settings, const SweepInfo* sweepInfo, const std::vector<double>& cal_array);
     // Caller's thread, after the stream stopped: ends and joins the threads.
-    ~RealTimeImageEngine();
+    ~RealTimeImageEngine() override;
     RealTimeImageEngine(const RealTimeImageEngine&) = delete;
     RealTimeImageEngine& operator=(const RealTimeImageEngine&) = delete;
 
     // Interface thread: one block of 299008 samples. Never waits, never
-    // allocates.
-    void Store(short* raw);
+    // allocates. Returns 0.
+    int Store(const Block& block) override;
 
     // Application's thread: the next frame in slot order; blocks while
     // AccumulateThread fills that slot. Any pointer may be null; sweeps have
     // TraceLen() floats, frames 256 rows of ImageWidth() floats, row 0 the
     // lowest level. Always qsNoError.
-    qsStatus GetSweepFrame(float* minSweep, float* maxSweep, float* colorFrame, float* alphaFrame);
+    qsStatus GetFrame(float* minSweep, float* maxSweep, float* colorFrame, float* alphaFrame) override;
 
     // Seconds of signal a transform and its step take: the shortest event
-    // that is always caught in full.
-    double GetPoi() const { return poi; }
+    // that is always caught in full. qsNoError.
+    qsStatus GetPoi(double& seconds) const override {
+        seconds = poi;
+        return qsNoError;
+    }
 
     int TraceLen() const { return traceLen; }
     int ImageWidth() const { return imageWidth; }
@@ -91,6 +95,7 @@ public:
     // Data lost to overruns since construction; any thread.
     int64_t LostBlocks() const { return lostBlocks.load(std::memory_order_relaxed); }
     int64_t LostTransforms() const { return lostTransforms.load(std::memory_order_relaxed); }
+    int64_t Lost() const override { return LostBlocks() + LostTransforms(); }
 
     int FFTThread();
     int AccumulateThread();

@@ -10,8 +10,10 @@
 
 namespace qs {
 
-SweepEngine::SweepEngine(const SweepInfo* info, const Settings* settings, int maxThreads)
+SweepEngine::SweepEngine(const SweepInfo* info, const Settings* settings, const ResidualInfo* rps,
+                         int maxThreads)
     : m_settings(settings), m_sweepInfo(info) {
+    if (rps) m_rps = *rps;
     m_fftSize = info->fftSize;
     m_fftDiv4 = m_fftSize / 4;
     m_fftDiv8 = m_fftSize / 8;
@@ -63,7 +65,7 @@ int ring_len(int count, int each) {
     return int(n);
 }
 
-int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCount, int& storePos,
+int store_block_in_chunks(const Ipp16s* raw, double* ring, int chunkSize, int chunkCount, int& storePos,
                           int ppf, int index, semaphore* ready) {
     constexpr int kPacket = SweepEngine::PACKET_SAMPLES;
     for (int p = 0; p < SweepEngine::BLOCK_PACKETS; ++p) {
@@ -78,9 +80,9 @@ int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCou
     return index;
 }
 
-int SweepEngine::Store(Ipp16s* raw, int ppf, int index) {
-    return store_block_in_chunks(raw, m_inputData.ptr, m_chunkSize, m_chunkCount, m_chunkStorePos, ppf, index,
-                                 m_rawReady.get());
+int SweepEngine::Store(const Block& block) {
+    return store_block_in_chunks(block.samples, m_inputData.ptr, m_chunkSize, m_chunkCount, m_chunkStorePos,
+                                 block.ppf, block.index, m_rawReady.get());
 }
 
 int SweepEngine::ProcessThread(int thread_num) {
@@ -109,13 +111,6 @@ int SweepEngine::ProcessThread(int thread_num) {
     return 0;
 }
 
-void SweepEngine::FinishSweep(const VecDouble& corr) {
-    if (m_settings->ImageReject())
-        FinishNoiseRejectSweep(corr);
-    else
-        FinishStandardSweep(corr);
-}
-
 void SweepEngine::CorrectChunk(int i, const VecDouble& corr) {
     m_processedReady[i].wait();
     const size_t at = size_t(i) * size_t(m_fftDiv4);
@@ -139,82 +134,38 @@ void SweepEngine::Deliver(double* min, double* max, int start) {
     ippsCopy_64f(m_outputDataMax.ptr + start, max, m_sweepInfo->traceLen);
 }
 
-// ---- Maple ------------------------------------------------------------------
+int SweepEngine::TraceStart() const { return m_rps.m_residualCount * m_fftDiv4; }
 
-qsStatus SweepEngine_Maple::GetSweep(float* min, float* max, const VecDouble& corr) {
-    FinishSweep(corr);
-    Deliver(min, max, m_sweepInfo->firstPatchSkipCnt);
+template <typename T>
+qsStatus SweepEngine::Sweep(T* min, T* max, const VecDouble& corr) {
+    if (m_settings->ImageReject())
+        FinishNoiseRejectSweep(corr);
+    else
+        FinishStandardSweep(corr);
+    Deliver(min, max, TraceStart() + m_sweepInfo->firstPatchSkipCnt);
     return qsNoError;
 }
 
-qsStatus SweepEngine_Maple::GetSweep(double* min, double* max, const VecDouble& corr) {
-    FinishSweep(corr);
-    Deliver(min, max, m_sweepInfo->firstPatchSkipCnt);
-    return qsNoError;
-}
+qsStatus SweepEngine::GetSweep(float* min, float* max, const VecDouble& corr) { return Sweep(min, max, corr); }
 
-void SweepEngine_Maple::FinishStandardSweep(const VecDouble& corr) {
+qsStatus SweepEngine::GetSweep(double* min, double* max, const VecDouble& corr) { return Sweep(min, max, corr); }
+
+void SweepEngine::FinishStandardSweep(const VecDouble& corr) {
+    const size_t f4 = size_t(m_fftDiv4), f8 = size_t(m_fftDiv8);
+    double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
     for (int i = 0; i < m_chunkCount; ++i) {
         CorrectChunk(i, corr);
-        if (m_sweepInfo->patchInfo[i].band == 0) {
-            // The low band is sampled directly and only its lower half is
-            // clean: it stands for the whole patch.
-            const size_t at = size_t(i) * size_t(m_fftDiv4);
-            ippsCopy_64f(m_outputDataMin.ptr + at, m_outputDataMin.ptr + at + m_fftDiv8, m_fftDiv8);
-            ippsCopy_64f(m_outputDataMax.ptr + at, m_outputDataMax.ptr + at + m_fftDiv8, m_fftDiv8);
-        }
+        // A directly sampled patch is clean in its lower half only: that
+        // half stands for the whole patch.
+        if (m_sweepInfo->patchInfo[i].direct)
+            for (double* out : arrays) ippsCopy_64f(out + size_t(i) * f4, out + size_t(i) * f4 + f8, int(f8));
     }
-}
-
-void SweepEngine_Maple::FinishNoiseRejectSweep(const VecDouble& corr) {
-    for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
-    const int steps = m_sweepInfo->stepCount;
-    if (steps < 2) return;
-    const int f4 = m_fftDiv4, f8 = m_fftDiv8;
-    // Each half-patch was seen by two neighbouring chunks with the images in
-    // different places; the minimum keeps what both saw. The pairs compact
-    // in place from 0, writes always behind the reads.
-    for (int i = 1; i < steps; ++i) {
-        double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
-        for (double* out : arrays) {
-            if (m_sweepInfo->initialBand == 0 && i == 1)
-                ippsCopy_64f(out + f4, out, f8);  // the low band takes no part
-            else
-                ippsMinEvery_64f(out + size_t(i) * f4 - f8, out + size_t(i) * f4, out + size_t(i - 1) * f8, f8);
-        }
-    }
-}
-
-// ---- Larch ------------------------------------------------------------------
-
-SweepEngine_Larch::SweepEngine_Larch(const SweepInfo* info, const Settings* settings, const ResidualInfo* rps,
-                                     int maxThreads)
-    : SweepEngine(info, settings, maxThreads), m_rps(*rps) {}
-
-int SweepEngine_Larch::TraceStart() const { return m_rps.m_residualCount * m_fftDiv4; }
-
-qsStatus SweepEngine_Larch::GetSweep(float* min, float* max, const VecDouble& corr) {
-    FinishSweep(corr);
-    Deliver(min, max, TraceStart() + m_sweepInfo->firstPatchSkipCnt);
-    return qsNoError;
-}
-
-qsStatus SweepEngine_Larch::GetSweep(double* min, double* max, const VecDouble& corr) {
-    FinishSweep(corr);
-    Deliver(min, max, TraceStart() + m_sweepInfo->firstPatchSkipCnt);
-    return qsNoError;
-}
-
-void SweepEngine_Larch::FinishStandardSweep(const VecDouble& corr) {
-    for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
-    const size_t f4 = size_t(m_fftDiv4);
     const size_t e = f4 / 8;
     const size_t end = size_t(m_chunkCount) * f4;
     for (int i = 0; i < m_rps.m_residualCount; ++i) {
         const size_t src = size_t(i) * f4;
         const int loc = m_rps.m_residualLocation[i];
         if (loc < 0 || size_t(loc) * f4 + f4 > end) continue;  // not a patch of this plan
-        double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
         for (double* out : arrays) {
             if (m_rps.m_residualID[i] != 0) {
                 ippsCopy_64f(out + src, out + size_t(loc) * f4, int(f4));
@@ -227,19 +178,25 @@ void SweepEngine_Larch::FinishStandardSweep(const VecDouble& corr) {
     }
 }
 
-void SweepEngine_Larch::FinishNoiseRejectSweep(const VecDouble& corr) {
+void SweepEngine::FinishNoiseRejectSweep(const VecDouble& corr) {
     for (int i = 0; i < m_chunkCount; ++i) CorrectChunk(i, corr);
     const int R = m_rps.m_residualCount;
     const size_t f4 = size_t(m_fftDiv4), f8 = size_t(m_fftDiv8);
     const size_t B = size_t(R) * f4;
     const int S = m_sweepInfo->stepCount - R;
+    const bool directFirst = S > 1 && m_sweepInfo->patchInfo[R].direct;
     double* arrays[2] = {m_outputDataMin.ptr, m_outputDataMax.ptr};
-    // Each half-patch was seen by two neighbouring regular chunks; the pairs
-    // compact in place from B, the writes always behind the reads.
+    // Each half-patch was seen by two neighbouring regular chunks with the
+    // images in different places; the minimum keeps what both saw. The
+    // pairs compact in place from B, the writes always behind the reads.
     for (int i = 1; i < S; ++i)
-        for (double* out : arrays)
-            ippsMinEvery_64f(out + B + size_t(i) * f4 - f8, out + B + size_t(i) * f4, out + B + size_t(i - 1) * f8,
-                             int(f8));
+        for (double* out : arrays) {
+            double* at = out + B;
+            if (directFirst && i == 1)
+                ippsCopy_64f(at + f4, at, int(f8));  // the directly sampled chunk takes no part
+            else
+                ippsMinEvery_64f(at + size_t(i) * f4 - f8, at + size_t(i) * f4, at + size_t(i - 1) * f8, int(f8));
+        }
     // A residual can only lower the bins about its spur here.
     const size_t q = f8 / 4;
     const size_t end = size_t(m_chunkCount) * f4;
@@ -252,7 +209,7 @@ void SweepEngine_Larch::FinishNoiseRejectSweep(const VecDouble& corr) {
     }
 }
 
-int SweepEngine_Larch::GetCalSweep(double* peakValues) {
+int SweepEngine::GetCalSweep(double* peakValues) {
     for (int n = 0; n < CAL_SWEEP_POINTS; ++n) {
         m_processedReady[m_chunkProcessPos].wait();
         const double* patch = m_outputDataMax.ptr + size_t(m_chunkProcessPos) * size_t(m_fftDiv4);
@@ -262,9 +219,9 @@ int SweepEngine_Larch::GetCalSweep(double* peakValues) {
     return 0;
 }
 
-// ---- Maple low band only ------------------------------------------------------
+// ---- Directly sampled band, raw ----------------------------------------------
 
-qsStatus BandZeroCalEngine_Maple::GetSweep(double* min, double* max, const VecDouble&) {
+qsStatus LowBandRawSweep::GetSweep(double* min, double* max, const VecDouble&) {
     m_processedReady[0].wait();
     try {
         VideoIIR video(m_settings, m_sweepInfo);
@@ -279,7 +236,7 @@ qsStatus BandZeroCalEngine_Maple::GetSweep(double* min, double* max, const VecDo
     return qsNoError;
 }
 
-qsStatus BandZeroCalEngine_Maple::GetSweep(float* min, float* max, const VecDouble& corr) {
+qsStatus LowBandRawSweep::GetSweep(float* min, float* max, const VecDouble& corr) {
     std::vector<double> dmin, dmax;
     try {
         dmin.resize(size_t(2 * m_fftDiv4));

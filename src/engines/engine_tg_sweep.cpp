@@ -23,8 +23,8 @@ constexpr double kUnmeasured = -200.0;
 }  // namespace
 
 TGSweepEngine::TGSweepEngine(const SweepInfo* info, const Settings* settings, TGInterface* tg,
-                             std::atomic<TGCalState>* state, bool isLarch)
-    : m_settings(settings), m_sweepInfo(info), tgi(tg), m_state(state), m_isLarch(isLarch) {
+                             std::atomic<TGCalState>* state, PassControl* passes, const TgPeakRules& rules)
+    : m_settings(settings), m_sweepInfo(info), tgi(tg), m_state(state), m_passes(passes), m_rules(rules) {
     *m_state = tgNoThruStored;
     m_fftSize = info->fftSize;
     m_fftDiv4 = m_fftSize / 4;
@@ -135,9 +135,9 @@ int TGSweepEngine::InitiateSweep(int range) {
     return 0;
 }
 
-int TGSweepEngine::Store(Ipp16s* raw, int ppf, int index) {
-    return store_block_in_chunks(raw, m_inputData.ptr, m_chunkSize, m_sweepSize, m_chunkStorePos, ppf, index,
-                                 m_rawReady.get());
+int TGSweepEngine::Store(const Block& block) {
+    return store_block_in_chunks(block.samples, m_inputData.ptr, m_chunkSize, m_sweepSize, m_chunkStorePos,
+                                 block.ppf, block.index, m_rawReady.get());
 }
 
 double TGSweepEngine::MeasureCeiling() const { return tgi->IsRowan() ? 12980000000.0 : 4420000000.0; }
@@ -168,18 +168,15 @@ int TGSweepEngine::ProcessThread(int thread_num) {
         const double F = patch.center_freq;
 
         // Move the kept slice towards the tone so that it stays inside it.
-        int o = d > 0 ? f8 / 8 : -(f8 / 8);
-        if (m_isLarch) {
-            if (x > 9100000.0)
-                o = f8 / 8;
-            else if (x < -9100000.0)
-                o = -(f8 / 8);
-            else
-                o = 0;
-            if (F <= 10000000.0 && P < 8) o = 0;
-        } else if (patch.band == 0) {
-            o = x + F > 14900000.0 ? 0 : -f8;
-        }
+        const double W = m_rules.centredSliceHz;
+        const bool low = m_rules.lowPatchHz > 0.0 && F <= m_rules.lowPatchHz;
+        int o;
+        if (W > 0.0)
+            o = x > W ? f8 / 8 : x < -W ? -(f8 / 8) : 0;
+        else
+            o = d > 0 ? f8 / 8 : -(f8 / 8);
+        if (low && P < 8) o = 0;
+        if (patch.direct) o = x + F > 14900000.0 ? 0 : -f8;
 
         if (F > MeasureCeiling()) {
             dst = kUnmeasured;
@@ -187,24 +184,25 @@ int TGSweepEngine::ProcessThread(int thread_num) {
             video.Process(m_inputData.ptr + size_t(c) * size_t(m_chunkSize), m_FFTDataMin[thread_num],
                           m_FFTDataMax[thread_num], o, m_settings->VideoUnits(), m_settings->Detector(),
                           m_settings->LogScale() ? QS_OUT_DBM : QS_OUT_MV, patch.flip_spectrum);
-            int v = 0;
-            if (m_isLarch) {
-                v = F <= 10000000.0 ? zeroIdx + 10 : 0;
-            } else if (patch.band == 0 && o != 0) {
-                // Direct sampling: the tone's bin is known from its frequency.
+            int v = 0, top = -1;
+            if (low) {
+                v = zeroIdx + 10;
+            } else if (patch.direct && o != 0) {
+                // Direct sampling: the tone's bin is known from its frequency,
+                // and bounds the search.
                 v = int(std::floor(f4 * (c * kPatchHz / P + m_settings->Start()) / kPatchHz + 0.5));
+                if (v > 0) top = v;
             }
-            dst = FindValidPeak(m_FFTDataMax[thread_num], c, v);
+            dst = FindValidPeak(m_FFTDataMax[thread_num], c, v, top);
         }
         m_processedReady[c].notify();
     }
     return 0;
 }
 
-double TGSweepEngine::FindValidPeak(const double* buf, int point, int minValid) {
+double TGSweepEngine::FindValidPeak(const double* buf, int point, int minValid, int maxValid) {
     int lo = std::max(std::abs(minValid), 6);
-    int hi = m_fftDiv4 - 1;
-    if (!m_isLarch && minValid > 0) hi = minValid;
+    int hi = maxValid >= 0 ? maxValid : m_fftDiv4 - 1;
     const bool locating = m_state->load() == tg0dBInProgress;
     const int known = peakIndex[size_t(point)];
     if (known >= 0 && !locating) {
@@ -285,14 +283,34 @@ void TGSweepEngine::Deliver(T* min, T* max) {
     }
 }
 
-qsStatus TGSweepEngine::GetSweep(float* min, float* max, const VecDouble&) {
+bool TGSweepEngine::RunPass(int pass) {
+    // The pass's flag reaches the worker before the pass's command goes out.
+    InitiateSweep(pass);
+    if (!m_passes->SendPass(pass)) return false;
+    if (pass == 0)
+        GetPrimaryData({});
+    else
+        GetSecondaryData({});
+    return m_passes->GeneratorThere();
+}
+
+template <typename T>
+qsStatus TGSweepEngine::Sweep(T* min, T* max) {
+    // A generator that went missing ends the fetch with a status rather
+    // than a trace of the analyser's noise.
+    if (m_passes->GeneratorLost()) return qsTrackingGeneratorNotFound;
+    bool there = RunPass(0);
+    if (there && m_settings->m_tgHighDynamicRange) there = RunPass(1);
+    if (!there) {
+        ForgetThrough();
+        return qsTrackingGeneratorNotFound;
+    }
     Deliver(min, max);
     return qsNoError;
 }
 
-qsStatus TGSweepEngine::GetSweep(double* min, double* max, const VecDouble&) {
-    Deliver(min, max);
-    return qsNoError;
-}
+qsStatus TGSweepEngine::GetSweep(float* min, float* max, const VecDouble&) { return Sweep(min, max); }
+
+qsStatus TGSweepEngine::GetSweep(double* min, double* max, const VecDouble&) { return Sweep(min, max); }
 
 }  // namespace qs

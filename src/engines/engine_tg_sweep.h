@@ -10,8 +10,9 @@
 //    each block into the point ring and signals every completed point;
 //  - one worker (ProcessThread) with its VideoIIR, which claims points in
 //    order, finds the tone's level and signals the point;
-//  - the application's thread, in Device::GetSweep: InitiateSweep, the
-//    device command, GetPrimaryData (and the secondary pass), GetSweep.
+//  - the application's thread, in GetSweep (through Device::GetSweep):
+//    per pass InitiateSweep, the pass's command through the device's
+//    PassControl, the wait for the pass's points; then the trace.
 //
 // Hand-overs: m_rawReady[i] (Store -> worker), m_processedReady[i]
 // (worker -> GetPrimaryData/GetSecondaryData); the pass in progress goes to
@@ -33,6 +34,7 @@
 #include "calibration/corrections.h"
 #include "dsp/dsp_vector.h"
 #include "dsp/qs_lib.h"
+#include "engines/engine.h"
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
@@ -54,19 +56,32 @@ enum TGCalState {
     tg20dBStored = 6,
 };
 
-class TGSweepEngine {
+// Where the kept slice goes and where the tone's search starts: what tells
+// one receiver's generator sweeps from another's, set by the model.
+struct TgPeakRules {
+    // Within this distance of a patch's centre a tone is read from the
+    // centred slice (0: the slice always moves half way to the tone's side).
+    double centredSliceHz = 0.0;
+    // Patches centred at or below this hold the tone next to the zero bin:
+    // coarse steps keep the slice centred and the search starts past zero
+    // (0: none).
+    double lowPatchHz = 0.0;
+};
+
+class TGSweepEngine : public Engine {
 public:
     static constexpr int MAX_THREADS = 1;
     static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
 
     // Caller's thread. Resets *state to tgNoThruStored, allocates and builds
-    // the generator's two ALC buffers; no thread runs until Start. Throws
-    // qs_exception when a buffer cannot be had.
+    // the generator's two ALC buffers; no thread runs until Start. passes
+    // sends the passes' commands and checks the generator for GetSweep.
+    // Throws qs_exception when a buffer cannot be had.
     TGSweepEngine(const SweepInfo* info, const Settings* settings, TGInterface* tg,
-                  std::atomic<TGCalState>* state, bool isLarch);
+                  std::atomic<TGCalState>* state, PassControl* passes, const TgPeakRules& rules);
     // Stops the worker without waiting for data, joins it, then frees.
-    ~TGSweepEngine();
+    ~TGSweepEngine() override;
     TGSweepEngine(const TGSweepEngine&) = delete;
     TGSweepEngine& operator=(const TGSweepEngine&) = delete;
 
@@ -82,14 +97,19 @@ public:
     // generator's hardware sweep. Returns 0.
     int InitiateSweep(int range);
     // Interface thread only; as SweepEngine::Store, with one chunk per point.
-    int Store(Ipp16s* raw, int ppf, int index);
+    int Store(const Block& block) override;
     // Application's thread: wait for every point of the pass, then apply
     // the pass's corrections and through reference. corr is not used.
     qsStatus GetPrimaryData(const VecDouble& corr);
     qsStatus GetSecondaryData(const VecDouble& corr);
-    // traceLen values into each array (both the same); corr is not used.
-    qsStatus GetSweep(float* min, float* max, const VecDouble& corr);
-    qsStatus GetSweep(double* min, double* max, const VecDouble& corr);
+    // Application's thread: the fetch. Refuses at once a generator already
+    // gone; runs the primary pass and, for a high dynamic range, the
+    // secondary one, each sent through the PassControl and waited for; then
+    // writes traceLen values into each array (both the same). A generator
+    // that goes missing on the way ends it with qsTrackingGeneratorNotFound
+    // and the through forgotten. corr is not used.
+    qsStatus GetSweep(float* min, float* max, const VecDouble& corr) override;
+    qsStatus GetSweep(double* min, double* max, const VecDouble& corr) override;
 
     // Application's thread, between fetches: back to the nominal references
     // and a full search, as before any through (a through measured while
@@ -97,7 +117,9 @@ public:
     void ForgetThrough();
 
     int ProcessThread(int thread_num);
-    double FindValidPeak(const double* buf, int point, int minValid);
+    // The largest bin of buf from minValid (by magnitude, at least 6) up to
+    // maxValid (-1: the last bin), or next to the point's known peak.
+    double FindValidPeak(const double* buf, int point, int minValid, int maxValid);
     void ProcState();
 
     int SweepSize() const { return m_sweepSize; }
@@ -112,6 +134,11 @@ private:
     void FinishPass(VecDouble& data, const VecDouble& corr, const VecDouble& thru);
     template <typename T>
     void Deliver(T* min, T* max);
+    template <typename T>
+    qsStatus Sweep(T* min, T* max);
+    // One pass: started, sent, waited for. False when the generator went
+    // missing.
+    bool RunPass(int pass);
     void StopWorker();
     // The frequency above which no point is measured, and the trace's limit.
     double MeasureCeiling() const;
@@ -121,8 +148,9 @@ private:
     const SweepInfo* m_sweepInfo;
     TGInterface* tgi;
     std::atomic<TGCalState>* m_state;
+    PassControl* m_passes;
+    TgPeakRules m_rules;
     std::vector<std::unique_ptr<VideoIIR>> video_processors;
-    bool m_isLarch;
     int m_fftSize;
     int m_fftDiv4;
     int m_fftDiv8;

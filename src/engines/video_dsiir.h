@@ -17,6 +17,7 @@
 
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
+#include "engines/video_iir.h"
 #include "ipps.h"
 
 namespace qs {
@@ -24,7 +25,7 @@ namespace qs {
 class Settings;
 struct SweepInfo;
 
-class VideoNarrow {
+class VideoNarrow : public VideoLayout {
 public:
     // Sizes are the plan's divided by SweepInfo::dsRatio; the VBW is scaled
     // up by the same ratio.
@@ -37,13 +38,6 @@ public:
     void Process(Ipp64fc* in, Ipp64f* outMin, Ipp64f* outMax, int videoUnits, int detector, int outUnits,
                  bool flip_spectrum);
 
-    int Steps() const { return steps; }
-    int StepSize() const { return stepSize; }
-    int BufSize() const { return bufSize; }
-    int FftSize() const { return fftSize; }
-    int FftDiv4() const { return fftDiv4; }
-    double A0() const { return a0; }
-    double B1() const { return b1; }
     const Ipp64fc* Window() const { return window.ptr; }
 
 private:
@@ -55,18 +49,6 @@ private:
 
     smart_ptr<Ipp64fc> window;
     smart_ptr<Ipp64fc> windowedBuf;
-    smart_ptr<Ipp64fc> complexBuf;
-    smart_ptr<Ipp64f> filtered;
-    smart_ptr<Ipp64f> ampBuf;
-    double iir_fc = 0.0;
-    double a0 = 1.0;
-    double b1 = 0.0;
-    int bufSize = 0;
-    int fftSize = 0;
-    int fftDiv4 = 0;
-    int fftDiv8 = 0;
-    int steps = 0;
-    int stepSize = 0;
     std::unique_ptr<fft_C_64fc> fftSpec;
 };
 

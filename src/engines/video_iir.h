@@ -59,7 +59,38 @@ void Finish(Ipp64f* outMin, Ipp64f* outMax, int len, int averageOver, int videoU
 
 }  // namespace video
 
-class VideoIIR {
+// What both video processors keep: the transform's sizes, the hop and
+// number of transforms in a chunk, the video filter and the detection
+// buffers.
+class VideoLayout {
+public:
+    int Steps() const { return steps; }
+    int StepSize() const { return stepSize; }
+    int BufSize() const { return bufSize; }
+    int FftSize() const { return fftSize; }
+    int FftDiv4() const { return fftDiv4; }
+    double A0() const { return a0; }
+    double B1() const { return b1; }
+
+protected:
+    VideoLayout() = default;
+    ~VideoLayout() = default;
+
+    smart_ptr<Ipp64fc> complexBuf;
+    smart_ptr<Ipp64f> filtered;
+    smart_ptr<Ipp64f> ampBuf;
+    double iir_fc = 0.0;
+    double a0 = 1.0;
+    double b1 = 0.0;
+    int bufSize = 0;
+    int fftSize = 0;
+    int fftDiv4 = 0;
+    int fftDiv8 = 0;
+    int steps = 0;
+    int stepSize = 0;
+};
+
+class VideoIIR : public VideoLayout {
 public:
     // Sizes from the plan's fftSize, zeroPadAmount and chunkSize, the video
     // filter from Settings::VBW, the window from the RBW shape and window.
@@ -73,11 +104,6 @@ public:
     void Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
                  int outUnits, bool flip, double fraction = 0.0);
 
-    int Steps() const { return steps; }
-    int StepSize() const { return stepSize; }
-    int FftDiv4() const { return fftDiv4; }
-    double A0() const { return a0; }
-    double B1() const { return b1; }
     // The window with the transform's 1/N in it.
     const Ipp64f* Window() const { return window.ptr; }
 
@@ -92,18 +118,6 @@ private:
 
     smart_ptr<Ipp64f> window;
     smart_ptr<Ipp64f> windowedBuf;
-    smart_ptr<Ipp64fc> complexBuf;
-    smart_ptr<Ipp64f> filtered;
-    smart_ptr<Ipp64f> ampBuf;
-    double iir_fc = 0.0;
-    double a0 = 1.0;
-    double b1 = 0.0;
-    int bufSize = 0;
-    int fftSize = 0;
-    int fftDiv4 = 0;
-    int fftDiv8 = 0;
-    int steps = 0;
-    int stepSize = 0;
     std::unique_ptr<fft_R_64f> fftSpec;
     // A fractional shift: a complex transform of the frame windowed and
     // turned by exp(-2 pi j fraction n / fftSize) (shiftTable holds both),

@@ -34,6 +34,7 @@ Patch MakePatch(int length, int row, double centerHz, const LoRow& lut, int ifOf
     patch.center_freq = centerHz;
     patch.if_center = 0.0;
     patch.flip_spectrum = lut.flip;
+    patch.direct = lut.direct;
     return patch;
 }
 

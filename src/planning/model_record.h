@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "engines/engine_tg_sweep.h"
+
 namespace qs {
 
 struct ModelRecord {
@@ -48,6 +50,8 @@ struct ModelRecord {
     uint8_t tgPrimaryAttenCode;
     uint8_t tgSecondaryMask;
     uint8_t tgSecondaryBits;
+    // Where the generator sweep's engine reads each point's tone.
+    TgPeakRules tgPeaks;
 };
 
 }  // namespace qs

@@ -170,9 +170,8 @@ qsStatus PlanSweep(const Settings& set, const ModelRecord& model, const Tuner& t
     return qsNoError;
 }
 
-void PlanNarrowCentres(const ModelRecord& model, const Patch& first, bool direct, const NarrowTuning& narrow,
-                       SweepInfo& si) {
-    if (direct) {
+void PlanNarrowCentres(const ModelRecord& model, const Patch& first, const NarrowTuning& narrow, SweepInfo& si) {
+    if (first.direct) {
         // The low band samples directly: the RF is the IF.
         si.initialCenter = (narrow.lowHz + narrow.highHz) * 0.5;
         si.narrow_center[0] = si.narrow_center[1] = static_cast<int>(si.initialCenter / 1000.0);

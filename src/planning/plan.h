@@ -35,8 +35,7 @@ qsStatus PlanSweep(const Settings& set, const ModelRecord& model, const Tuner& t
 // A narrow sweep's two slice centres (kHz from the IF's 0, as the engine
 // mixes them), from where its first patch landed; a directly sampled first
 // patch reads the RF itself and moves the plan's centre there.
-void PlanNarrowCentres(const ModelRecord& model, const Patch& first, bool direct, const NarrowTuning& narrow,
-                       SweepInfo& si);
+void PlanNarrowCentres(const ModelRecord& model, const Patch& first, const NarrowTuning& narrow, SweepInfo& si);
 
 // The low band alone at one position, raw from 0 Hz (the start-up sweep's
 // check of the data path).

@@ -13,7 +13,7 @@
 
 namespace qs {
 
-// One LO step. Every producer sets all six fields.
+// One LO step. Every producer sets the first six fields.
 struct Patch {
     int length;          // bins this step adds to the trace
     int band;            // row of the model's LO table
@@ -25,6 +25,9 @@ struct Patch {
     // oscillator moved by no whole number of bins): the slice is read that
     // much higher. Unflipped steps only.
     double if_fraction = 0.0;
+    // The step is sampled directly (RF = IF, no mixing): only the lower half
+    // of its transform is clean, and a tone's bin follows from its RF.
+    bool direct = false;
 };
 
 // The patches of a plan in step order; appended to, never replaced.

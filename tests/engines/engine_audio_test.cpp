@@ -140,7 +140,7 @@ void NextAudio(AudioEngineFast& e, BandSource& band, std::vector<float>& audio) 
     std::vector<short> raw;
     for (int i = 0; i < 36; ++i) {
         band.Next(raw);
-        e.Store(raw.data());
+        e.Store(qs::Block{raw.data()});
     }
     audio.assign(AudioEngineFast::RETURN_SZ, 0.0f);
     e.Get(audio.data());
@@ -164,7 +164,7 @@ TEST(AudioEngineChain, AFullInputRingDropsBlocksAndCountsThem) {
     // Far faster than the filter thread can take them: the ring (96 steps)
     // fills, and what does not fit is dropped, never written over input
     // that the filter has not read.
-    for (int i = 0; i < 400; ++i) e.Store(raw.data());
+    for (int i = 0; i < 400; ++i) e.Store(qs::Block{raw.data()});
     EXPECT_GT(e.DroppedSteps(), 0);
     EXPECT_LT(e.DroppedSteps(), 400 - 96 + 1);
     std::vector<float> audio(4096);
@@ -180,7 +180,7 @@ TEST(AudioEngineChain, GetWaitsForAFullBlockOfSignal) {
     // 36 blocks fill and 35 do not.
     for (int i = 0; i < 35; ++i) {
         band.Next(raw);
-        e.Store(raw.data());
+        e.Store(qs::Block{raw.data()});
     }
     std::atomic<bool> done{false};
     std::vector<float> audio(4096);
@@ -191,7 +191,7 @@ TEST(AudioEngineChain, GetWaitsForAFullBlockOfSignal) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
     EXPECT_FALSE(done.load());
     band.Next(raw);
-    e.Store(raw.data());
+    e.Store(qs::Block{raw.data()});
     reader.join();
     EXPECT_TRUE(done.load());
 }

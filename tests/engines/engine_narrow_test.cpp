@@ -67,7 +67,7 @@ TEST(NarrowSweep, DestructionNeverHangsAndStoreAllocatesNothing) {
         const std::vector<Ipp16s> s = tone_blocks(r, 20.1e6);
         qs::NarrowSweep e(&r.info, &r.settings);
         const long before = qs_test::Allocations();
-        e.Store(const_cast<Ipp16s*>(s.data()), 0, 0);  // part of a sweep, then the end
+        e.Store(qs::Block{s.data(), 0, 0});  // part of a sweep, then the end
         EXPECT_EQ(qs_test::Allocations() - before, 0);
     }
 }

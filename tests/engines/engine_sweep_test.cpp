@@ -144,7 +144,7 @@ std::vector<std::vector<double>> reference_patches(const SweepRig& r, const std:
 std::vector<int> feed(qs::SweepEngine& e, std::vector<Ipp16s>& s, int ppf) {
     std::vector<int> rets;
     int index = 0;
-    for (size_t at = 0; at < s.size(); at += kSweepBlock) rets.push_back(index = e.Store(s.data() + at, ppf, index));
+    for (size_t at = 0; at < s.size(); at += kSweepBlock) rets.push_back(index = e.Store(qs::Block{s.data() + at, ppf, index}));
     return rets;
 }
 
@@ -175,7 +175,7 @@ TEST(SweepEngine, StoreCountsPacketsAndCompletesChunks) {
     {
         // ppf 4: one block holds four whole chunks. The float fetch narrows.
         SweepRig r(256, 4, 4, 1);
-        qs::SweepEngine_Maple e(&r.info, &r.settings);
+        qs::SweepEngine e(&r.info, &r.settings);
         auto s = sweep_samples(r, {{50}, {}, {}, {70}}, 1);
         std::vector<double> corr = test_corrections(r, false);
         EXPECT_EQ(feed(e, s, 4), std::vector<int>({0}));
@@ -187,15 +187,15 @@ TEST(SweepEngine, StoreCountsPacketsAndCompletesChunks) {
     {
         // ppf 48: a chunk spans three blocks and only the third completes it.
         SweepRig r(256, 48, 1);
-        qs::SweepEngine_Maple e(&r.info, &r.settings);
+        qs::SweepEngine e(&r.info, &r.settings);
         auto s = sweep_samples(r, {{40}}, 2);
         std::vector<double> corr = test_corrections(r, false);
         std::vector<double> mn(static_cast<size_t>(r.info.traceLen)), mx(static_cast<size_t>(r.info.traceLen));
         auto got = std::async(std::launch::async, [&] { return e.GetSweep(mn.data(), mx.data(), corr); });
-        EXPECT_EQ(e.Store(s.data(), 48, 0), 16);
-        EXPECT_EQ(e.Store(s.data() + kSweepBlock, 48, 16), 32);
+        EXPECT_EQ(e.Store(qs::Block{s.data(), 48, 0}), 16);
+        EXPECT_EQ(e.Store(qs::Block{s.data() + kSweepBlock, 48, 16}), 32);
         EXPECT_EQ(got.wait_for(std::chrono::milliseconds(100)), std::future_status::timeout);
-        EXPECT_EQ(e.Store(s.data() + 2 * kSweepBlock, 48, 32), 0);
+        EXPECT_EQ(e.Store(qs::Block{s.data() + 2 * kSweepBlock, 48, 32}), 0);
         EXPECT_EQ(got.get(), qsNoError);
         EXPECT_EQ(mx, stitched(r, reference_patches(r, s, corr, true)));
     }
@@ -207,7 +207,7 @@ TEST(SweepEngine, OneAndFourWorkersGiveTheSameTracesSweepAfterSweep) {
     std::vector<double> corr = test_corrections(r, false);
     std::vector<std::vector<Trace>> byWorkers;
     for (int workers : {1, 4}) {
-        qs::SweepEngine_Maple e(&r.info, &r.settings, workers);
+        qs::SweepEngine e(&r.info, &r.settings, nullptr, workers);
         ASSERT_EQ(e.ThreadCount(), workers);
         std::vector<Trace> traces;
         // Three sweeps of different data through the same engine: the ring
@@ -234,7 +234,7 @@ TEST(SweepEngine, DestructionNeverHangs) {
     for (int steps : {1, 3, 4, 5, 8}) {
         SweepRig r(256, 16, steps);
         for (int workers : {1, 4}) {
-            qs::SweepEngine_Maple e(&r.info, &r.settings, workers);
+            qs::SweepEngine e(&r.info, &r.settings, nullptr, workers);
             EXPECT_EQ(e.ThreadCount(), std::min(steps, workers));
         }
     }
@@ -242,23 +242,23 @@ TEST(SweepEngine, DestructionNeverHangs) {
     {
         SweepRig r(256, 2, 16);
         auto s = sweep_samples(r, {}, 11);
-        qs::SweepEngine_Maple e(&r.info, &r.settings);
-        e.Store(s.data(), 2, 0);
+        qs::SweepEngine e(&r.info, &r.settings);
+        e.Store(qs::Block{s.data(), 2, 0});
     }
     // As many workers as chunks, between sweeps and in the middle of one.
     {
         SweepRig r(256, 4, 4);
         std::vector<double> corr = test_corrections(r, false);
         auto s = sweep_samples(r, {{40}}, 12);
-        qs::SweepEngine_Maple e(&r.info, &r.settings);
+        qs::SweepEngine e(&r.info, &r.settings);
         fetch(e, r, s, corr);
         fetch(e, r, s, corr);
     }
     {
         SweepRig r(256, 8, 4);
         auto s = sweep_samples(r, {{40}}, 13);
-        qs::SweepEngine_Maple e(&r.info, &r.settings);
-        e.Store(s.data(), 8, 0);
+        qs::SweepEngine e(&r.info, &r.settings);
+        e.Store(qs::Block{s.data(), 8, 0});
     }
 }
 
@@ -268,14 +268,14 @@ TEST(SweepEngine, DataPathDoesNotAllocate) {
     std::vector<double> corr = test_corrections(r, false);
     auto s = sweep_samples(r, {{40}, {}, {50}}, 14);
     std::vector<double> mn(static_cast<size_t>(r.info.traceLen)), mx(static_cast<size_t>(r.info.traceLen));
-    qs::SweepEngine_Maple e(&r.info, &r.settings, 4);
+    qs::SweepEngine e(&r.info, &r.settings, nullptr, 4);
     fetch(e, r, s, corr);  // a first sweep settles anything lazy
 
     std::atomic<long> inStore{-1};
     std::thread feeder([&] {
         int index = 0;
         const long before = qs_test::Allocations();
-        for (size_t at = 0; at < s.size(); at += kSweepBlock) index = e.Store(s.data() + at, r.info.ppf, index);
+        for (size_t at = 0; at < s.size(); at += kSweepBlock) index = e.Store(qs::Block{s.data() + at, r.info.ppf, index});
         inStore = qs_test::Allocations() - before;
     });
     const long before = qs_test::Allocations();

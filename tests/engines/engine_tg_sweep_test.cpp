@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cmath>
+#include <functional>
 #include <vector>
 
 #include "dsp/qs_lib.h"
@@ -45,7 +46,7 @@ protected:
         info.lastPatchSkipCnt = 2;
         info.tgInitialCount = 2000 - kPoints;
         info.patchInfo.Append(qs::Patch{info.fftSize / 4, 1, 0, 1e9, 0.0, false});
-        engine.reset(new TGSweepEngine(&info, &set, &tg, &state, false));
+        engine.reset(new TGSweepEngine(&info, &set, &tg, &state, &passes, qs::TgPeakRules{}));
         engine->LoadPriCorrData(qs::VecDouble(kPoints, 0.0));
         engine->LoadSecCorrData(qs::VecDouble(kPoints, 0.0));
         engine->Start();
@@ -62,20 +63,14 @@ protected:
                     const double x = amp[size_t(first + p)] * std::sin(2 * M_PI * bin * n / info.fftSize);
                     block[size_t(p * kPointSamples + n)] = Ipp16s(std::lround(x * 32767.0));
                 }
-            index = engine->Store(block.data(), kPpf, index);
+            index = engine->Store(qs::Block{block.data(), kPpf, index});
         }
         EXPECT_EQ(index, 0);
     }
 
     std::vector<double> Sweep(const std::vector<double>& pri, const std::vector<double>& sec, double bin = 4000.0) {
-        engine->InitiateSweep(0);
-        Feed(pri, bin);
-        engine->GetPrimaryData({});
-        if (set.m_tgHighDynamicRange) {
-            engine->InitiateSweep(1);
-            Feed(sec, bin);
-            engine->GetSecondaryData({});
-        }
+        // Each pass's data arrive once the engine has sent the pass.
+        passes.send = [&](int pass) { Feed(pass == 0 ? pri : sec, bin); };
         std::vector<double> out(size_t(info.traceLen)), other(out.size());
         EXPECT_EQ(engine->GetSweep(out.data(), other.data(), {}), qsNoError);
         EXPECT_EQ(out, other);
@@ -89,6 +84,17 @@ protected:
     qs::TGInterface tg;
     std::atomic<qs::TGCalState> state{qs::tg0dBStored};
     std::unique_ptr<TGSweepEngine> engine;
+
+    // A generator that stays; a sent pass comes back as the test's data.
+    struct Passes : qs::PassControl {
+        std::function<void(int)> send;
+        bool SendPass(int pass) override {
+            send(pass);
+            return true;
+        }
+        bool GeneratorThere() override { return true; }
+        bool GeneratorLost() const override { return false; }
+    } passes;
 };
 
 TEST_F(TgEngine, EachPointReadsItsOwnToneAgainstTheNominalReference) {

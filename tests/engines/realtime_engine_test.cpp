@@ -31,13 +31,13 @@ struct Plan {
     double calSlopeDb = 0.0;  // correction of bin b: slope x (b - first bin of the trace)
 };
 
-struct Engine {
+struct RtRig {
     SettingsMaple settings;
     SweepInfo info;
     std::vector<double> cal;
     std::unique_ptr<RealTimeImageEngine> rt;
 
-    explicit Engine(const Plan& p) {
+    explicit RtRig(const Plan& p) {
         settings.m_logScale = p.logScale;
         settings.m_detector = p.detector;
         settings.m_reference = p.refDbm;
@@ -56,7 +56,7 @@ struct Engine {
             const double db = p.calSlopeDb * (b - first);
             cal.push_back(p.logScale ? db : std::pow(10.0, 0.05 * db));
         }
-        rt.reset(new RealTimeImageEngine(&settings, &info, cal, true));
+        rt.reset(new RealTimeImageEngine(&settings, &info, cal));
     }
 };
 
@@ -77,10 +77,10 @@ public:
         const int64_t need = (lastStart + fftSize_) / kBlock + 1 + extra;
         while (stored_ < need) {
             for (int i = 0; i < kBlock; ++i) block_[size_t(i)] = source_(stored_ * kBlock + i, ctx_);
-            rt_.Store(block_.data());
+            rt_.Store(qs::Block{block_.data()});
             ++stored_;
         }
-        ASSERT_EQ(rt_.GetSweepFrame(min, max, color, alpha), qsNoError);
+        ASSERT_EQ(rt_.GetFrame(min, max, color, alpha), qsNoError);
         // Paced like this, nothing may be lost.
         ASSERT_EQ(rt_.LostBlocks(), 0);
         ASSERT_EQ(rt_.LostTransforms(), 0);
@@ -137,7 +137,7 @@ struct ToneCase {
 // 39 updates later, in colour and alpha alike.
 TEST(RealTimeEngine, PersistenceFadesAfterTheLastHit) {
     Plan p;
-    Engine e(p);
+    RtRig e(p);
     Tone tone{244, 1024, 1 << 30};
     Feeder feed(*e.rt, 1024, ToneSample, &tone);
     Frames f(*e.rt);
@@ -189,7 +189,7 @@ TEST(RealTimeEngine, OverrunDropsBlocksAndKeepsFramesWhole) {
     Plan p;
     p.fftSize = 131072;
     p.advance = 0.5;
-    Engine e(p);
+    RtRig e(p);
     const int first = (p.fftSize / 2 - p.traceLen) / 2;  // 32736
     Tone tone{32768, p.fftSize, 1 << 30};
     // Every block of this tone is the same: stored back to back at once.
@@ -197,10 +197,10 @@ TEST(RealTimeEngine, OverrunDropsBlocksAndKeepsFramesWhole) {
     for (int i = 0; i < kBlock; ++i) block[size_t(i)] = ToneSample(i, &tone);
     // Storing takes a tenth of the transforms' time for a block: the ring
     // fills within a few dozen blocks on any machine, however loaded.
-    for (int b = 0; b < 2000 && e.rt->LostBlocks() == 0; ++b) e.rt->Store(block.data());
+    for (int b = 0; b < 2000 && e.rt->LostBlocks() == 0; ++b) e.rt->Store(qs::Block{block.data()});
     ASSERT_GT(e.rt->LostBlocks(), 0);
     Frames f(*e.rt);
-    ASSERT_EQ(e.rt->GetSweepFrame(f.min.data(), f.max.data(), f.color.data(), f.alpha.data()), qsNoError);
+    ASSERT_EQ(e.rt->GetFrame(f.min.data(), f.max.data(), f.color.data(), f.alpha.data()), qsNoError);
     const int i = 32768 - first;
     EXPECT_NEAR(f.max[size_t(i)], -12.0412f, 0.01f);
     EXPECT_NEAR(f.min[size_t(i)], -12.0412f, 0.01f);

@@ -30,7 +30,9 @@ TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
     auto store = [&](int b) {
         block[0] = static_cast<Ipp16s>(b);  // the block's number in its first sample
         const int t[17] = {100};
-        stream.Store(block.data(), t, 0, 0, 8e7);
+        qs::Block blk{block.data()};
+        blk.triggers = t;
+        stream.Store(blk);
     };
     for (int b = 0; b < 300; ++b) store(b);
     // Room for 72 steps less a block: 252 blocks are in, the rest dropped.
@@ -38,7 +40,7 @@ TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
     int triggers[62];
     std::vector<long long> positions;
     for (int step = 0; step < 71; ++step) {
-        ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
+        ASSERT_EQ(stream.GetIQ(out.data(), triggers), qsNoError);
         for (int i = 0; i < 62 && triggers[i] != 0; ++i)
             positions.push_back(static_cast<long long>(step) * kStep + triggers[i]);
         for (long long b = (static_cast<long long>(step) * kStep + kRowsBlock - 1) / kRowsBlock;
@@ -46,7 +48,7 @@ TEST(DirectStreamRing, ABlockThatFindsTheRingFullIsDroppedWhole) {
             ASSERT_EQ(out[static_cast<size_t>(b * kRowsBlock - step * kStep)], b / 32768.0f) << b;
     }
     for (int b = 300; b < 304; ++b) store(b);
-    ASSERT_EQ(stream.Get_32f(out.data(), triggers), qsNoError);
+    ASSERT_EQ(stream.GetIQ(out.data(), triggers), qsNoError);
     EXPECT_EQ(out[static_cast<size_t>(251 * kRowsBlock - 71 * kStep)], 251 / 32768.0f);
     EXPECT_EQ(out[static_cast<size_t>(252 * kRowsBlock - 71 * kStep)], 300 / 32768.0f);
     for (int i = 0; i < 62 && triggers[i] != 0; ++i)
