@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "device/lo_tables_larch.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 

@@ -11,7 +11,8 @@
 #include <unistd.h>
 
 #include "calibration/corrections_maple.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
+#include "planning/sizing.h"
 #include "settings/settings.h"
 
 namespace qs {

@@ -31,7 +31,7 @@
 
 #include "calibration/corrections.h"
 #include "dsp/dsp_vector.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"

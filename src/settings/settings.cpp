@@ -1,6 +1,7 @@
 #include "settings/settings.h"
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
+#include "planning/sizing.h"
 
 namespace qs {
 
