@@ -20,55 +20,8 @@
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 
-// ---- allocation counter ------------------------------------------------------
-// Every heap request of the process goes through these (libstdc++'s operator
-// new calls malloc, the vector layer calls aligned_alloc). Only the thread
-// that armed the counter counts, so the simulator's threads stay out of it.
-
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-}
-
-namespace {
-thread_local bool t_counting = false;
-std::atomic<long> g_allocations{0};
-inline void Count() {
-    if (t_counting) g_allocations.fetch_add(1, std::memory_order_relaxed);
-}
-}  // namespace
-
-extern "C" {
-void* malloc(size_t n) noexcept {
-    Count();
-    return __libc_malloc(n);
-}
-void* calloc(size_t k, size_t n) noexcept {
-    Count();
-    return __libc_calloc(k, n);
-}
-void* realloc(void* p, size_t n) noexcept {
-    Count();
-    return __libc_realloc(p, n);
-}
-void* aligned_alloc(size_t a, size_t n) noexcept {
-    Count();
-    return __libc_memalign(a, n);
-}
-void* memalign(size_t a, size_t n) noexcept {
-    Count();
-    return __libc_memalign(a, n);
-}
-int posix_memalign(void** out, size_t a, size_t n) noexcept {
-    Count();
-    void* p = __libc_memalign(a, n);
-    if (!p) return 12;  // ENOMEM
-    *out = p;
-    return 0;
-}
-}
+// Heap requests during a build, counted on the building thread only.
+#include "allocation_counter.inc"
 
 namespace {
 
@@ -130,13 +83,13 @@ Rig& TheRig() {
 
 // The counter must see an ordinary new, or its figures mean nothing.
 bool CounterWorks() {
-    g_allocations = 0;
-    t_counting = true;
+    qs_test::ResetThreadCount();
+    qs_test::ArmThreadCount();
     int* p = new int(1);
     benchmark::DoNotOptimize(p);
-    t_counting = false;
+    qs_test::DisarmThreadCount();
     delete p;
-    return g_allocations.load() == 1;
+    return qs_test::ThreadCount() == 1;
 }
 
 void BM_BuildCorrectionArray(benchmark::State& state) {
@@ -159,19 +112,19 @@ void BM_BuildCorrectionArray(benchmark::State& state) {
     {
         qs::CorrectionsMaple fresh(rig.device->MapleRev());
         fresh.Configure(25.0, settings, rig.info);
-        g_allocations = 0;
-        t_counting = true;
+        qs_test::ResetThreadCount();
+        qs_test::ArmThreadCount();
         fresh.BuildCorrectionArray(&settings, &rig.info, false);
-        t_counting = false;
-        first = g_allocations.load();
+        qs_test::DisarmThreadCount();
+        first = qs_test::ThreadCount();
     }
 
-    g_allocations = 0;
+    qs_test::ResetThreadCount();
     const double cpu0 = ThreadCpu();
     for (auto _ : state) {
-        t_counting = true;
+        qs_test::ArmThreadCount();
         corr.BuildCorrectionArray(&settings, &rig.info, false);
-        t_counting = false;
+        qs_test::DisarmThreadCount();
         benchmark::DoNotOptimize(corr.GetCorrections().data());
     }
     const double perBuild = (ThreadCpu() - cpu0) / double(state.iterations());
@@ -179,7 +132,7 @@ void BM_BuildCorrectionArray(benchmark::State& state) {
     const double acquisition = double(rig.info.stepCount) * rig.info.ppf * kPacketSeconds;
     state.counters["bins"] = double(corr.GetCorrections().size());
     state.counters["allocs_first"] = double(first);
-    state.counters["allocs_per_build"] = double(g_allocations.load()) / builds;
+    state.counters["allocs_per_build"] = double(qs_test::ThreadCount()) / builds;
     state.counters["acq_ms"] = acquisition * 1e3;
     state.counters["build_ms"] = perBuild * 1e3;
     state.counters["build_over_acq"] = perBuild / acquisition;

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "device/device_maple.h"
-#include "dsp/qs_lib.h"
+#include "dsp/sample_unpack.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
 #include "transport/wire_formats.h"

@@ -1,7 +1,7 @@
 // Fetches and queries: the handle, pointer and mode checks, then the device.
 #include "api/device_table.h"
 #include "device/device.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "settings/settings.h"
 
 using namespace qs;

@@ -1,6 +1,6 @@
 #include "calibration/correction_defs.h"
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 
 namespace qs {
 

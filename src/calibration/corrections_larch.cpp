@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "device/lo_tables_larch.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 
@@ -32,6 +32,22 @@ int clamp_floor(double d, int lo, int hi) {
     if (!(d > lo)) return lo;
     if (d >= hi) return hi;
     return static_cast<int>(std::floor(d));
+}
+
+// The pair of a table's entries (0..last) around step position x: above the
+// table its last pair; below it (or NaN) its first pair, and false, for the
+// table's first value is then taken as it is.
+bool BracketStep(double x, int last, int& lo, int& hi) {
+    lo = 0;
+    hi = 1;
+    if (!(x >= 0.0)) return false;
+    lo = clamp_floor(x, 0, last);
+    hi = lo + 1;
+    if (hi > last) {
+        hi = last;
+        lo = last - 1;
+    }
+    return true;
 }
 
 void to_linear(VecDouble& v) {
@@ -280,37 +296,15 @@ double CorrectionsLarch::GetSingleCorrection(int band, double CF, double IF, dou
         // The lowest table counts steps of 1/20 decade from its start.
         if (f < 0.0) f += 1e7;
         const double x = 20.0 * std::log10(f / r.m_start);
-        if (!(x >= 0.0)) {
-            lo = 0;
-            hi = 1;
-            p = 0.0f;
-        } else {
-            lo = clamp_floor(x, 0, last);
-            hi = lo + 1;
-            if (hi > last) {
-                hi = last;
-                lo = last - 1;
-            }
-            // The fraction of the unclamped step: above the table the last
-            // two values are interpolated, not extrapolated.
-            p = std::isfinite(x) ? static_cast<float>(x - std::floor(x)) : 0.0f;
-        }
+        // The fraction of the unclamped step: above the table the last two
+        // values are interpolated, not extrapolated.
+        p = BracketStep(x, last, lo, hi) && std::isfinite(x) ? static_cast<float>(x - std::floor(x)) : 0.0f;
     } else {
+        // Below the table (a patch reaching under its row): its first value.
         const double x = (f - r.m_start) / r.m_stepSize;
-        if (!(x >= 0.0)) {
-            // Below the table (a patch reaching under its row): its first value.
-            lo = 0;
-            hi = 1;
-            p = 0.0f;
-        } else {
-            lo = clamp_trunc(x, 0, last);
-            hi = lo + 1;
-            if (hi > last) {
-                hi = last;
-                lo = last - 1;
-            }
-            p = static_cast<float>((r.m_stepSize - (hi * r.m_stepSize + r.m_start - f)) / r.m_stepSize);
-        }
+        p = BracketStep(x, last, lo, hi)
+                ? static_cast<float>((r.m_stepSize - (hi * r.m_stepSize + r.m_start - f)) / r.m_stepSize)
+                : 0.0f;
     }
     const float* c0 = r.b[a][g][m_t];
     const float* c1 = r.b[a][g][m_t + 1];

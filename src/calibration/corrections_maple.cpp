@@ -7,7 +7,7 @@
 #include <iterator>
 #include <limits>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 

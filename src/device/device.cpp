@@ -10,7 +10,8 @@
 #include <ctime>
 #include <new>
 
-#include "dsp/qs_lib.h"
+#include "dsp/sample_unpack.h"
+#include "planning/sizing.h"
 #include "settings/settings.h"
 
 namespace qs {

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "device/device.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "settings/settings.h"
 
 namespace qs {

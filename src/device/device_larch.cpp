@@ -10,7 +10,8 @@
 #include <unistd.h>
 
 #include "calibration/corrections_larch.h"
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
+#include "planning/sizing.h"
 #include "engines/engine_sweep.h"
 #include "settings/settings.h"
 

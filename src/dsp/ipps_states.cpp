@@ -5,66 +5,9 @@
 #include <stdexcept>
 #include <vector>
 
-namespace {
-
-// The three sizes of a transform, its memory and its Init. A refused order
-// or flag is a caller's mistake: it throws before anything is allocated.
-template <typename Spec, typename GetSize, typename Init>
-void build_fft(Spec*& fftSpec, smart_ptr<unsigned char>& specMem, smart_ptr<unsigned char>& memInit,
-               smart_ptr<unsigned char>& work, int order, int flag, IppHintAlgorithm hint, GetSize getSize,
-               Init init) {
-    int specSize = 0, initSize = 0, workSize = 0;
-    if (getSize(order, flag, hint, &specSize, &initSize, &workSize) != ippStsNoErr)
-        throw std::invalid_argument("transform order or flag refused");
-    if (specSize != 0) specMem.malloc(specSize);
-    if (initSize > 0) memInit.malloc(initSize);
-    if (workSize != 0) work.malloc(workSize);
-    const IppStatus st = init(&fftSpec, order, flag, hint, specMem.ptr, memInit.ptr);
-    if (st == ippStsMemAllocErr) throw std::bad_alloc();
-    if (st != ippStsNoErr) throw std::invalid_argument("transform set-up refused");
-}
-
-}  // namespace
+#include "dsp/math_helpers.h"
 
 // ---- transforms ---------------------------------------------------------------------
-
-fft_R_32f::fft_R_32f(int order, int flag, IppHintAlgorithm hint) {
-    build_fft(fftSpec, specMem, memInit, work, order, flag, hint, ippsFFTGetSize_R_32f, ippsFFTInit_R_32f);
-}
-fft_R_32f::~fft_R_32f() {
-    if (fftSpec) ippsFFTFree_R_32f(fftSpec);
-}
-void fft_R_32f::FwdFFT(Ipp32f* src, Ipp32f* dst) { ippsFFTFwd_RToPerm_32f(src, dst, fftSpec, work.ptr); }
-void fft_R_32f::InvFFT(Ipp32f* src, Ipp32f* dst) { ippsFFTInv_PermToR_32f(src, dst, fftSpec, work.ptr); }
-
-fft_R_64f::fft_R_64f(int order, int flag, IppHintAlgorithm hint) {
-    build_fft(fftSpec, specMem, memInit, work, order, flag, hint, ippsFFTGetSize_R_64f, ippsFFTInit_R_64f);
-}
-fft_R_64f::~fft_R_64f() {
-    if (fftSpec) ippsFFTFree_R_64f(fftSpec);
-}
-void fft_R_64f::FwdFFT(Ipp64f* src, Ipp64f* dst) { ippsFFTFwd_RToPerm_64f(src, dst, fftSpec, work.ptr); }
-void fft_R_64f::FwdFFT(Ipp64f* src, Ipp64fc* dst) {
-    ippsFFTFwd_RToPerm_64f(src, reinterpret_cast<Ipp64f*>(dst), fftSpec, work.ptr);
-}
-void fft_R_64f::InvFFT(Ipp64f* src, Ipp64f* dst) { ippsFFTInv_PermToR_64f(src, dst, fftSpec, work.ptr); }
-
-fft_C_32fc::fft_C_32fc(int order, int flag, IppHintAlgorithm hint) {
-    build_fft(fftSpec, specMem, memInit, work, order, flag, hint, ippsFFTGetSize_C_32fc, ippsFFTInit_C_32fc);
-}
-fft_C_32fc::~fft_C_32fc() {
-    if (fftSpec) ippsFFTFree_C_32fc(fftSpec);
-}
-void fft_C_32fc::FwdFFT(Ipp32fc* src, Ipp32fc* dst) { ippsFFTFwd_CToC_32fc(src, dst, fftSpec, work.ptr); }
-void fft_C_32fc::InvFFT(Ipp32fc* src, Ipp32fc* dst) { ippsFFTInv_CToC_32fc(src, dst, fftSpec, work.ptr); }
-
-fft_C_64fc::fft_C_64fc(int order, int flag, IppHintAlgorithm hint) {
-    build_fft(fftSpec, specMem, memInit, work, order, flag, hint, ippsFFTGetSize_C_64fc, ippsFFTInit_C_64fc);
-}
-fft_C_64fc::~fft_C_64fc() {
-    if (fftSpec) ippsFFTFree_C_64fc(fftSpec);
-}
-void fft_C_64fc::FwdFFT(Ipp64fc* src, Ipp64fc* dst) { ippsFFTFwd_CToC_64fc(src, dst, fftSpec, work.ptr); }
 
 void fft_R_32f_fwd_direct(Ipp32f* src, Ipp32f* dst, int order, int flag, IppHintAlgorithm hint) {
     fft_R_32f f(order, flag, hint);

@@ -10,11 +10,13 @@
 
 #include <atomic>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "dsp/dsp_vector.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "ipps.h"
 
 enum filterPassType { lowPassFilter = 0, highPassFilter = 1 };
@@ -24,75 +26,56 @@ enum filterPassType { lowPassFilter = 0, highPassFilter = 1 };
 // order the layer refuses throws std::invalid_argument. FwdFFT and InvFFT
 // use the object's own work buffer: one thread at a time per object.
 
-class fft_R_32f {
+// One transform of the layer, by its sample type and primitives: the spec,
+// the spec's memory and its own work buffer. Real transforms give and take
+// Perm-packed spectra; src and dst may be one array.
+template <typename T, typename Spec, auto GetSize, auto Init, auto Free, auto Forward, auto Inverse>
+class FFT {
 public:
-    fft_R_32f(int order, int flag, IppHintAlgorithm hint);
-    ~fft_R_32f();
-    // Perm-packed result; src and dst may be one array.
-    void FwdFFT(Ipp32f* src, Ipp32f* dst);
-    void InvFFT(Ipp32f* src, Ipp32f* dst);
+    // The three sizes, the memory and the Init. A refused order or flag is
+    // a caller's mistake: it throws before anything is allocated.
+    FFT(int order, int flag, IppHintAlgorithm hint) {
+        int specSize = 0, initSize = 0, workSize = 0;
+        if (GetSize(order, flag, hint, &specSize, &initSize, &workSize) != ippStsNoErr)
+            throw std::invalid_argument("transform order or flag refused");
+        if (specSize != 0) specMem.malloc(specSize);
+        if (initSize > 0) memInit.malloc(initSize);
+        if (workSize != 0) work.malloc(workSize);
+        const IppStatus st = Init(&fftSpec, order, flag, hint, specMem.ptr, memInit.ptr);
+        if (st == ippStsMemAllocErr) throw std::bad_alloc();
+        if (st != ippStsNoErr) throw std::invalid_argument("transform set-up refused");
+    }
+    ~FFT() {
+        if (fftSpec) Free(fftSpec);
+    }
+    FFT(const FFT&) = delete;
+    FFT& operator=(const FFT&) = delete;
 
-    IppsFFTSpec_R_32f* fftSpec = nullptr;
+    void FwdFFT(T* src, T* dst) { Forward(src, dst, fftSpec, work.ptr); }
+    void InvFFT(T* src, T* dst) { Inverse(src, dst, fftSpec, work.ptr); }
+
+    Spec* fftSpec = nullptr;
     smart_ptr<unsigned char> specMem;
     smart_ptr<unsigned char> memInit;
     smart_ptr<unsigned char> work;
-
-private:
-    fft_R_32f(const fft_R_32f&);
-    fft_R_32f& operator=(const fft_R_32f&);
 };
 
-class fft_R_64f {
+using fft_R_32f = FFT<Ipp32f, IppsFFTSpec_R_32f, ippsFFTGetSize_R_32f, ippsFFTInit_R_32f, ippsFFTFree_R_32f,
+                      ippsFFTFwd_RToPerm_32f, ippsFFTInv_PermToR_32f>;
+using fft_C_32fc = FFT<Ipp32fc, IppsFFTSpec_C_32fc, ippsFFTGetSize_C_32fc, ippsFFTInit_C_32fc,
+                       ippsFFTFree_C_32fc, ippsFFTFwd_CToC_32fc, ippsFFTInv_CToC_32fc>;
+using fft_C_64fc = FFT<Ipp64fc, IppsFFTSpec_C_64fc, ippsFFTGetSize_C_64fc, ippsFFTInit_C_64fc,
+                       ippsFFTFree_C_64fc, ippsFFTFwd_CToC_64fc, ippsFFTInv_CToC_64fc>;
+using fft_R_64f_base = FFT<Ipp64f, IppsFFTSpec_R_64f, ippsFFTGetSize_R_64f, ippsFFTInit_R_64f,
+                           ippsFFTFree_R_64f, ippsFFTFwd_RToPerm_64f, ippsFFTInv_PermToR_64f>;
+
+class fft_R_64f : public fft_R_64f_base {
 public:
-    fft_R_64f(int order, int flag, IppHintAlgorithm hint);
-    ~fft_R_64f();
-    void FwdFFT(Ipp64f* src, Ipp64f* dst);
+    using fft_R_64f_base::fft_R_64f_base;
+    using fft_R_64f_base::FwdFFT;
     // The same transform, the Perm result read as complex pairs: entry 0
     // holds bin 0 in re and bin N/2 in im, entry k bin k.
-    void FwdFFT(Ipp64f* src, Ipp64fc* dst);
-    void InvFFT(Ipp64f* src, Ipp64f* dst);
-
-    IppsFFTSpec_R_64f* fftSpec = nullptr;
-    smart_ptr<unsigned char> specMem;
-    smart_ptr<unsigned char> memInit;
-    smart_ptr<unsigned char> work;
-
-private:
-    fft_R_64f(const fft_R_64f&);
-    fft_R_64f& operator=(const fft_R_64f&);
-};
-
-class fft_C_32fc {
-public:
-    fft_C_32fc(int order, int flag, IppHintAlgorithm hint);
-    ~fft_C_32fc();
-    void FwdFFT(Ipp32fc* src, Ipp32fc* dst);
-    void InvFFT(Ipp32fc* src, Ipp32fc* dst);
-
-    IppsFFTSpec_C_32fc* fftSpec = nullptr;
-    smart_ptr<unsigned char> specMem;
-    smart_ptr<unsigned char> memInit;
-    smart_ptr<unsigned char> work;
-
-private:
-    fft_C_32fc(const fft_C_32fc&);
-    fft_C_32fc& operator=(const fft_C_32fc&);
-};
-
-class fft_C_64fc {
-public:
-    fft_C_64fc(int order, int flag, IppHintAlgorithm hint);
-    ~fft_C_64fc();
-    void FwdFFT(Ipp64fc* src, Ipp64fc* dst);
-
-    IppsFFTSpec_C_64fc* fftSpec = nullptr;
-    smart_ptr<unsigned char> specMem;
-    smart_ptr<unsigned char> memInit;
-    smart_ptr<unsigned char> work;
-
-private:
-    fft_C_64fc(const fft_C_64fc&);
-    fft_C_64fc& operator=(const fft_C_64fc&);
+    void FwdFFT(Ipp64f* src, Ipp64fc* dst) { FwdFFT(src, reinterpret_cast<Ipp64f*>(dst)); }
 };
 
 // One transform through a temporary object: set-up code only, never the

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "ipps.h"
 #include "qs_api.h"
 

@@ -33,7 +33,7 @@
 
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "ipps.h"
 #include "settings/settings.h"

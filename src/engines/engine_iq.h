@@ -28,7 +28,7 @@
 
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "engines/iq_circular_buffer.h"
 #include "ipps.h"

@@ -32,7 +32,7 @@
 
 #include "calibration/corrections.h"
 #include "dsp/ipps_states.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "engines/video_dsiir.h"
 #include "ipps.h"

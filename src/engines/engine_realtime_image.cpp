@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdint>
 
+#include "dsp/math_helpers.h"
 #include "dsp/windows.h"
 #include "ippi.h"
 #include "settings/settings.h"

@@ -31,7 +31,7 @@
 
 #include "calibration/corrections.h"
 #include "dsp/dsp_vector.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "engines/video_iir.h"
 #include "settings/sweep_info.h"

@@ -33,7 +33,7 @@
 
 #include "calibration/corrections.h"
 #include "dsp/dsp_vector.h"
-#include "dsp/qs_lib.h"
+#include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "engines/video_iir.h"
 #include "ipps.h"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "dsp/windows.h"
 #include "engines/video_iir.h"
 #include "qs_api.h"

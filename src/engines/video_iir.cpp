@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "dsp/windows.h"
 #include "qs_api.h"
 #include "settings/settings.h"

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
 #include "planning/plan.h"
 
 namespace qs {

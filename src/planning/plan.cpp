@@ -4,7 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
+#include "planning/sizing.h"
 #include "settings/settings.h"
 
 namespace qs {

@@ -2,7 +2,8 @@
 
 #include <cmath>
 
-#include "dsp/qs_lib.h"
+#include "dsp/math_helpers.h"
+#include "planning/sizing.h"
 
 namespace qs {
 

@@ -7,7 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "dsp/qs_lib.h"
+#include "dsp/file_paths.h"
 
 namespace qs {
 

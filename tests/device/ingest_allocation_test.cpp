@@ -19,77 +19,7 @@
 #include "sim_fixture.h"
 #include "transport/wire_formats.h"
 
-// ---- allocation counter ------------------------------------------------------
-// Only the thread that armed the counter counts, so the interface thread,
-// the engines' workers and the simulator stay out of it. The malloc family
-// is replaced only without a sanitizer, whose own allocator must stay in
-// charge; operator new is counted in every build.
-namespace {
-thread_local bool t_counting = false;
-std::atomic<long> g_allocations{0};
-inline void Count() {
-    if (t_counting) g_allocations.fetch_add(1, std::memory_order_relaxed);
-}
-}  // namespace
-
-#if !defined(QS_ASAN) && !defined(QS_TSAN)
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-
-void* malloc(size_t n) noexcept {
-    Count();
-    return __libc_malloc(n);
-}
-void* calloc(size_t k, size_t n) noexcept {
-    Count();
-    return __libc_calloc(k, n);
-}
-void* realloc(void* p, size_t n) noexcept {
-    Count();
-    return __libc_realloc(p, n);
-}
-void* aligned_alloc(size_t a, size_t n) noexcept {
-    Count();
-    return __libc_memalign(a, n);
-}
-void* memalign(size_t a, size_t n) noexcept {
-    Count();
-    return __libc_memalign(a, n);
-}
-int posix_memalign(void** out, size_t a, size_t n) noexcept {
-    Count();
-    void* p = __libc_memalign(a, n);
-    if (!p) return 12;  // ENOMEM
-    *out = p;
-    return 0;
-}
-}
-#endif
-
-namespace {
-// Out of line, so the compiler does not pair this malloc with the free
-// below and warn about a mismatch it cannot see through.
-__attribute__((noinline)) void* CountedNew(std::size_t n) {
-    Count();
-    return std::malloc(n ? n : 1);
-}
-__attribute__((noinline)) void Release(void* p) { std::free(p); }
-}  // namespace
-
-void* operator new(std::size_t n) {
-    if (void* p = CountedNew(n)) return p;
-    throw std::bad_alloc();
-}
-void* operator new[](std::size_t n) { return operator new(n); }
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return CountedNew(n); }
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return CountedNew(n); }
-void operator delete(void* p) noexcept { Release(p); }
-void operator delete[](void* p) noexcept { Release(p); }
-void operator delete(void* p, std::size_t) noexcept { Release(p); }
-void operator delete[](void* p, std::size_t) noexcept { Release(p); }
+#include "allocation_counter.inc"
 
 namespace {
 
@@ -130,7 +60,7 @@ protected:
     void DetachTransport() {
         Dev().StopStreaming();
         qs::CypressInterface* usb = Dev().*(&TransportOf::m_usb);
-        while (usb->CommandsQueued() > 0 || !usb->IsIdle()) usleep(1000);
+        usb->WaitUntilIdle();
     }
 
     // StoreData of `count` blocks on this thread; the heap requests made.
@@ -138,31 +68,32 @@ protected:
         std::vector<Block> blocks;
         for (int i = 0; i < 4; ++i) blocks.emplace_back(i, static_cast<uint16_t>(2 * i));
         int index = 0;
-        g_allocations = 0;
-        t_counting = true;
+        qs_test::ResetThreadCount();
+        qs_test::ArmThreadCount();
         for (int i = 0; i < count; ++i) {
             Block& b = blocks[static_cast<size_t>(i % 4)];
             index = Dev().StoreData(b.ch[0].data(), b.ch[1].data(), ppf, index);
         }
-        t_counting = false;
-        return g_allocations.load();
+        qs_test::DisarmThreadCount();
+        return qs_test::ThreadCount();
     }
 };
 
 TEST_F(IngestAllocation, TheCounterSeesAnAllocationOnTheArmedThread) {
-    g_allocations = 0;
-    t_counting = true;
+    qs_test::ResetThreadCount();
+    qs_test::ArmThreadCount();
     std::vector<int>* v = new std::vector<int>(100);
-    t_counting = false;
+    qs_test::DisarmThreadCount();
     delete v;
-    EXPECT_GE(g_allocations.exchange(0), 1);
+    EXPECT_GE(qs_test::ThreadCount(), 1);
+    qs_test::ResetThreadCount();
 #if !defined(QS_ASAN) && !defined(QS_TSAN)
     // The vector layer's aligned blocks are seen too.
-    t_counting = true;
+    qs_test::ArmThreadCount();
     Ipp16s* p = ippsMalloc_16s(1000);
-    t_counting = false;
+    qs_test::DisarmThreadCount();
     ippsFree(p);
-    EXPECT_GE(g_allocations.load(), 1);
+    EXPECT_GE(qs_test::ThreadCount(), 1);
 #endif
 }
 

@@ -9,7 +9,7 @@
 #include <functional>
 #include <vector>
 
-#include "dsp/qs_lib.h"
+#include "planning/sizing.h"
 #include "engines/engine_tg_sweep.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"

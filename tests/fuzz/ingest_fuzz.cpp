@@ -12,7 +12,7 @@
 
 #include "calibration/corrections_larch.h"
 #include "calibration/corrections_maple.h"
-#include "dsp/qs_lib.h"
+#include "dsp/sample_unpack.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 

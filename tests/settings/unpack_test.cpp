@@ -6,7 +6,7 @@
 #include <random>
 #include <vector>
 
-#include "dsp/qs_lib.h"
+#include "dsp/sample_unpack.h"
 
 using namespace qs;
 
