@@ -163,6 +163,53 @@ void ExpectPng(const std::string& path, unsigned width, unsigned height) {
     EXPECT_EQ(BigEndian32(png, 20), height);
 }
 
+// One row of the power format: "date, time, low, high, bin, sweeps, levels...".
+struct PowerRow {
+    std::string stamp, lowText, highText;
+    double low = 0, high = 0, bin = 0;
+    unsigned sweeps = 0;
+    std::vector<double> levels;
+};
+
+// Every row of a power-format text, each checked for what the heat-map
+// scripts rely on: a stamp that "%Y-%m-%d %H:%M:%S" parses, the sweeps
+// it holds, and low + levels x bin exactly its high edge.
+std::vector<PowerRow> ParsePower(const std::string& text) {
+    std::vector<PowerRow> rows;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        std::tm t{};
+        const char* rest = strptime(line.c_str(), "%Y-%m-%d, %H:%M:%S, ", &t);
+        PowerRow r;
+        int n = 0;
+        if (!rest || std::sscanf(rest, "%lf, %lf, %lf, %u%n", &r.low, &r.high, &r.bin, &r.sweeps, &n) != 4) {
+            ADD_FAILURE() << "not a power row: " << line;
+            continue;
+        }
+        r.stamp = line.substr(0, 20);
+        const std::string edges = rest;
+        r.lowText = edges.substr(0, edges.find(','));
+        r.highText = edges.substr(edges.find(", ") + 2);
+        r.highText = r.highText.substr(0, r.highText.find(','));
+        const char* p = rest + n;
+        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n) r.levels.push_back(v);
+        EXPECT_EQ(*p, '\0') << line;
+        EXPECT_GE(r.sweeps, 1u) << line;
+        EXPECT_EQ(r.low + r.levels.size() * r.bin, r.high) << line;
+        rows.push_back(std::move(r));
+    }
+    return rows;
+}
+
+// The frequency and level of the highest point of the rows.
+std::pair<double, double> PowerPeak(const std::vector<PowerRow>& rows) {
+    double hz = 0.0, dbm = -1e9;
+    for (const PowerRow& r : rows)
+        for (size_t i = 0; i < r.levels.size(); ++i)
+            if (r.levels[i] > dbm) dbm = r.levels[i], hz = r.low + i * r.bin;
+    return {hz, dbm};
+}
+
 const std::vector<std::string> kToneSweep = {"--simulate", "--sim-tone", "1.5G:-40", "sweep",
                                              "--start", "1.4G", "--stop", "1.6G", "--rbw", "100k"};
 
@@ -277,29 +324,11 @@ TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
 
     const Result power = RunQs(With(kToneSweep, {"--format", "power", "-N", "2"}));
     ASSERT_EQ(power.exitCode, 0) << power.err;
-    std::stringstream rows(power.out);
-    std::string line, firstStamp;
-    double bestDbm = -1e9, bestHz = 0.0;
+    const std::vector<PowerRow> rows = ParsePower(power.out);
     size_t levels = 0;
-    while (std::getline(rows, line)) {
-        int y, mo, d, h, mi, sec, n = 0;
-        double low, high, width;
-        unsigned samples;
-        ASSERT_EQ(std::sscanf(line.c_str(), "%d-%d-%d, %d:%d:%d, %lf, %lf, %lf, %u%n", &y, &mo, &d,
-                              &h, &mi, &sec, &low, &high, &width, &samples, &n),
-                  10)
-            << line;
-        const char* p = line.c_str() + n;
-        unsigned count = 0;
-        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n, ++count) {
-            if (v > bestDbm) bestDbm = v, bestHz = low + count * width;
-        }
-        EXPECT_EQ(*p, '\0') << line;
-        EXPECT_GE(samples, 1u) << "the sweeps in each record";
-        EXPECT_EQ(low + count * width, high);
-        levels += count;
-    }
+    for (const PowerRow& row : rows) levels += row.levels.size();
     EXPECT_EQ(levels, 2 * s.freqHz.size()) << "two sweeps of the same length";
+    const auto [bestHz, bestDbm] = PowerPeak(rows);
     EXPECT_NEAR(bestHz, 1.5e9, 2 * bin);
     unlink(csv.c_str());
     unlink(png.c_str());
@@ -369,47 +398,28 @@ TEST(QsProcess, ProgressLineOnlyOnATerminal) {
     EXPECT_TRUE(Contains(screen, "stopping after this sweep")) << screen;
 }
 
-// What the heat-map scripts need: a row set a second, each with a stamp of
-// its own that "%Y-%m-%d %H:%M:%S" parses, rows that join up, and the tone
-// where it is.
+// A row set a second, each with a stamp of its own, rows that join up, the
+// span cropped to what was asked, and the tone where it is.
 TEST(QsProcess, PowerFormatWritesARowSetPerSecond) {
     const Result r = RunQs({"--simulate", "--sim-tone", "100.1M:-40", "sweep", "--start", "88M", "--stop", "108M",
                             "--format", "power", "--continuous", "--exit-after", "3s"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    std::stringstream rows(r.out);
+    const std::vector<PowerRow> rows = ParsePower(r.out);
+    ASSERT_FALSE(rows.empty());
     std::vector<std::string> stamps;
-    std::string line, previousHigh;
-    double peakHz = 0.0, peakDbm = -1e9, firstLow = 0.0, lastHigh = 0.0;
-    while (std::getline(rows, line)) {
-        std::tm t{};
-        const char* rest = strptime(line.c_str(), "%Y-%m-%d, %H:%M:%S, ", &t);
-        ASSERT_NE(rest, nullptr) << line;
-        const std::string stamp = line.substr(0, 20);
-        double low = 0, high = 0, bin = 0;
-        unsigned sweeps = 0;
-        int n = 0;
-        ASSERT_EQ(std::sscanf(rest, "%lf, %lf, %lf, %u%n", &low, &high, &bin, &sweeps, &n), 4) << line;
-        const std::string lowText = rest;
-        if (stamps.empty() || stamps.back() != stamp) {
-            stamps.push_back(stamp);
-            firstLow = low;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (stamps.empty() || stamps.back() != rows[i].stamp) {
+            stamps.push_back(rows[i].stamp);
+            EXPECT_NEAR(rows[i].low, 88e6, 10e3) << "cropped to what was asked";
         } else {
-            EXPECT_EQ(lowText.substr(0, lowText.find(',')), previousHigh) << "rows join up: " << line;
+            EXPECT_EQ(rows[i].lowText, rows[i - 1].highText) << "rows join up";
         }
-        previousHigh = lowText.substr(lowText.find(", ") + 2);
-        previousHigh = previousHigh.substr(0, previousHigh.find(','));
-        EXPECT_GE(sweeps, 1u);
-        const char* p = rest + n;
-        unsigned i = 0;
-        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n, ++i)
-            if (v > peakDbm) peakDbm = v, peakHz = low + i * bin;
-        lastHigh = high;
     }
     EXPECT_GE(stamps.size(), 2u);
     EXPECT_LE(stamps.size(), 4u);
     for (size_t i = 1; i < stamps.size(); ++i) EXPECT_LT(stamps[i - 1], stamps[i]);
-    EXPECT_NEAR(firstLow, 88e6, 10e3) << "cropped to what was asked";
-    EXPECT_NEAR(lastHigh, 108e6, 20e3);
+    EXPECT_NEAR(rows.back().high, 108e6, 20e3);
+    const auto [peakHz, peakDbm] = PowerPeak(rows);
     EXPECT_NEAR(peakHz, 100.1e6, 10e3);
     EXPECT_NEAR(peakDbm, -40.0, 1.0);
 }
