@@ -42,7 +42,7 @@ Device::Device(CypressInterface* usb) : m_usb(usb) {
     m_cmd.Clear();
     m_secCmd.Clear();
     m_sweepInfo.patchInfo.Clear();
-    m_usb->SetDevice(this);
+    m_usb->SetSink(this);
     void* raw = nullptr;
     if (posix_memalign(&raw, 64, QS_BLOCK_SAMPLES * sizeof(int16_t)) != 0) throw std::bad_alloc();
     m_rawUnpacked = static_cast<int16_t*>(raw);
@@ -127,7 +127,7 @@ qsStatus Device::Abort() {
     // blocks of a sweep (it looked at m_fftReady before they came); the
     // engine must outlive them. Back in idle with nothing queued, the
     // thread has left StoreData for good.
-    while (m_usb->CommandsQueued() > 0 || !m_usb->IsIdle()) usleep(1000);
+    m_usb->WaitUntilIdle();
     m_mode = QS_MODE_IDLE;
     m_secondsFromCPU = 0;
     m_partialSecond = 0.0;
@@ -160,7 +160,7 @@ bool Device::StopStreaming() {
     AddCommand();
     // Once the mailbox is empty the stop went out on the thread's own path,
     // and StoreData will not run again for this stream.
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_usb->WaitUntilSent();
     m_sweepInfo.secondLOOffset = 0.0;
     return true;
 }
@@ -185,8 +185,7 @@ bool Device::ReadFlash(unsigned page, unsigned char* get) {
     // once the mailbox is empty, idle again means the page is in its
     // buffer. Waiting for that, rather than for a fixed 100 ms, is both
     // safe on a busy host and twelve times faster on an idle one.
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
-    while (!m_usb->IsIdle()) usleep(1000);
+    m_usb->WaitUntilIdle();
     std::memcpy(get, m_usb->FlashBuf(), QS_FLASH_PAGE_BYTES);
     return true;
 }
@@ -213,7 +212,7 @@ bool Device::ClearFlash() {
 qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
     const unsigned mask = p1 | p2;
     if (mask == m_portMask && !force) return qsNoError;
-    while (m_usb->CommandsQueued() >= 1) usleep(1000);
+    m_usb->WaitUntilSent();
     m_oscRatio = (p1 & QS_PORT1_EXT_REF) ? 1.0 : CalibratedOscRatio();
     m_portMask = mask;
     m_cmd.headerType = QS_CMD_SET_PORTS;
@@ -306,7 +305,7 @@ int Device::PlanTgSweep() {
     // pairs of packets.
     const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
     const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
-    const int w = static_cast<int>(std::ceil(need * 0.5 / 18688.0));
+    const int w = static_cast<int>(std::ceil(need * 0.5 / QS_SAMPLES_PER_PACKET));
     si.ppf = w * 2;
     si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;
     return P;
@@ -321,7 +320,7 @@ qsStatus Device::StartTgSweep(int pointsPerPatch, int priGain, int priAtten, int
         m_corr->Configure(m_readings.celcius.load(), set, m_sweepInfo);
         SetupTGCommand();
         m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, priGain, priAtten);
-        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &m_usb->TG(), &tgCalState, isLarch));
+        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &m_generator, &tgCalState, isLarch));
         m_tg->LoadPriCorrData(m_corr->GetCorrections());
         m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, secGain, secAtten);
         m_tg->LoadSecCorrData(m_corr->GetCorrections());
@@ -386,7 +385,7 @@ qsStatus Device::GetTgSweep(T* min, T* max) {
     // A generator that was attached and went missing ends the fetch with a
     // status rather than a trace of the analyser's noise; one never
     // attached leaves the analyser measuring whatever its input sees.
-    TGInterface& generator = m_usb->TG();
+    TGInterface& generator = m_generator;
     const bool attached = generator.IsConnected();
     auto lost = [&] { return generator.Lost() || (attached && !generator.StillThere()); };
     if (generator.Lost()) return qsTrackingGeneratorNotFound;

@@ -23,6 +23,8 @@
 #include "engines/engine_tg_sweep.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
+#include "tg/tg_interface.h"
+#include "transport/block_sink.h"
 #include "transport/cypress_linux.h"
 #include "transport/wire_formats.h"
 
@@ -47,7 +49,7 @@ struct Diagnostics {
 // fields of the control bytes for ppf.
 void set_packet_size(s3Ctrl_t& s, int ppf);
 
-class Device {
+class Device : public BlockSink {
 public:
     static constexpr int TRIGGER_BUF_SZ = 17;
     // A tracking-generator sweep: the patch its points are laid out in, and
@@ -57,7 +59,7 @@ public:
 
     // Takes ownership of the transport and registers as its data sink.
     explicit Device(CypressInterface* usb);
-    virtual ~Device();
+    ~Device() override;
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
 
@@ -123,8 +125,8 @@ public:
     qsStatus GetAudio(float* buffer);
     qsStatus GetRealTimePoi(double& poi) const;
 
-    // The tracking generator of this analyser (the transport's).
-    TGInterface& TG() { return m_usb->TG(); }
+    // The tracking generator of this analyser.
+    TGInterface& TG() { return m_generator; }
     // Records a through-calibration request for the next fetch of a
     // tracking-generator sweep: flag 1 at 0 dB, flag 2 (after a stored 0 dB
     // one) with the 20 dB pad. qsDeviceNotConfiguredErr in any other mode,
@@ -135,11 +137,13 @@ public:
     // Hands a new demodulation set to the running audio engine;
     // qsDeviceNotStreamingErr when none runs.
     qsStatus UpdateAudioSettings(const AudioConfig& audio);
-    bool IsStreaming() const;
+    bool IsStreaming() const override;
 
     // Interface thread: one block of both channels. Sweep-like modes return
     // the chunk index to hand back with the next block of the same pass.
-    int StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index);
+    int StoreData(uint8_t* ch1, uint8_t* ch2, int ppf, int index) override;
+    // Interface thread, at the start of a sweep: the plan's packets per step.
+    int PacketsPerStep() const override { return m_sweepInfo.ppf; }
     // Interface thread: the monitor value of the block; 1 if taken, else -1.
     int ParseHeader(const uint8_t* ch1, const uint8_t* ch2);
     // Interface thread: FPGA id, framing and the overflow counters.
@@ -195,6 +199,9 @@ protected:
     int m_firmware_version = 0;
     std::atomic<int> m_mode{QS_MODE_IDLE};
     CypressInterface* m_usb;
+    // The tracking generator on its own cable; declared before the engines
+    // so that it outlives the sweep engine that drives it.
+    TGInterface m_generator;
     Settings* m_settings = nullptr;
     SweepInfo m_sweepInfo;
     Diagnostics m_readings;

@@ -273,7 +273,7 @@ qsStatus DeviceLarch::ConfigureSweepMode(unsigned) {
     int t = round_to_int(set.m_sweepTime / stepCount / kPacketSeconds);
     if (t < 1) t = 1;
 
-    int p = static_cast<int>(std::ceil(static_cast<float>(need) / 18688.0f));
+    int p = static_cast<int>(std::ceil(static_cast<float>(need) / static_cast<float>(QS_SAMPLES_PER_PACKET)));
     if (p < 1) p = dsRatio > 1 ? 32 : 1;
     if (dsRatio > 1 && p < 24) p = 32;
     if (set.m_rbw < 800.0) p += 4;
@@ -544,7 +544,7 @@ qsStatus DeviceLarch::ConfigureAudioDemod() {
 }
 
 int DeviceLarch::SetupRealTimeCommand(double center) {
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_usb->WaitUntilSent();
     SweepInfo& si = m_sweepInfo;
     const int row = std::min(get_software_band_Larch(center), LARCH_LO_ROWS - 1);
     const LOLUTLarch& lut = lolutLarch[row];

@@ -218,7 +218,7 @@ qsStatus DeviceMaple::ConfigureSweepMode(unsigned flag) {
     int t = round_to_int(set.m_sweepTime / stepCount / kPacketSeconds);
     if (t < 1) t = 1;
 
-    int p = static_cast<int>(std::ceil(static_cast<float>(need) / 18688.0f));
+    int p = static_cast<int>(std::ceil(static_cast<float>(need) / static_cast<float>(QS_SAMPLES_PER_PACKET)));
     if (p < 1) p = 1;
     if (dsRatio > 1) {
         if (p < 24) p = 32;
@@ -505,7 +505,7 @@ qsStatus DeviceMaple::ConfigureIQ(unsigned flag) {
 }
 
 int DeviceMaple::SetupRealTimeCommand(double center, bool bandZero) {
-    while (m_usb->CommandsQueued() > 0) usleep(1000);
+    m_usb->WaitUntilSent();
     SweepInfo& si = m_sweepInfo;
     const int row = bandZero ? 0 : std::min(get_band_maple(GetRev(), center), MAPLE_LO_ROWS - 1);
     const LOLUTMaple& lut = lolutMaple[row];

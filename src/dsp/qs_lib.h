@@ -96,7 +96,7 @@ int calculateBestRealTimeSweepSize(int startSize);
 constexpr int UNPACK_GROUP_WORDS = 7;
 constexpr int UNPACK_GROUP_SAMPLES = 8;
 constexpr int UNPACK_GROUPS = 2336;
-constexpr int UNPACK_SAMPLES = UNPACK_GROUPS * UNPACK_GROUP_SAMPLES;  // 18688
+constexpr int UNPACK_SAMPLES = UNPACK_GROUPS * UNPACK_GROUP_SAMPLES;
 constexpr double UNPACK_SCALE_64F = 3.05008235e-5;
 constexpr float UNPACK_SCALE_32F = 3.0500823e-5f;
 

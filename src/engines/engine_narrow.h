@@ -36,6 +36,7 @@
 #include "engines/video_dsiir.h"
 #include "ipps.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 
 namespace qs {
 
@@ -44,7 +45,7 @@ struct SweepInfo;
 
 class NarrowSweep {
 public:
-    static constexpr int PACKET_SAMPLES = 18688;
+    static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
     static constexpr int RING_PACKETS = 256;
     // One period of a kHz-grid oscillator at 80 MHz, plus one packet, so a

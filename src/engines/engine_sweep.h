@@ -35,6 +35,7 @@
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 
 namespace qs {
 
@@ -67,7 +68,7 @@ int store_block_in_chunks(Ipp16s* raw, double* ring, int chunkSize, int chunkCou
 class SweepEngine {
 public:
     static constexpr int MAX_THREADS = 4;
-    static constexpr int PACKET_SAMPLES = 18688;
+    static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
 
     // Caller's thread, at the end of a sweep set-up. Starts min(stepCount,

@@ -36,6 +36,7 @@
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 
 namespace qs {
 
@@ -56,7 +57,7 @@ enum TGCalState {
 class TGSweepEngine {
 public:
     static constexpr int MAX_THREADS = 1;
-    static constexpr int PACKET_SAMPLES = 18688;
+    static constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
     static constexpr int BLOCK_PACKETS = 16;
 
     // Caller's thread. Resets *state to tgNoThruStored, allocates and builds

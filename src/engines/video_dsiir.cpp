@@ -6,13 +6,14 @@
 #include "dsp/windows.h"
 #include "engines/video_iir.h"
 #include "qs_api.h"
+#include "transport/wire_formats.h"
 #include "settings/settings.h"
 #include "settings/sweep_info.h"
 
 namespace qs {
 
 namespace {
-constexpr int PACKET_SAMPLES = 18688;
+constexpr int PACKET_SAMPLES = QS_SAMPLES_PER_PACKET;
 // Packets at the head of each narrow step that hold the filters' settling.
 constexpr int SETTLING_PACKETS = 4;
 }  // namespace

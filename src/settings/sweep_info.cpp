@@ -6,7 +6,7 @@ void SweepInfo::LoadDefaults() {
     traceLen = 0;
     fftSize = 16384;
     zeroPadAmount = 0;
-    chunkSize = 18688;
+    chunkSize = QS_SAMPLES_PER_PACKET;
     ppf = 0;
     stepCount = 32;
     binSize = 4882.8125;

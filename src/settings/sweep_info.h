@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "transport/wire_formats.h"
+
 namespace qs {
 
 // One LO step. Every producer sets all six fields.
@@ -42,7 +44,7 @@ struct SweepInfo {
     int traceLen = 0;
     int fftSize = 16384;
     int zeroPadAmount = 0;
-    int chunkSize = 18688;
+    int chunkSize = QS_SAMPLES_PER_PACKET;
     int ppf = 0;
     int stepCount = 32;
     double binSize = 4882.8125;  // true frequency

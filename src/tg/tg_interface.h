@@ -1,7 +1,7 @@
 // The tracking generator: an optional signal source behind an FTDI serial
 // bridge on its own USB cable. The host opens the bridge and sends short
 // SLIP-framed commands (RFC 1055, no leading END, no checksum); nothing comes
-// back but EEPROM reads. Each CypressInterface holds one, so a generator
+// back but EEPROM reads. Each Device holds one, so a generator
 // belongs to one open analyser.
 //
 // Threads: no lock. The public calls of the application's thread use it, and

@@ -9,8 +9,6 @@
 #include <cstring>
 #include <new>
 
-#include "device/device.h"
-
 namespace qs {
 
 namespace {
@@ -166,11 +164,16 @@ CypressInterface::CypressInterface(int serialNumber) : desiredSerialNumber(seria
     sched_param param{};
     param.sched_priority = sched_get_priority_max(SCHED_FIFO);
     pthread_setschedparam(threadHandle.native_handle(), SCHED_FIFO, &param);
-    while (state.load() == USB_INITIALIZING) usleep(10000);
+    std::unique_lock<std::mutex> lock(mailboxMutex);
+    mailboxChanged.wait(lock, [this] { return state.load() != USB_INITIALIZING; });
 }
 
 CypressInterface::~CypressInterface() {
-    threadRunning = false;
+    {
+        std::lock_guard<std::mutex> lock(mailboxMutex);
+        threadRunning = false;
+    }
+    mailboxChanged.notify_all();
     if (threadHandle.joinable()) threadHandle.join();
     std::free(flash_buf);
     flash_buf = nullptr;
@@ -178,9 +181,17 @@ CypressInterface::~CypressInterface() {
     deviceType = 0;
 }
 
+void CypressInterface::SetState(USBState next) {
+    {
+        std::lock_guard<std::mutex> lock(mailboxMutex);
+        state = next;
+    }
+    mailboxChanged.notify_all();
+}
+
 void CypressInterface::InterfaceThread() {
     if (!OpenDevice()) {
-        state = USB_CLOSED;
+        SetState(USB_CLOSED);
         return;
     }
     try {
@@ -189,10 +200,10 @@ void CypressInterface::InterfaceThread() {
         // Nothing can be read without the buffers: give the device back.
         openDeviceList.erase(deviceIndex);
         CleanUp();
-        state = USB_CLOSED;
+        SetState(USB_CLOSED);
         return;
     }
-    state = USB_OPEN;
+    SetState(USB_OPEN);
     Idle();
     CleanUp();
 }
@@ -270,17 +281,38 @@ void CypressInterface::CleanUp() {
 }
 
 void CypressInterface::AddCommand(const DeviceCommand& command) {
-    while (dmaState.commandsToStart.load(std::memory_order_acquire) > 0) usleep(10000);
-    cmd = command;
-    dmaState.commandsToStart.fetch_add(1, std::memory_order_release);
+    {
+        std::unique_lock<std::mutex> lock(mailboxMutex);
+        mailboxChanged.wait(lock, [this] { return dmaState.commandsToStart.load() <= 0; });
+        cmd = command;
+        dmaState.commandsToStart.fetch_add(1, std::memory_order_release);
+    }
+    mailboxChanged.notify_all();
+}
+
+void CypressInterface::WaitUntilSent() {
+    std::unique_lock<std::mutex> lock(mailboxMutex);
+    mailboxChanged.wait(lock, [this] { return dmaState.commandsToStart.load() <= 0; });
+}
+
+void CypressInterface::WaitUntilIdle() {
+    std::unique_lock<std::mutex> lock(mailboxMutex);
+    mailboxChanged.wait(lock,
+                        [this] { return dmaState.commandsToStart.load() <= 0 && idle.load(); });
 }
 
 void CypressInterface::Idle() {
+    std::unique_lock<std::mutex> lock(mailboxMutex);
     while (threadRunning.load()) {
         idle = true;
-        usleep(1000);
-        if (dmaState.commandsToStart.load(std::memory_order_acquire) <= 0) continue;
+        mailboxChanged.notify_all();
+        mailboxChanged.wait(lock, [this] {
+            return dmaState.commandsToStart.load() > 0 || !threadRunning.load();
+        });
+        if (!threadRunning.load()) break;
+        // Out of idle before the command leaves the mailbox: see WaitUntilIdle.
         idle = false;
+        lock.unlock();
         transfer_status = qsNoError;
         // Taken before the send: the next AddCommand may overwrite cmd as
         // soon as the mailbox count drops.
@@ -302,6 +334,7 @@ void CypressInterface::Idle() {
                 Streaming();
             }
         }
+        lock.lock();
     }
 }
 
@@ -312,7 +345,11 @@ void CypressInterface::SendCommand() {
     libusb_bulk_transfer(usb_device.handle, QS_EP_COMMAND, const_cast<uint8_t*>(cmd.Bytes()),
                          QS_COMMAND_BYTES, &sent, QS_USB_TIMEOUT_MS);
     ++dmaState.commandsStarted;
-    dmaState.commandsToStart.fetch_sub(1, std::memory_order_release);
+    {
+        std::lock_guard<std::mutex> lock(mailboxMutex);
+        dmaState.commandsToStart.fetch_sub(1, std::memory_order_release);
+    }
+    mailboxChanged.notify_all();
 }
 
 void CypressInterface::ReadFlashPage() {
@@ -377,7 +414,7 @@ void CypressInterface::GetSweep(int blocks) {
         dmaState.dataToStart += blocks;
     else
         dmaState.dataToStart = blocks;
-    const int ppf = device ? device->GetSweepInfo().ppf : 0;
+    const int ppf = sink ? sink->PacketsPerStep() : 0;
     int index = 0;
     do {
         while (dmaState.dataStartedAccum - dmaState.dataFinishedAccum < XFER_COUNT &&
@@ -388,7 +425,7 @@ void CypressInterface::GetSweep(int blocks) {
         if (dmaState.dataStartedAccum == dmaState.dataFinishedAccum) break;
         Transfer& xfer = *xfers[dmaState.dataFinishedAccum % XFER_COUNT];
         WaitAndJudge(xfer, true);
-        if (device) index = device->StoreData(xfer.DMA1(), xfer.DMA2(), ppf, index);
+        if (sink) index = sink->StoreData(xfer.DMA1(), xfer.DMA2(), ppf, index);
         ++dmaState.dataFinishedAccum;
     } while (dmaState.dataStartedAccum != dmaState.dataFinishedAccum);
 }
@@ -399,12 +436,12 @@ void CypressInterface::Streaming() {
             SubmitNext(true);
         Transfer& xfer = *xfers[dmaState.dataFinishedAccum % XFER_COUNT];
         WaitAndJudge(xfer, true);
-        if (device) device->StoreData(xfer.DMA1(), xfer.DMA2(), 0, 0);
+        if (sink) sink->StoreData(xfer.DMA1(), xfer.DMA2(), 0, 0);
         ++dmaState.dataFinishedAccum;
 
         if (dmaState.commandsToStart.load(std::memory_order_acquire) <= 0) continue;
-        // With no device core attached nothing can say otherwise.
-        if (device && !device->IsStreaming()) continue;
+        // With no sink attached nothing can say otherwise.
+        if (sink && !sink->IsStreaming()) continue;
         // A waiting command that is not a stop is left for Idle to send; the
         // blocks in flight are finished by whatever read comes next.
         if ((cmd.subBandArray[0].settings[0] & 0x1) == 0) return;

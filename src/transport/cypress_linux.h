@@ -3,20 +3,25 @@
 // Contract: the constructor and destructor run on the caller's thread; the
 // constructor returns once the interface thread has opened the device or
 // given up (State() is then USB_OPEN or USB_CLOSED). After that, every libusb
-// call on this device's handle is made on the interface thread. The caller's
-// thread talks to it only through the one-slot mailbox (AddCommand) and the
-// flags below, which are atomic because both threads poll them.
+// call on this device's handle is made on the interface thread, which hands
+// each block it reads to the registered BlockSink. The caller's thread talks
+// to it only through the one-slot mailbox (AddCommand, the waits) and the
+// flags below, which are atomic because both threads read them; the
+// mailbox's mutex guards only the hand-off and is never held across a
+// transfer or a sink call.
 #pragma once
 
 #include <sys/time.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <mutex>
 #include <set>
 #include <thread>
 
 #include "qs_api.h"
-#include "tg/tg_interface.h"
+#include "transport/block_sink.h"
 #include "transport/wire_formats.h"
 
 struct libusb_device;
@@ -24,8 +29,6 @@ struct libusb_device_handle;
 struct libusb_transfer;
 
 namespace qs {
-
-class Device;
 
 enum USBState { USB_OPEN = 0, USB_CLOSED = 1, USB_INITIALIZING = 2 };
 
@@ -95,16 +98,25 @@ public:
     int CommandsQueued() const { return dmaState.commandsToStart.load(); }
     const DMAState& GetDMAState() const { return dmaState; }
 
-    // The data sink; the Device constructor registers itself. Not owned.
-    void SetDevice(Device* dev) { device = dev; }
+    // Where the blocks go; registered before the first command. Not owned.
+    // With none, blocks are read and dropped.
+    void SetSink(BlockSink* blockSink) { sink = blockSink; }
 
-    // This analyser's tracking generator; used on the caller's thread only.
-    TGInterface& TG() { return m_tg; }
-
-    // Caller's thread: waits (10 ms polls, no time-out) until the mailbox is
-    // free, that is until the previous command was sent, then leaves the
-    // command in it and returns; it does not wait for this one's data.
+    // Caller's thread: waits until the mailbox is free, that is until the
+    // previous command was sent, then leaves the command in it and returns;
+    // it does not wait for this one's data.
     void AddCommand(const DeviceCommand& command);
+    // Caller's thread: waits until the command in the mailbox was sent.
+    // Not bounded: the thread sends within one transfer time-out of the
+    // block it is reading.
+    void WaitUntilSent();
+    // Caller's thread: waits until the mailbox is empty and the thread is
+    // back in idle, that is until the data of every command given so far
+    // was read and handed to the sink. The thread leaves idle before it
+    // takes a command, so a command given before the call is never missed.
+    // Not bounded: a sweep ends by its planned blocks (each ended by its
+    // time-out), a stream by its stop.
+    void WaitUntilIdle();
 
 private:
     void InterfaceThread();
@@ -112,6 +124,8 @@ private:
     void Init();
     void CleanUp();
     void Idle();
+    // Publishes a new state and wakes the constructor waiting for it.
+    void SetState(USBState next);
     void SendCommand();
     void ReadFlashPage();
     void GetSweep(int blocks);
@@ -136,6 +150,10 @@ private:
     int mapleRev = 0;
     std::atomic<qsStatus> transfer_status{qsNoError};
     std::atomic<bool> idle{false};
+    // Guards the changes of the mailbox count, idle, state and
+    // threadRunning that a waiter watches, so that none is missed.
+    std::mutex mailboxMutex;
+    std::condition_variable mailboxChanged;
     uint8_t* flash_buf = nullptr;
     std::atomic<bool> threadRunning{false};
     std::thread threadHandle;
@@ -143,13 +161,12 @@ private:
     // Written on interface threads, read by GetSerialNumberList; open and
     // close run one at a time, and an open waits for its thread.
     static std::set<int> openDeviceList;
-    Device* device = nullptr;
+    BlockSink* sink = nullptr;
     qsusb_device usb_device;
     int deviceIndex = -1;
     Transfer* xfers[XFER_COUNT] = {};
     uint8_t* dma1 = nullptr;
     uint8_t* dma2 = nullptr;
-    TGInterface m_tg;
 
     friend qsStatus GetSerialNumberList(int* serial_list, int* list_len);
 };
