@@ -10,6 +10,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -220,87 +221,71 @@ std::vector<std::string> With(std::vector<std::string> args, const std::vector<s
 
 }  // namespace
 
-TEST(QsProcess, ListShowsTypeRevisionAndSerial) {
-    const Result single = RunQs({"--simulate", "list"});
-    EXPECT_EQ(single.exitCode, 0) << single.err;
-    EXPECT_TRUE(Contains(single.out, "12345678   Maple  2")) << single.out;
-
-    const Result two = RunQs({"list", "--simulate"},
-                             {"QS_SIM_DEVICES=maple1:22222222,larch:10000001"});
-    EXPECT_EQ(two.exitCode, 0) << two.err;
-    EXPECT_TRUE(Contains(two.out, "22222222   Maple  1")) << two.out;
-    EXPECT_TRUE(Contains(two.out, "10000001   Larch  -")) << two.out;
-    EXPECT_TRUE(two.err.empty()) << two.err;
-}
-
-TEST(QsProcess, ListTellsHowToFixAccess) {
-    const Result r = RunQs({"--simulate", "list"},
-                           {"QS_SIM_DEVICES=maple2:12345678,maple2:33333333:denied"});
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_TRUE(Contains(r.out, "12345678")) << r.out;
-    EXPECT_FALSE(Contains(r.out, "33333333")) << r.out;
-    EXPECT_TRUE(Contains(r.err, "1 analyser on USB that this user may not open")) << r.err;
-    EXPECT_TRUE(Contains(r.err, "60-qs-analyser.rules")) << r.err;
-    EXPECT_TRUE(Contains(r.err, "udevadm")) << r.err;
-
-    const Result none = RunQs({"--simulate", "list"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
-    EXPECT_NE(none.exitCode, 0);
-    EXPECT_FALSE(Contains(none.out, "no analyser found")) << "it is there, only shut out";
-    // An open of the shut-out device fails with the same advice.
-    const Result info = RunQs({"--simulate", "info"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
-    EXPECT_NE(info.exitCode, 0);
-    EXPECT_TRUE(Contains(info.err, "Device not Open")) << info.err;
-    EXPECT_TRUE(Contains(info.err, "60-qs-analyser.rules")) << info.err;
-}
-
-TEST(QsProcess, InfoNamesTheDeviceAndItsReadings) {
-    const Result r = RunQs({"--simulate", "info", "-d", "10000001"},
-                           {"QS_SIM_DEVICES=maple2:12345678,larch:10000001"});
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(Contains(r.out, "serial number   10000001")) << r.out;
-    EXPECT_TRUE(Contains(r.out, "type            Larch")) << r.out;
-    for (const char* field : {"firmware", "temperature", "USB voltage", "USB current", "time base"})
-        EXPECT_TRUE(Contains(r.out, field)) << field << " missing in\n" << r.out;
-
-    const Result maple = RunQs({"--simulate", "info"});
-    EXPECT_EQ(maple.exitCode, 0) << maple.err;
-    EXPECT_TRUE(Contains(maple.out, "Maple, revision 2")) << maple.out;
-}
-
-TEST(QsProcess, BadArgumentsGetUsageNamingThem) {
-    const Result freq = RunQs({"--simulate", "sweep", "--start", "2.4X", "--stop", "2.5G"});
-    EXPECT_EQ(freq.exitCode, 2);
-    EXPECT_EQ(freq.err.rfind("qs: --start: '2.4X' is not a frequency", 0), 0u) << freq.err;
-    EXPECT_TRUE(Contains(freq.err, "--help")) << freq.err;
-    EXPECT_TRUE(freq.out.empty());
-
-    const Result option = RunQs({"sweep", "--start", "1G", "--stop", "2G", "--frobnicate"});
-    EXPECT_EQ(option.exitCode, 2);
-    EXPECT_TRUE(Contains(option.err, "--frobnicate")) << option.err;
-
-    // A bad picture path is told before any sweep is made.
-    const Result png = RunQs(With(kToneSweep, {"--png", "/no/such/folder/x.png"}));
-    EXPECT_EQ(png.exitCode, 1);
-    EXPECT_TRUE(Contains(png.err, "--png /no/such/folder/x.png")) << png.err;
-    EXPECT_TRUE(png.out.empty()) << "no sweep was written";
-}
-
-TEST(QsProcess, MissingDeviceIsOneLineWithTheLibraryText) {
-    const Result r = RunQs({"--simulate", "info", "-d", "99999999"});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
-    EXPECT_TRUE(Contains(r.err, "99999999")) << r.err;
-    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceNotOpenErr))) << r.err;
-}
-
-TEST(QsProcess, AnUnpluggedDeviceEndsAContinuousSweepWithTheLibraryText) {
-    const auto start = std::chrono::steady_clock::now();
-    const Result r = RunQs({"--simulate", "sweep", "--start", "1G", "--stop", "1.1G", "--continuous", "-o",
-                            TempPath("unplugged.csv")},
-                           {"QS_SIM_DEVICES=maple2:12345678:unplug=1"});
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceConnectionErr))) << r.err;
+// What the tool says and how it exits, for each kind of answer: a listing,
+// a device's readings, advice when access is denied, usage that names the
+// bad argument, and a library status as one line. None takes long: an
+// unplugged device ends a continuous sweep at once.
+TEST(QsProcess, AnswersAndExitCodes) {
+    constexpr int kFailed = -2;  // any exit code but 0
+    const std::string denied = "QS_SIM_DEVICES=larch:10000001:denied";
+    const struct {
+        std::vector<std::string> args, env;
+        int exitCode;
+        std::vector<std::string> outHas, outLacks, errHas;  // lacks "": empty; has "^text": starts with text
+        int errLines;  // -1: any
+    } cases[] = {
+        {{"--simulate", "list"}, {}, 0, {"12345678   Maple  2"}, {}, {}, -1},
+        {{"list", "--simulate"}, {"QS_SIM_DEVICES=maple1:22222222,larch:10000001"}, 0,
+         {"22222222   Maple  1", "10000001   Larch  -"}, {}, {}, 0},
+        {{"--simulate", "list"}, {"QS_SIM_DEVICES=maple2:12345678,maple2:33333333:denied"}, kFailed, {"12345678"},
+         {"33333333"}, {"1 analyser on USB that this user may not open", "60-qs-analyser.rules", "udevadm"}, -1},
+        // It is there, only shut out; an open of it gives the same advice.
+        {{"--simulate", "list"}, {denied}, kFailed, {}, {"no analyser found"}, {}, -1},
+        {{"--simulate", "info"}, {denied}, kFailed, {}, {}, {"Device not Open", "60-qs-analyser.rules"}, -1},
+        {{"--simulate", "info", "-d", "10000001"}, {"QS_SIM_DEVICES=maple2:12345678,larch:10000001"}, 0,
+         {"serial number   10000001", "type            Larch", "firmware", "temperature", "USB voltage",
+          "USB current", "time base"},
+         {}, {}, -1},
+        {{"--simulate", "info"}, {}, 0, {"Maple, revision 2"}, {}, {}, -1},
+        {{"--simulate", "sweep", "--start", "2.4X", "--stop", "2.5G"}, {}, 2, {}, {""},
+         {"^qs: --start: '2.4X' is not a frequency", "--help"}, -1},
+        {{"sweep", "--start", "1G", "--stop", "2G", "--frobnicate"}, {}, 2, {}, {}, {"--frobnicate"}, -1},
+        // A bad picture path is told before any sweep is made.
+        {With(kToneSweep, {"--png", "/no/such/folder/x.png"}), {}, 1, {}, {""}, {"--png /no/such/folder/x.png"}, -1},
+        {{"--simulate", "info", "-d", "99999999"}, {}, 1, {}, {}, {"99999999", qsGetErrorString(qsDeviceNotOpenErr)}, 1},
+        {{"--simulate", "sweep", "--start", "1G", "--stop", "1.1G", "--continuous", "-o", TempPath("unplugged.csv")},
+         {"QS_SIM_DEVICES=maple2:12345678:unplug=1"}, 1, {}, {}, {qsGetErrorString(qsDeviceConnectionErr)}, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.args[0] << " " << c.args[1] << " " << c.args.back());
+        const auto start = std::chrono::steady_clock::now();
+        const Result r = RunQs(c.args, c.env);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+        if (c.exitCode == kFailed) {
+            EXPECT_NE(r.exitCode, 0) << r.err;
+        } else {
+            EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+        }
+        for (const std::string& part : c.outHas) EXPECT_TRUE(Contains(r.out, part)) << part << " in:\n" << r.out;
+        for (const std::string& part : c.outLacks) {
+            if (part.empty()) {
+                EXPECT_EQ(r.out, "") << "nothing written";
+            } else {
+                EXPECT_FALSE(Contains(r.out, part)) << part << " in:\n" << r.out;
+            }
+        }
+        for (const std::string& part : c.errHas) {
+            if (part[0] == '^') {
+                EXPECT_EQ(r.err.rfind(part.substr(1), 0), 0u) << r.err;
+            } else {
+                EXPECT_TRUE(Contains(r.err, part)) << part << " in:\n" << r.err;
+            }
+        }
+        if (c.errLines >= 0) {
+            EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), c.errLines) << r.err;
+            EXPECT_TRUE(r.err.empty() || r.err.back() == '\n') << r.err;
+        }
+    }
 }
 
 TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
