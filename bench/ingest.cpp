@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-#include "device/device.h"
+#include "device/device_maple.h"
 #include "dsp/qs_lib.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
@@ -29,15 +29,10 @@ constexpr double kDeviceBlocksPerSecond = 267.6;
 constexpr unsigned kSerial = 20261124;
 
 // A device core with no planning: the parse calls are all the bench needs.
-class BareDevice : public qs::Device {
+class BareDevice : public qs::DeviceMaple {
 public:
-    explicit BareDevice(qs::CypressInterface* usb) : qs::Device(usb) {
-        m_settings = new qs::SettingsMaple();
-        InitDevice();
-    }
-    ~BareDevice() override { Abort(); }
+    explicit BareDevice(qs::CypressInterface* usb) : qs::DeviceMaple(usb) { InitDevice(); }
     qsStatus OpenDevice() override { return qsNoError; }
-    int SetupTGCommand() override { return 0; }
 };
 
 // Both channels of a block: eight packets each, payload noise, a monitor

@@ -2,8 +2,7 @@
 #include <unistd.h>
 
 #include "api/device_table.h"
-#include "device/device_larch.h"
-#include "device/device_maple.h"
+#include "device/device.h"
 #include "ippcore.h"
 #include "settings/settings.h"
 #include "transport/cypress_linux.h"
@@ -39,20 +38,13 @@ qsStatus OpenAttempt(int* device, int serialNumber) {
         delete usb;
         return qsDeviceNotOpenErr;
     }
-    switch (usb->GetDeviceType()) {
-        case QS_DEVICE_TYPE_LARCH:
-            devices[slot] = new DeviceLarch(usb);
-            settings[slot] = new SettingsLarch();
-            break;
-        case QS_DEVICE_TYPE_MAPLE:
-            devices[slot] = new DeviceMaple(usb);
-            settings[slot] = new SettingsMaple();
-            break;
-        default:
-            // Our vendor, not our product: refused like a device not found.
-            delete usb;
-            return qsDeviceNotOpenErr;
+    devices[slot] = NewDevice(usb);
+    if (!devices[slot]) {
+        // Our vendor, not our product: refused like a device not found.
+        delete usb;
+        return qsDeviceNotOpenErr;
     }
+    settings[slot] = devices[slot]->NewSettings();
     settings[slot]->LoadDefault();
     const qsStatus status = devices[slot]->OpenDevice();
     if (status < 0) {

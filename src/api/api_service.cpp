@@ -6,21 +6,11 @@
 #include <cmath>
 
 #include "api/device_table.h"
-#include "calibration/corrections_maple.h"
 #include "device/device.h"
-#include "device/device_maple.h"
+#include "settings/settings.h"
 
 using namespace qs;
 using qs::api::Lookup;
-
-namespace {
-
-// A reference oscillator is off by ppm, not by percent. A ratio of 0, a
-// negative one or a non-finite one would give oscillator words that the
-// device never answers (and the Maple's would go to flash): refused.
-bool PlausibleTimebaseError(double ppm) { return std::isfinite(ppm) && std::fabs(ppm) <= 1000.0; }
-
-}  // namespace
 
 extern "C" {
 
@@ -90,20 +80,13 @@ qsStatus qsSetIFOffset(int device, double LTMoffset, double secondLOOffset, bool
 qsStatus qsAddTimebaseCorrection(int device, double ppm) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) return qsDeviceInvalidErr;
-    if (!PlausibleTimebaseError(ppm)) return qsInvalidParameterErr;
-    if (dev->GetMode() != QS_MODE_IDLE) return qsDeviceNotIdleErr;  // it writes the flash
-    static_cast<DeviceMaple*>(dev)->AddTimebaseCorrection(ppm);
-    return qsNoError;
+    return dev->AddTimebaseCorrection(ppm);
 }
 
 qsStatus qsApplyRoughGain(int device, unsigned char* low_gains, unsigned char* high_gains) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (dev->GetDeviceType() != QS_DEVICE_TYPE_MAPLE) return qsDeviceInvalidErr;
-    if (!low_gains || !high_gains) return qsNullPtrErr;
-    static_cast<DeviceMaple*>(dev)->ApplyRoughGains(low_gains, high_gains);
-    return qsNoError;
+    return dev->ApplyRoughGains(low_gains, high_gains);
 }
 
 qsStatus qsSelfCal(int device) {

@@ -20,6 +20,7 @@ namespace qs {
 
 class Settings;
 struct SweepInfo;
+class PatchInfo;
 
 // The form in which correction arrays travel.
 using VecDouble = std::vector<double>;
@@ -42,9 +43,22 @@ public:
     virtual uint8_t GetAtten(int band) = 0;
     // Fills m_carray for the plan.
     virtual void BuildCorrectionArray(const Settings* set, const SweepInfo* info, bool zero_span) = 0;
-    // One value per IF bin into array.
+    // One value per IF bin into array, in dB whatever the scale: the
+    // streaming set-ups turn it linear where they need it.
     virtual void BuildIFCorrectionArray(const Settings* set, const SweepInfo* info,
                                         VecDouble& array) = 0;
+    // The directly sampled low band's IF corrections about center, in dB; a
+    // model without such a band is never asked, and gets 0 dB.
+    virtual void BuildDirectCorrectionArray(VecDouble& array, double center) {
+        (void)center;
+        array.assign(2048, 0.0);
+    }
+    // The command block's rough-gain bytes for the plan's patches; a model
+    // whose device takes none leaves them as they are.
+    virtual void FillRoughGains(uint8_t* bytes, const PatchInfo& patches) const {
+        (void)bytes;
+        (void)patches;
+    }
     // The corrections of a tracking-generator sweep of TGptsPer20M points
     // per patch, every band at the given gain and attenuation index.
     virtual void BuildQSTGCorrectionArray(const Settings* set, const SweepInfo* info, int TGptsPer20M,

@@ -328,6 +328,11 @@ int CorrectionsLarch::GetTriggerDelay(double freq) {
 // --- Arrays -----------------------------------------------------------------
 
 void CorrectionsLarch::BuildCorrectionArray(const Settings* set, const SweepInfo* info, bool) {
+    BuildCorrectionArrayDb(set, info);
+    if (!set->m_logScale) to_linear(m_carray);
+}
+
+void CorrectionsLarch::BuildCorrectionArrayDb(const Settings* set, const SweepInfo* info) {
     const int ds = info->dsRatio > 0 ? info->dsRatio : 1;
     const int length = info->fftSize > 0 ? info->fftSize / (ds * 4) : 0;
     const int half = info->fftSize > 0 ? info->fftSize / (ds * 8) : 0;
@@ -353,13 +358,15 @@ void CorrectionsLarch::BuildCorrectionArray(const Settings* set, const SweepInfo
             f += info->binSize;
         }
     }
-    if (!set->m_logScale) to_linear(m_carray);
 }
 
 void CorrectionsLarch::BuildIFCorrectionArray(const Settings* set, const SweepInfo* info, VecDouble& array) {
     const int n = info->fftSize > 0 ? info->fftSize / 2 : 0;
     array.assign(size_t(n), 0.0);
-    BuildCorrectionArray(set, info, false);
+    // In dB: built linear for a linear scale, the streaming set-ups turned
+    // it linear a second time, and a Larch's real-time frames in linear
+    // units read their corrections wrong by up to several dB.
+    BuildCorrectionArrayDb(set, info);
     const int o = info->fftSize / 8 + info->IFOffset;
     for (size_t k = 0; k < m_carray.size(); ++k) {
         const long at = long(o) + long(k);

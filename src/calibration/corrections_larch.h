@@ -60,8 +60,8 @@ public:
     // stepCount x fftSize/4 corrections in patch order (dB with log scale,
     // else linear factors). With full scale only the self-calibration term.
     void BuildCorrectionArray(const Settings* set, const SweepInfo* info, bool zero_span) override;
-    // fftSize/2 values, 0 but for the corrections of the first patch placed
-    // from fftSize/8 + IFOffset on; dB or linear as the array is.
+    // fftSize/2 values in dB, 0 but for the corrections of the first patch
+    // placed from fftSize/8 + IFOffset on.
     void BuildIFCorrectionArray(const Settings* set, const SweepInfo* info, VecDouble& array) override;
     // traceLen + 8 corrections of a tracking-generator sweep of TGptsPer20M
     // points per patch; every band takes the given gain and attenuation.
@@ -101,6 +101,8 @@ public:
     RFCorrLarch* RFTable(int i) const;
 
 private:
+    // BuildCorrectionArray before any conversion: dB.
+    void BuildCorrectionArrayDb(const Settings* set, const SweepInfo* info);
     void SetTemperature(double temp);
     // Index of the smallest value of curve from s while the frequency
     // stays below e.

@@ -485,7 +485,7 @@ void CorrectionsMaple::BuildIFCorrectionArray(const Settings*, const SweepInfo* 
     for (int i = 0; i < n; ++i) array[size_t(i)] = GetRFCorrection(0, (4e7 / n) * i);
 }
 
-void CorrectionsMaple::BuildBandZeroCorrectionArray(VecDouble& array, double center) {
+void CorrectionsMaple::BuildDirectCorrectionArray(VecDouble& array, double center) {
     array.assign(2048, GetRFCorrection(0, center));
 }
 

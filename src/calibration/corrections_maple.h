@@ -54,7 +54,10 @@ public:
     void SetSelfCalConstants(double* data) override;
 
     // 2048 copies of the low band's RF term at center, in dB.
-    void BuildBandZeroCorrectionArray(VecDouble& array, double center);
+    void BuildDirectCorrectionArray(VecDouble& array, double center) override;
+    void FillRoughGains(uint8_t* bytes, const PatchInfo& patches) const override {
+        GetRoughGainArray(bytes, patches);
+    }
     // The array of a tracking-generator sweep of TGptsPer20M points per
     // patch; overwrites the solved gain and attenuation with the given ones.
     void BuildQSTGCorrectionArray(const Settings* set, const SweepInfo* info, int TGptsPer20M,

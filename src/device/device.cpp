@@ -38,7 +38,7 @@ void Diagnostics::Clear() {
     currentUSB = 0.0f;
 }
 
-Device::Device(CypressInterface* usb) : m_usb(usb) {
+Device::Device(CypressInterface* usb, const ModelRecord& model) : m_model(model), m_usb(usb) {
     m_cmd.Clear();
     m_secCmd.Clear();
     m_sweepInfo.patchInfo.Clear();
@@ -103,10 +103,10 @@ qsStatus Device::Initiate(const Settings* s, unsigned mode, unsigned flag) {
     qsStatus status;
     switch (mode) {
         case QS_MODE_SWEEP: status = ConfigureSweepMode(flag); break;
-        case QS_MODE_REAL_TIME: status = ConfigureRealTime(flag); break;
+        case QS_MODE_REAL_TIME: status = ConfigureRealTime(); break;
         case QS_MODE_STREAMING: status = ConfigureIQ(flag); break;
         case QS_MODE_AUDIO: status = ConfigureAudioDemod(); break;
-        case QS_MODE_TG_SWEEP: status = ConfigureTgMode(flag); break;
+        case QS_MODE_TG_SWEEP: status = ConfigureTgMode(); break;
         default: return qsInvalidModeErr;
     }
     if (status < 0) {
@@ -224,116 +224,9 @@ qsStatus Device::ConfigurePortIO(unsigned p1, unsigned p2, bool force) {
     return qsNoError;
 }
 
-namespace {
+qsStatus Device::AddTimebaseCorrection(double) { return qsDeviceInvalidErr; }
 
-// Frequency steps of a tracking-generator sweep, finest first.
-constexpr double tg_step_sizes[] = {1000.0,    2000.0,    5000.0,    10000.0,    20000.0,
-                                    50000.0,   100000.0,  200000.0,  500000.0,   1000000.0,
-                                    2000000.0, 5000000.0, 10000000.0, 20000000.0};
-constexpr int step_choices = sizeof tg_step_sizes / sizeof tg_step_sizes[0];
-constexpr double kTgLOGrid = 800000.0;  // the LO centres of this mode lie on this grid
-
-}  // namespace
-
-void set_packet_size(s3Ctrl_t& s, int ppf) {
-    const double l = std::log(static_cast<double>(ppf)) / std::log(2.0);
-    const int a = static_cast<int>(std::floor(l + 0.01));
-    const int b = static_cast<int>(std::floor(l + 0.99));
-    s.pktsz = static_cast<uint8_t>(a);
-    s.pktsz_x3d2 = b > a ? 1 : 0;
-}
-
-int Device::PlanTgSweep() {
-    Settings& set = *m_settings;
-    SweepInfo& si = m_sweepInfo;
-    const double S = set.m_span;
-    const int W = set.m_tgSweepSize;
-    tgCalState = tgNoThruStored;
-
-    // The step whose point count comes nearest to the wanted one; a tie
-    // keeps the finer step, and a step must fit twice into the span.
-    int best = 0;
-    double err = std::fabs(S / tg_step_sizes[0] - W);
-    for (int i = 1; i < step_choices; ++i) {
-        const double step = tg_step_sizes[i];
-        if (2.0 * step > S) continue;
-        if (err > std::fabs(S / step - W)) {
-            best = i;
-            err = std::fabs(S / step - W);
-        }
-    }
-    const double step = tg_step_sizes[best];
-    si.binSize = step;
-    si.traceLen = static_cast<int>(std::floor(S / step + 1.5));
-    const int P = static_cast<int>(std::floor(TG_PATCH_HZ / step + 0.5));  // points per patch
-    const int padded = (si.traceLen + 7) / 8 * 8;  // whole blocks at two packets a point
-    si.lastPatchSkipCnt = padded - si.traceLen;
-    const int r = padded % P;
-    si.tgInitialCount = r == 0 ? 0 : P - r;
-    const int r1 = r == 0 ? P : r;
-    const double k = ((r1 - 0.5) - 0.5 * P) * TG_PATCH_HZ / P;
-    const double first = std::floor((k + set.m_start) / kTgLOGrid + 0.5);
-    si.actualStart = set.m_start;
-
-    // The receiver only has to see one tone at a time.
-    double rbw = 2.0 * step > 16000.0 ? 16000.0 : std::max(8000.0, 2.0 * step);
-    double vbw = 0.5 * rbw;
-    if (set.m_start < 20000.0) {
-        rbw = 8000.0;
-        vbw = 4000.0;
-    }
-    set.m_rbw = rbw;
-    set.m_vbw = vbw;
-    set.m_rbwShape = QS_RBW_SHAPE_LOWPASS;
-    // The low-pass window needs its cut-off for this RBW, as a sweep
-    // coupling of that shape would have computed it.
-    int lowpassFft = 0;
-    double fc = 0.0;
-    non_native_fft_from_rbw(rbw, &lowpassFft, &fc);
-    set.SetWindowFC(fc);
-
-    si.initialCenter = kTgLOGrid * first;
-    get_fft_size(m_settings, si.fftSize, si.zeroPadAmount);
-    si.dsRatio = 1;
-    si.IFOffsetFraction = 0.0;
-    si.IFOffset = 0;
-    si.step100kSize = 200;
-    rps.m_residualCount = 0;
-    si.stepCount = (padded + P - 1) / P;
-
-    // Each point's chunk holds enough transforms for the video filter, in
-    // pairs of packets.
-    const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
-    const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
-    const int w = static_cast<int>(std::ceil(need * 0.5 / QS_SAMPLES_PER_PACKET));
-    si.ppf = w * 2;
-    si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;
-    return P;
-}
-
-qsStatus Device::StartTgSweep(int pointsPerPatch, int priGain, int priAtten, int secGain, int secAtten,
-                              bool isLarch) {
-    Settings& set = *m_settings;
-    const int gain = set.m_gain;
-    set.m_gain = priGain;
-    try {
-        m_corr->Configure(m_readings.celcius.load(), set, m_sweepInfo);
-        SetupTGCommand();
-        m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, priGain, priAtten);
-        m_tg.reset(new TGSweepEngine(&m_sweepInfo, m_settings, &m_generator, &tgCalState, isLarch));
-        m_tg->LoadPriCorrData(m_corr->GetCorrections());
-        m_corr->BuildQSTGCorrectionArray(m_settings, &m_sweepInfo, pointsPerPatch, secGain, secAtten);
-        m_tg->LoadSecCorrData(m_corr->GetCorrections());
-        set.m_gain = gain;
-        m_tg->Start();
-    } catch (const std::exception&) {
-        m_tg.reset();
-        set.m_gain = gain;
-        return qsAllocationLimitErr;
-    }
-    m_mode = QS_MODE_TG_SWEEP;
-    return qsNoError;
-}
+qsStatus Device::ApplyRoughGains(const unsigned char*, const unsigned char*) { return qsDeviceInvalidErr; }
 
 qsStatus Device::LoadCalibration(qsStatus (*load)(const FlashPageReader&, Corrections&, DeviceIdentity&)) {
     DeviceIdentity id{m_validDevice, m_sid, m_firmware_version};
@@ -483,17 +376,6 @@ qsStatus Device::UpdateAudioSettings(const AudioConfig& audio) {
     if (!m_dme) return qsDeviceNotStreamingErr;
     m_dme->UpdateSettings(audio);
     return qsNoError;
-}
-
-bool Device::SweepPlanFitsInMemory() const {
-    const SweepInfo& si = m_sweepInfo;
-    const double ds = si.dsRatio > 0 ? si.dsRatio : 1;
-    const double steps = std::max(si.stepCount, 1);
-    // Per step: the correction, minimum and maximum rows and the engine's
-    // own row of doubles, and the step's raw samples of both channels.
-    const double bytes = steps * (si.fftSize / (4.0 * ds) * 8.0 * 4.0 + double(si.chunkSize) * 4.0);
-    const double memory = double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
-    return memory <= 0 || bytes <= memory / 4;
 }
 
 qsStatus Device::FinalStatus(qsStatus engineStatus) {

@@ -21,6 +21,10 @@
 #include "engines/engine_audio_fast.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
+#include "planning/command.h"
+#include "planning/model_record.h"
+#include "planning/plan.h"
+#include "planning/tuner.h"
 #include "qs_api.h"
 #include "settings/sweep_info.h"
 #include "tg/tg_interface.h"
@@ -44,21 +48,15 @@ struct Diagnostics {
     void Clear();
 };
 
-// Packets per step are a power of two, or three times one, which the
-// device takes as 1.5 times the next lower power: the two packet-size
-// fields of the control bytes for ppf.
-void set_packet_size(s3Ctrl_t& s, int ppf);
-
 class Device : public BlockSink {
 public:
     static constexpr int TRIGGER_BUF_SZ = 17;
-    // A tracking-generator sweep: the patch its points are laid out in, and
-    // the firmware that first knows the mode.
-    static constexpr double TG_PATCH_HZ = 2e7;
+    // The firmware that first knows the tracking-generator sweep.
     static constexpr int TG_MIN_FIRMWARE = 5;
 
-    // Takes ownership of the transport and registers as its data sink.
-    explicit Device(CypressInterface* usb);
+    // Takes ownership of the transport and registers as its data sink;
+    // model is the record of the model being built (static data).
+    Device(CypressInterface* usb, const ModelRecord& model);
     ~Device() override;
     Device(const Device&) = delete;
     Device& operator=(const Device&) = delete;
@@ -67,17 +65,22 @@ public:
     virtual qsStatus OpenDevice() = 0;
     // The IF self-calibration; nothing to do on a model without one.
     virtual qsStatus SelfCalIF() { return qsNoError; }
-    // Mode set-ups, by the model. Each sets m_mode at its end. A mode whose
-    // planning and engine a model does not have yet refuses clearly with
-    // qsNotSupportedErr instead of starting a measurement that cannot deliver.
-    virtual qsStatus ConfigureSweepMode(unsigned) { return qsNotSupportedErr; }
-    virtual qsStatus ConfigureRealTime(unsigned) { return qsNotSupportedErr; }
-    virtual qsStatus ConfigureIQ(unsigned) { return qsNotSupportedErr; }
-    virtual qsStatus ConfigureAudioDemod() { return qsNotSupportedErr; }
-    virtual qsStatus ConfigureTgMode(unsigned) { return qsNotSupportedErr; }
-    // The two commands of a tracking-generator sweep (m_cmd, m_secCmd) and
-    // the patches, by the model's oscillator words. Always 0.
-    virtual int SetupTGCommand() = 0;
+    // The model's receiver, for planning.
+    virtual const Tuner& GetTuner() const = 0;
+    // Staging settings of this model at their defaults, for the caller.
+    virtual Settings* NewSettings() const = 0;
+    // The mode set-ups, one body for both models over the model's record
+    // and tuner: plan, calibration, command, engine. Each sets m_mode at its
+    // end; a refused set-up leaves the device idle.
+    qsStatus ConfigureSweepMode(unsigned flag);
+    qsStatus ConfigureRealTime();
+    qsStatus ConfigureIQ(unsigned flag);
+    qsStatus ConfigureAudioDemod();
+    qsStatus ConfigureTgMode();
+    // The Maple's service calls. A model that keeps no time-base slots or
+    // rough gains answers qsDeviceInvalidErr, before any other check.
+    virtual qsStatus AddTimebaseCorrection(double ppm);
+    virtual qsStatus ApplyRoughGains(const unsigned char* low, const unsigned char* high);
     // Changes the port mask; sends it when it changed or when forced.
     virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
@@ -164,27 +167,20 @@ protected:
     void DeleteAndNullifyFFTEngines();
     // The status every fetch ends with, after its engine delivered.
     qsStatus FinalStatus(qsStatus engineStatus);
-    // Whether the sweep planned in m_sweepInfo fits in a quarter of the
-    // machine's memory; checked before anything is built, so that a plan
-    // that cannot run is refused at once instead of after seconds of paging.
-    bool SweepPlanFitsInMemory() const;
+    // The low band alone, raw, for the start-up sweep's check of the data
+    // path (a model with a directly sampled low band).
+    qsStatus ConfigureLowBandRawSweep();
+    // The commands of a plan into m_cmd (rough gains included): a sweep's,
+    // and the streaming modes' one-position command at center. The stream's
+    // waits until the mailbox is free first.
+    void SetupSweepCommand();
+    void SetupStreamCommand(double center, bool lowBand);
+    // The gain and attenuation of a row as the calibration solved them.
+    RowGain GainOf(int row);
     // The fetch of a tracking-generator sweep: the primary pass and, for a
     // high dynamic range, the secondary one.
     template <typename T>
     qsStatus GetTgSweep(T* min, T* max);
-    // The model-independent part of a tracking-generator sweep's plan: the
-    // frequency step nearest the wanted point count, trace length and
-    // patches, the receiver's RBW and VBW (written to the settings), the FFT
-    // size and the packets per point. Resets the through calibration.
-    // Returns the points per patch.
-    int PlanTgSweep();
-    // The rest of a tracking-generator set-up after PlanTgSweep: the
-    // corrections configured at the passes' gain, the commands, both
-    // passes' correction arrays and the engine, which is started. The
-    // settings' gain is restored after. qsAllocationLimitErr if anything
-    // could not be built.
-    qsStatus StartTgSweep(int pointsPerPatch, int priGain, int priAtten, int secGain, int secAtten,
-                          bool isLarch);
     // Reads the calibration image through the flash service with the
     // model's loader, and takes the identity its header gives. The loader's
     // status.
@@ -192,6 +188,7 @@ protected:
     // The calibrated ratio of true to nominal time base.
     double CalibratedOscRatio() const { return m_corr ? m_corr->GetOscRatio() : 1.0; }
 
+    const ModelRecord& m_model;
     std::atomic<bool> m_fftReady{false};
     bool m_validDevice = true;
     std::atomic<unsigned> m_fpgaid{0};
@@ -257,5 +254,10 @@ protected:
     // destroyed by DeleteAndNullifyFFTEngines.
     std::unique_ptr<AudioEngineFast> m_dme;
 };
+
+// The device of the model the transport found, owning it; null (the
+// transport left to the caller) for a product of the vendor that is not
+// an analyser of the family.
+Device* NewDevice(CypressInterface* usb);
 
 }  // namespace qs

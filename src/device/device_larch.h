@@ -38,6 +38,8 @@ public:
     // Self-calibration, calibration image, self-calibration again, the
     // ports. Always qsNoError: the Larch opens whatever its flash holds.
     qsStatus OpenDevice() override;
+    const Tuner& GetTuner() const override { return m_tuner; }
+    Settings* NewSettings() const override;
 
     // Reads the calibration image (pages 8 to 15) whatever the transfers
     // report, takes the identity from its header and loads the tables.
@@ -48,55 +50,6 @@ public:
     // measurement first and leaves the device idle. Always qsNoError.
     qsStatus SelfCalIF() override;
 
-    // Plans a swept measurement: FFT size, LO steps on the 20 MHz, 10 MHz
-    // (rejection) or 400 kHz (narrow) grid centred where the self-
-    // calibration found the IF band's middle, an extra step for each
-    // residual spur inside the span, gain and attenuation per band, the
-    // command block, the patch list, the correction array and the engine.
-    // The flag is not read. qsBandwidthErr for an RBW above the span.
-    qsStatus ConfigureSweepMode(unsigned flag) override;
-
-    // Lays the plan out as sub-bands of m_cmd and as patches: the residual
-    // steps first, then one sub-band per LO row. Fills initialBand,
-    // activeBandCnt and the residual locations. Always 0.
-    int SetupCommand();
-
-    // The four control bytes of a sub-band; the low byte of the port mask
-    // goes into byte 0.
-    void PackSettings(const s3Ctrl_t* s, uint8_t* settings) const;
-
-    // Plans real-time mode: one LO position on the 400 kHz grid, the trace
-    // around the centre, the IF corrections, the engine; then starts the
-    // stream. qsInvalidParameterErr (nothing changed) for a span or RBW
-    // outside the real-time range; a sweep time below 1 ms is raised.
-    qsStatus ConfigureRealTime(unsigned flag) override;
-
-    // Plans the streaming mode at the settings' IQ centre and starts the
-    // stream: a DirectStream for QS_STREAM_FLAG_DIRECT, else an IQStream.
-    qsStatus ConfigureIQ(unsigned flag) override;
-
-    // Plans audio mode at the settings' audio frequency rounded to the
-    // 400 kHz grid, 20 MHz around it, and starts the stream.
-    qsStatus ConfigureAudioDemod() override;
-
-    // The one-position command of the streaming modes: sub-band 0 streams
-    // from the LO position of `center` and one patch describes it; a centre
-    // near a residual spur reads the IF table as a residual step does.
-    // Waits until the mailbox is empty first. Always 0.
-    int SetupRealTimeCommand(double center);
-
-    // Plans a tracking-generator sweep as the Maple does, at the Larch's
-    // receiver settings: 30 dB for the primary pass, 10 dB for the
-    // secondary. qsNotSupportedErr on firmware below 5.
-    qsStatus ConfigureTgMode(unsigned flag) override;
-
-    // Fills m_cmd (the primary pass), m_secCmd (the same at the secondary
-    // attenuation) and the patch list from the plan. Always 0.
-    int SetupTGCommand() override;
-    // The oscillator words of a sub-band that starts at freq in the row of
-    // lut: 100 kHz units, the first oscillator's halved in bands 2 and 3.
-    void SetOscillatorWords(subBand_t& sb, const LOLUTLarch& lut, double freq) const;
-
     // Self-calibration settings and a plan and command block at their
     // open-time values.
     void PrepForSelfCal();
@@ -106,9 +59,10 @@ public:
     // cannot be built (nothing is then sent).
     qsStatus ConfigureIFSelfCal(int side);
 
-protected:
-    CorrectionsLarch& CorrLarch();
+private:
     SweepEngine_Larch* CalEngine();
+
+    LarchTuner m_tuner;
 };
 
 }  // namespace qs

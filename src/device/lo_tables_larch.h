@@ -7,6 +7,8 @@
 // thread.
 #pragma once
 
+#include "planning/tuner.h"
+
 namespace qs {
 
 struct LOLUTLarch {
@@ -21,26 +23,31 @@ constexpr int LARCH_LO_ROWS = 5;
 
 extern const LOLUTLarch lolutLarch[LARCH_LO_ROWS];
 
-// A residual spur of the receiver and the step that reads around it: the
-// step is taken at LO1 and LO2 (Hz) in hardware band `band`, centred on
-// RFReadCtr, and its patch replaces the sweep's bins about RFWriteCtr.
-struct RPLUT {
-    int band;
-    double RFReadCtr;
-    double RFWriteCtr;
-    double RFSpan;
-    double LO1;
-    double LO2;
-};
-
+// The receiver's residual spurs and the steps that read around them: each
+// step is taken at lo1 and lo2 in its hardware band, centred on
+// readCentre, and its patch replaces the sweep's bins about writeCentre.
 constexpr int LARCH_RESIDUAL_ROWS = 6;
 
-extern const RPLUT residualLarch[LARCH_RESIDUAL_ROWS];
+extern const ResidualSpur residualLarch[LARCH_RESIDUAL_ROWS];
 
 // The first row whose maxRF is above freq; LARCH_LO_ROWS (no row) from
 // 6.8 GHz up, which the frequency limit of the settings keeps from arising.
 int get_software_band_Larch(double freq);
 // The hardware band of that row; the top row's from 6.8 GHz up.
 int get_hardware_band_Larch(double freq);
+
+// The Larch's receiver as planning sees it: no row is mirrored or sampled
+// directly, the oscillators count 100 kHz (the first 200 kHz in bands 2 and
+// 3), and six residual spurs are stepped around.
+class LarchTuner : public Tuner {
+public:
+    int RowCount() const override { return LARCH_LO_ROWS; }
+    int RowOf(double freqHz) const override { return get_software_band_Larch(freqHz); }
+    LoRow Row(int row) const override;
+    void SetWords(subBand_t& sb, const LoRow& row, double freqHz, double secondLOHz, int step100k) const override;
+    void Pack(const s3Ctrl_t& s, unsigned portMask, uint8_t* settings) const override;
+    Spurs Residuals() const override { return {residualLarch, LARCH_RESIDUAL_ROWS}; }
+    void SetResidualWords(subBand_t& sb, const ResidualSpur& r) const override;
+};
 
 }  // namespace qs

@@ -1,5 +1,7 @@
 #include "device/lo_tables_maple.h"
 
+#include <cmath>
+
 namespace qs {
 
 const LOLUTMaple lolutMaple1[MAPLE_LO_ROWS] = {
@@ -36,6 +38,67 @@ int get_band_maple(int rev, double freq) {
     for (int row = 0; row < MAPLE_LO_ROWS; ++row)
         if (table[row].maxRF > freq) return row;
     return MAPLE_LO_ROWS;
+}
+
+}  // namespace qs
+
+namespace qs {
+
+namespace {
+
+constexpr double kLO1Unit = 400000.0;   // LO1 words count 400 kHz
+constexpr double kLO2Unit = 5000000.0;  // LO2 words count 5 MHz
+// Row 8 of the wide plan runs its first oscillator 1.6 MHz high and keeps
+// the slice that moved with it.
+constexpr int kShiftedRow = 8;
+constexpr double kShiftedRowLO1 = 1600000.0;
+
+int RoundToInt(double v) { return static_cast<int>(std::floor(v + 0.5)); }
+
+}  // namespace
+
+LoRow MapleTuner::Row(int row) const {
+    const LOLUTMaple& lut = m_table[row];
+    LoRow r;
+    r.band = lut.band;
+    r.maxRF = lut.maxRF;
+    r.lo1c = lut.lo1c;
+    r.lo2c = lut.lo2c;
+    r.flip = lut.flip;
+    r.direct = lut.band == 0;
+    r.wideLo1Shift = row == kShiftedRow ? kShiftedRowLO1 : 0.0;
+    return r;
+}
+
+void MapleTuner::SetWords(subBand_t& sb, const LoRow& row, double freqHz, double secondLOHz, int step100k) const {
+    sb.LO1stepFreq = static_cast<int16_t>(step100k / 4);
+    sb.LO1startFreq = static_cast<uint16_t>(RoundToInt((freqHz + row.lo1c + secondLOHz) / kLO1Unit));
+    sb.LO2Freq = static_cast<uint16_t>(std::floor((row.lo2c + secondLOHz) / kLO2Unit + 0.5));
+}
+
+void MapleTuner::Pack(const s3Ctrl_t& s, unsigned portMask, uint8_t* settings) const {
+    settings[0] = StepByte(s, portMask);
+
+    // The gain is not packed on this model.
+    const int band = s.band;
+    const int a = s.atten == 0 ? 1 : s.atten;
+    int code = 0;
+    uint8_t byte3;
+    if (band < 1) {
+        byte3 = static_cast<uint8_t>(a);
+    } else {
+        switch (band) {
+            case 1: case 2: code = 0; break;
+            case 3: code = 1; break;
+            case 6: case 11: code = 3; break;
+            case 7: case 8: code = 4; break;
+            default: code = 2; break;
+        }
+        byte3 = static_cast<uint8_t>(((band + 1) << 5) + a);
+    }
+    settings[1] = static_cast<uint8_t>((s.pktsz << 4) + code);
+    settings[2] = 0;
+    settings[3] = byte3;
 }
 
 }  // namespace qs

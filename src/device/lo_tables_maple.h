@@ -8,6 +8,8 @@
 // any thread.
 #pragma once
 
+#include "planning/tuner.h"
+
 namespace qs {
 
 struct LOLUTMaple {
@@ -31,5 +33,23 @@ const LOLUTMaple* GetLUTMaple(int rev);
 // it. MAPLE_LO_ROWS (no row) above the last row, which the frequency limit
 // of the settings keeps from arising.
 int get_band_maple(int rev, double freq);
+
+// The Maple's receiver as planning sees it: row 0 is sampled directly, row
+// 8 of a wide sweep runs its first oscillator 1.6 MHz high, the first
+// oscillator counts 400 kHz and the second 5 MHz, and there are no
+// residual spurs.
+class MapleTuner : public Tuner {
+public:
+    explicit MapleTuner(int rev) : m_rev(rev), m_table(GetLUTMaple(rev)) {}
+    int RowCount() const override { return MAPLE_LO_ROWS; }
+    int RowOf(double freqHz) const override { return get_band_maple(m_rev, freqHz); }
+    LoRow Row(int row) const override;
+    void SetWords(subBand_t& sb, const LoRow& row, double freqHz, double secondLOHz, int step100k) const override;
+    void Pack(const s3Ctrl_t& s, unsigned portMask, uint8_t* settings) const override;
+
+private:
+    int m_rev;
+    const LOLUTMaple* m_table;
+};
 
 }  // namespace qs

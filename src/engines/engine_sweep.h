@@ -33,6 +33,7 @@
 #include "dsp/dsp_vector.h"
 #include "dsp/qs_lib.h"
 #include "engines/video_iir.h"
+#include "settings/sweep_info.h"
 #include "ipps.h"
 #include "qs_api.h"
 #include "transport/wire_formats.h"
@@ -41,16 +42,6 @@ namespace qs {
 
 class Settings;
 struct SweepInfo;
-
-// Residual-spur steps of a sweep plan: entry k names the residual table row
-// and the sweep step its patch repairs. The Maple plans none. The Larch's
-// engine keeps its own copy.
-struct ResidualInfo {
-    static constexpr int MAX_RESIDUALS = 32;
-    int m_residualCount = 0;
-    int m_residualLocation[MAX_RESIDUALS] = {};
-    int m_residualID[MAX_RESIDUALS] = {};
-};
 
 // Samples of a ring of count chunks of each samples; qs_exception (which
 // a set-up turns into qsAllocationLimitErr) when the doubles would not fit

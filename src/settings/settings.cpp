@@ -1,5 +1,7 @@
 #include "settings/settings.h"
 
+#include <cmath>
+
 #include "dsp/qs_lib.h"
 
 namespace qs {
@@ -240,5 +242,7 @@ qsStatus SettingsMaple::ConfigIQ(int decimation, double bandwidth) {
 }
 
 void SettingsMaple::PrepInitSweep() { PrepFixedSweep(1000.0); }
+
+bool PlausibleTimebaseError(double ppm) { return std::isfinite(ppm) && std::fabs(ppm) <= 1000.0; }
 
 }  // namespace qs

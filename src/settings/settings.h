@@ -25,6 +25,11 @@ struct AudioConfig {
     double deemphasis = 500.0;
 };
 
+// A reference oscillator is off by ppm, not by percent. A ratio of 0, a
+// negative one or a non-finite one would give oscillator words that the
+// device never answers (and the Maple's would go to flash): refused.
+bool PlausibleTimebaseError(double ppm);
+
 class Settings {
 public:
     virtual ~Settings() = default;

@@ -40,6 +40,16 @@ private:
     std::vector<Patch> patches;
 };
 
+// Residual-spur steps of a sweep plan: entry k names the residual table row
+// and the sweep step its patch repairs. A model without residual
+// spurs plans none; the wide-sweep engine keeps its own copy.
+struct ResidualInfo {
+    static constexpr int MAX_RESIDUALS = 32;
+    int m_residualCount = 0;
+    int m_residualLocation[MAX_RESIDUALS] = {};
+    int m_residualID[MAX_RESIDUALS] = {};
+};
+
 struct SweepInfo {
     int traceLen = 0;
     int fftSize = 16384;

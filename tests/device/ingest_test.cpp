@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "device/device.h"
+#include "device/device_maple.h"
 #include "qs_sim.h"
 #include "settings/settings.h"
 
@@ -16,15 +16,10 @@ namespace {
 constexpr int kPair = 2 * QS_SAMPLES_PER_PACKET;
 
 // A device core with no planning, enough to drive the ingest directly.
-class BareDevice : public Device {
+class BareDevice : public DeviceMaple {
 public:
-    explicit BareDevice(CypressInterface* usb) : Device(usb) {
-        m_settings = new SettingsMaple();
-        InitDevice();
-    }
-    ~BareDevice() override { Abort(); }
+    explicit BareDevice(CypressInterface* usb) : DeviceMaple(usb) { InitDevice(); }
     qsStatus OpenDevice() override { return qsNoError; }
-    int SetupTGCommand() override { return 0; }
 
     void SetTriggerDelay(int samples) { m_triggerDelay = samples; }
     qsStatus Final(qsStatus engine) { return FinalStatus(engine); }
