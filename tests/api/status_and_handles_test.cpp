@@ -42,8 +42,6 @@ TEST(HandleCheck, NullPointersAreRefused) {
     EXPECT_EQ(qsGetSerialNumberList(nullptr, &count), qsNullPtrErr);
     EXPECT_EQ(qsGetSerialNumberList(serials, nullptr), qsNullPtrErr);
     EXPECT_EQ(qsPresetFull(nullptr), qsNullPtrErr);
-
-    // The service calls' pointers: tests/api/service_calls_test.cpp.
 }
 
 }  // namespace

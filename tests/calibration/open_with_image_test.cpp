@@ -37,24 +37,47 @@ protected:
     int h = -1;
 };
 
-TEST_F(ImageAtOpen, ACalibratedDeviceKnowsItsSerialAndFirmware) {
-    ASSERT_EQ(Open(), qsNoError);
-    unsigned sid = 0;
-    int firmware = 0;
-    ASSERT_EQ(qsGetSerialNumber(h, &sid), qsNoError);
-    EXPECT_EQ(sid, kSerial);
-    ASSERT_EQ(qsGetFirmwareVersion(h, &firmware), qsNoError);
-    EXPECT_GE(firmware, 5);
-    EXPECT_DOUBLE_EQ(Ratio(), 1.0);
+// A Maple without its tables opens uncalibrated; a Larch opens whatever its
+// flash holds. The header alone decides whether a device knows its serial
+// number and firmware.
+TEST(ImageKinds, OpenStatusAndIdentityOnBothModels) {
+    const struct {
+        int pid, image;
+        qsStatus open, identity;
+    } cases[] = {
+        {QSSIM_PID_MAPLE_REV2, QSSIM_FLASH_CALIBRATED, qsNoError, qsNoError},
+        {QSSIM_PID_MAPLE_REV2, QSSIM_FLASH_BLANK_TABLES, qsUncalibratedDevice, qsNoError},
+        {QSSIM_PID_MAPLE_REV2, QSSIM_FLASH_ERASED, qsUncalibratedDevice, qsDeviceInvalidErr},
+        {QSSIM_PID_LARCH, QSSIM_FLASH_CALIBRATED, qsNoError, qsNoError},
+        {QSSIM_PID_LARCH, QSSIM_FLASH_BLANK_TABLES, qsNoError, qsNoError},
+        {QSSIM_PID_LARCH, QSSIM_FLASH_ERASED, qsNoError, qsDeviceInvalidErr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "product " << c.pid << " image " << c.image);
+        qssim_reset();
+        ASSERT_EQ(qssim_set_flash_image(qssim_add_device(c.pid, kSerial), c.image), 0);
+        int h = -1, firmware = 0;
+        unsigned sid = 0;
+        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, static_cast<int>(kSerial)), c.open);
+        EXPECT_EQ(qsGetSerialNumber(h, &sid), c.identity);
+        EXPECT_EQ(qsGetFirmwareVersion(h, &firmware), c.identity);
+        if (c.identity == qsNoError) {
+            EXPECT_EQ(sid, kSerial);
+            EXPECT_GE(firmware, 5);
+        }
+        double ratio = 0.0;
+        if (c.image == QSSIM_FLASH_CALIBRATED) {
+            EXPECT_EQ(qsGetTimebaseCorrection(h, &ratio), qsNoError);
+            EXPECT_DOUBLE_EQ(ratio, 1.0);
+        }
+        qsCloseDevice(h);
+    }
+    qssim_reset();
 }
 
 TEST_F(ImageAtOpen, ErasedFlashOpensAnInvalidDeviceThatStillServesTheFlash) {
     ASSERT_EQ(qssim_set_flash_image(sim, QSSIM_FLASH_ERASED), 0);
     ASSERT_EQ(Open(), qsUncalibratedDevice);
-    unsigned sid = 0;
-    int firmware = 0;
-    EXPECT_EQ(qsGetSerialNumber(h, &sid), qsDeviceInvalidErr);
-    EXPECT_EQ(qsGetFirmwareVersion(h, &firmware), qsDeviceInvalidErr);
     EXPECT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsDeviceInvalidErr);
     std::vector<unsigned char> page(65536, 0);
     ASSERT_EQ(qsReadFlash(h, 8, page.data()), qsNoError);
@@ -63,40 +86,6 @@ TEST_F(ImageAtOpen, ErasedFlashOpensAnInvalidDeviceThatStillServesTheFlash) {
     // serial number reads as 0.
     EXPECT_EQ(qsPresetFull(&h), qsDeviceNotOpenErr);
     EXPECT_EQ(h, -1);
-}
-
-TEST_F(ImageAtOpen, BlankTablesAreUncalibratedButKnowTheirIdentity) {
-    ASSERT_EQ(qssim_set_flash_image(sim, QSSIM_FLASH_BLANK_TABLES), 0);
-    ASSERT_EQ(Open(), qsUncalibratedDevice);
-    unsigned sid = 0;
-    ASSERT_EQ(qsGetSerialNumber(h, &sid), qsNoError);
-    EXPECT_EQ(sid, kSerial);
-}
-
-// A Larch opens whatever its flash holds; the header alone decides whether
-// it knows its serial number.
-TEST(LarchImageAtOpen, OpensOnEveryImageAndTakesItsIdentityFromTheHeader) {
-    const struct {
-        int kind;
-        qsStatus serial;
-    } cases[] = {
-        {QSSIM_FLASH_BLANK_TABLES, qsNoError},
-        {QSSIM_FLASH_ERASED, qsDeviceInvalidErr},
-    };
-    for (const auto& k : cases) {
-        SCOPED_TRACE(k.kind);
-        qssim_reset();
-        ASSERT_EQ(qssim_set_flash_image(qssim_add_device(QSSIM_PID_LARCH, kSerial), k.kind), 0);
-        int h = -1;
-        ASSERT_EQ(qsOpenDevice(&h), qsNoError);
-        unsigned sid = 0;
-        EXPECT_EQ(qsGetSerialNumber(h, &sid), k.serial);
-        if (k.serial == qsNoError) {
-            EXPECT_EQ(sid, kSerial);
-        }
-        qsCloseDevice(h);
-    }
-    qssim_reset();
 }
 
 TEST_F(ImageAtOpen, TheNewestTimebaseSlotIsInForce) {

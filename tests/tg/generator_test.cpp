@@ -27,8 +27,12 @@ using Bytes = std::vector<unsigned char>;
 
 class Generator : public ::testing::Test {
 protected:
-    // Analyser product, generator version and serial number.
+    // Analyser product, generator version and serial number; a device left
+    // open by an earlier case is closed first.
     void Plug(int productId, int version, unsigned serial) {
+        if (h >= 0) qsCloseDevice(h);
+        h = -1;
+        serialUsed = serial;
         qssim_reset();
         analyser = qssim_add_device(productId, 12345678);
         gen = qssim_add_generator(version, serial);
@@ -134,8 +138,7 @@ void BandPass(int gen, double start, double stop) {
 TEST_F(Generator, CommandsReachTheGeneratorAsWritten) {
     // A blank EEPROM: no calibration, so the time base counts as exact and
     // the words and codes are the plain ones.
-    serialUsed = 31;
-    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
+    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, 31);
     ASSERT_EQ(qssim_set_generator_eeprom(gen, QSSIM_TG_EEPROM_BLANK), 0);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
     int from = qssim_generator_frame_count(gen);
@@ -188,8 +191,7 @@ TEST_F(Generator, CommandsReachTheGeneratorAsWritten) {
 TEST_F(Generator, CwOutputIsTheAskedLevelAndFrequency) {
     for (int version : {QSSIM_TG_V1, QSSIM_TG_ROWAN}) {
         SCOPED_TRACE(version);
-        serialUsed = 40 + unsigned(version);
-        Plug(QSSIM_PID_MAPLE_REV2, version, serialUsed);
+        Plug(QSSIM_PID_MAPLE_REV2, version, 40 + unsigned(version));
         ASSERT_EQ(qsAttachTg(h), qsNoError);
         const double top = version == QSSIM_TG_ROWAN ? 12.3e9 : 4.39e9;
         double outHz = 0, outDbm = 0;
@@ -201,11 +203,7 @@ TEST_F(Generator, CwOutputIsTheAskedLevelAndFrequency) {
                 EXPECT_NEAR(outDbm, dbm, 1.0) << hz << " Hz " << dbm << " dBm";
             }
         }
-        if (version != QSSIM_TG_ROWAN) {
-            qsCloseDevice(h);
-            h = -1;
-            continue;
-        }
+        if (version != QSSIM_TG_ROWAN) continue;
         // The Rowan levels in half decibels: half a decibel less is the
         // next code, and comes out half a decibel lower.
         double levels[2];
@@ -218,14 +216,11 @@ TEST_F(Generator, CwOutputIsTheAskedLevelAndFrequency) {
         }
         EXPECT_EQ(codes[1], codes[0] + 1);
         EXPECT_NEAR(levels[0] - levels[1], 0.5, 0.2);
-        qsCloseDevice(h);
-        h = -1;
     }
 }
 
 TEST_F(Generator, TheCalibrationIsReadOnceAndCachedByItsSerialNumber) {
-    serialUsed = 52;
-    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
+    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, 52);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
     EXPECT_EQ(Frames('E').size(), 1024u);
     struct stat st {};
@@ -248,8 +243,7 @@ TEST_F(Generator, TheCalibrationIsReadOnceAndCachedByItsSerialNumber) {
 TEST_F(Generator, ABlankOrSilentEepromAttachesUncalibrated) {
     for (int kind : {QSSIM_TG_EEPROM_BLANK, QSSIM_TG_EEPROM_SILENT}) {
         SCOPED_TRACE(kind);
-        serialUsed = 60 + unsigned(kind);
-        Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_ROWAN, serialUsed);
+        Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_ROWAN, 60 + unsigned(kind));
         ASSERT_EQ(qssim_set_generator_eeprom(gen, kind), 0);
         const auto t0 = std::chrono::steady_clock::now();
         ASSERT_EQ(qsAttachTg(h), qsNoError);
@@ -264,8 +258,6 @@ TEST_F(Generator, ABlankOrSilentEepromAttachesUncalibrated) {
         const int from = qssim_generator_frame_count(gen);
         ASSERT_EQ(qsSetTg(h, 1e9, -30.0), qsNoError);
         EXPECT_EQ(Frames('A', from), (std::vector<Bytes>{{'A', 25}}));
-        qsCloseDevice(h);
-        h = -1;
     }
 }
 
@@ -285,13 +277,10 @@ TEST_F(Generator, ABandPassReadsItsTrueResponse) {
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.serial);
-        serialUsed = c.serial;
         Plug(c.productId, c.version, c.serial);
         ASSERT_EQ(qsAttachTg(h), qsNoError);
         ExpectResponse(SweepAfterThrough(c.start, c.stop, 101, false, BandPass), -40.0, 0.5);
         ExpectResponse(SweepAfterThrough(c.wideStart, c.wideStop, 101, true, BandPass), -70.0, 1.5);
-        qsCloseDevice(h);
-        h = -1;
     }
 }
 
@@ -301,8 +290,7 @@ TEST_F(Generator, ATwentyDecibelPadMeasuresTheHighRangeReference) {
     // loss at the usual levels), then again after the request, with the
     // generator's two levels exchanged. The fetch that measures it is a
     // calibration, not a trace.
-    serialUsed = 91;
-    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
+    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, 91);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
     const unsigned n = Start(0.5e9, 2.5e9, 101, true);
     std::vector<double> min(n), max(n);
@@ -322,8 +310,7 @@ TEST_F(Generator, ATwentyDecibelPadMeasuresTheHighRangeReference) {
 }
 
 TEST_F(Generator, AnUnpluggedGeneratorEndsTheFetchWithAStatus) {
-    serialUsed = 81;
-    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, serialUsed);
+    Plug(QSSIM_PID_MAPLE_REV2, QSSIM_TG_V1, 81);
     ASSERT_EQ(qsAttachTg(h), qsNoError);
     const unsigned n = Start(0.5e9, 1.5e9, 256, true);
     std::vector<double> min(n), max(n);

@@ -1,14 +1,11 @@
 // The picture: axes that hold the data, a peak where the axes say it is,
-// also when there are many more points than pixel columns, and a PNG file.
+// also when there are many more points than pixel columns.
 #include <gtest/gtest.h>
 
 #include <cairo.h>
 #include <fontconfig/fontconfig.h>
-#include <unistd.h>
 
 #include <cmath>
-#include <cstdio>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -83,10 +80,6 @@ class ReleaseFontCaches : public ::testing::Environment {
 ::testing::Environment* const kReleaseFontCaches =
     ::testing::AddGlobalTestEnvironment(new ReleaseFontCaches);
 
-unsigned BigEndian32(const unsigned char* p) {
-    return (unsigned(p[0]) << 24) | (unsigned(p[1]) << 16) | (unsigned(p[2]) << 8) | p[3];
-}
-
 }  // namespace
 
 TEST(TracePlot, TicksAreRoundAndInsideTheRange) {
@@ -139,26 +132,4 @@ TEST(TracePlot, PeakSitsWhereTheAxesSay) {
     EXPECT_TRUE(PeakIsDrawnWhereTheAxesPutIt(ToneTrace(201, 100, -40.0), 100));
     // Fifty points a pixel column: the one-bin peak must survive the reduction.
     EXPECT_TRUE(PeakIsDrawnWhereTheAxesPutIt(ToneTrace(40001, 12345, -35.0), 12345));
-}
-
-TEST(TracePlot, WritesAPngOfTheAskedSize) {
-    const std::string path = ::testing::TempDir() + "qs_plot_test.png";
-    std::string error;
-    ASSERT_TRUE(qstool::WritePlotPng(path, ToneTrace(1000, 500, -40.0), "title", 640, 360, &error))
-        << error;
-    unsigned char head[24] = {};
-    FILE* file = std::fopen(path.c_str(), "rb");
-    ASSERT_NE(file, nullptr);
-    ASSERT_EQ(std::fread(head, 1, sizeof head, file), sizeof head);
-    std::fclose(file);
-    unlink(path.c_str());
-    const unsigned char signature[8] = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-    EXPECT_EQ(std::memcmp(head, signature, 8), 0);
-    EXPECT_EQ(std::memcmp(head + 12, "IHDR", 4), 0);
-    EXPECT_EQ(BigEndian32(head + 16), 640u);
-    EXPECT_EQ(BigEndian32(head + 20), 360u);
-
-    EXPECT_FALSE(qstool::WritePlotPng("/nonexistent-dir/x.png", ToneTrace(10, 5, -40.0), "t", 640,
-                                      360, &error));
-    EXPECT_FALSE(error.empty());
 }

@@ -10,6 +10,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
@@ -163,6 +164,53 @@ void ExpectPng(const std::string& path, unsigned width, unsigned height) {
     EXPECT_EQ(BigEndian32(png, 20), height);
 }
 
+// One row of the power format: "date, time, low, high, bin, sweeps, levels...".
+struct PowerRow {
+    std::string stamp, lowText, highText;
+    double low = 0, high = 0, bin = 0;
+    unsigned sweeps = 0;
+    std::vector<double> levels;
+};
+
+// Every row of a power-format text, each checked for what the heat-map
+// scripts rely on: a stamp that "%Y-%m-%d %H:%M:%S" parses, the sweeps
+// it holds, and low + levels x bin exactly its high edge.
+std::vector<PowerRow> ParsePower(const std::string& text) {
+    std::vector<PowerRow> rows;
+    std::stringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        std::tm t{};
+        const char* rest = strptime(line.c_str(), "%Y-%m-%d, %H:%M:%S, ", &t);
+        PowerRow r;
+        int n = 0;
+        if (!rest || std::sscanf(rest, "%lf, %lf, %lf, %u%n", &r.low, &r.high, &r.bin, &r.sweeps, &n) != 4) {
+            ADD_FAILURE() << "not a power row: " << line;
+            continue;
+        }
+        r.stamp = line.substr(0, 20);
+        const std::string edges = rest;
+        r.lowText = edges.substr(0, edges.find(','));
+        r.highText = edges.substr(edges.find(", ") + 2);
+        r.highText = r.highText.substr(0, r.highText.find(','));
+        const char* p = rest + n;
+        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n) r.levels.push_back(v);
+        EXPECT_EQ(*p, '\0') << line;
+        EXPECT_GE(r.sweeps, 1u) << line;
+        EXPECT_EQ(r.low + r.levels.size() * r.bin, r.high) << line;
+        rows.push_back(std::move(r));
+    }
+    return rows;
+}
+
+// The frequency and level of the highest point of the rows.
+std::pair<double, double> PowerPeak(const std::vector<PowerRow>& rows) {
+    double hz = 0.0, dbm = -1e9;
+    for (const PowerRow& r : rows)
+        for (size_t i = 0; i < r.levels.size(); ++i)
+            if (r.levels[i] > dbm) dbm = r.levels[i], hz = r.low + i * r.bin;
+    return {hz, dbm};
+}
+
 const std::vector<std::string> kToneSweep = {"--simulate", "--sim-tone", "1.5G:-40", "sweep",
                                              "--start", "1.4G", "--stop", "1.6G", "--rbw", "100k"};
 
@@ -173,87 +221,71 @@ std::vector<std::string> With(std::vector<std::string> args, const std::vector<s
 
 }  // namespace
 
-TEST(QsProcess, ListShowsTypeRevisionAndSerial) {
-    const Result single = RunQs({"--simulate", "list"});
-    EXPECT_EQ(single.exitCode, 0) << single.err;
-    EXPECT_TRUE(Contains(single.out, "12345678   Maple  2")) << single.out;
-
-    const Result two = RunQs({"list", "--simulate"},
-                             {"QS_SIM_DEVICES=maple1:22222222,larch:10000001"});
-    EXPECT_EQ(two.exitCode, 0) << two.err;
-    EXPECT_TRUE(Contains(two.out, "22222222   Maple  1")) << two.out;
-    EXPECT_TRUE(Contains(two.out, "10000001   Larch  -")) << two.out;
-    EXPECT_TRUE(two.err.empty()) << two.err;
-}
-
-TEST(QsProcess, ListTellsHowToFixAccess) {
-    const Result r = RunQs({"--simulate", "list"},
-                           {"QS_SIM_DEVICES=maple2:12345678,maple2:33333333:denied"});
-    EXPECT_NE(r.exitCode, 0);
-    EXPECT_TRUE(Contains(r.out, "12345678")) << r.out;
-    EXPECT_FALSE(Contains(r.out, "33333333")) << r.out;
-    EXPECT_TRUE(Contains(r.err, "1 analyser on USB that this user may not open")) << r.err;
-    EXPECT_TRUE(Contains(r.err, "60-qs-analyser.rules")) << r.err;
-    EXPECT_TRUE(Contains(r.err, "udevadm")) << r.err;
-
-    const Result none = RunQs({"--simulate", "list"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
-    EXPECT_NE(none.exitCode, 0);
-    EXPECT_FALSE(Contains(none.out, "no analyser found")) << "it is there, only shut out";
-    // An open of the shut-out device fails with the same advice.
-    const Result info = RunQs({"--simulate", "info"}, {"QS_SIM_DEVICES=larch:10000001:denied"});
-    EXPECT_NE(info.exitCode, 0);
-    EXPECT_TRUE(Contains(info.err, "Device not Open")) << info.err;
-    EXPECT_TRUE(Contains(info.err, "60-qs-analyser.rules")) << info.err;
-}
-
-TEST(QsProcess, InfoNamesTheDeviceAndItsReadings) {
-    const Result r = RunQs({"--simulate", "info", "-d", "10000001"},
-                           {"QS_SIM_DEVICES=maple2:12345678,larch:10000001"});
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_TRUE(Contains(r.out, "serial number   10000001")) << r.out;
-    EXPECT_TRUE(Contains(r.out, "type            Larch")) << r.out;
-    for (const char* field : {"firmware", "temperature", "USB voltage", "USB current", "time base"})
-        EXPECT_TRUE(Contains(r.out, field)) << field << " missing in\n" << r.out;
-
-    const Result maple = RunQs({"--simulate", "info"});
-    EXPECT_EQ(maple.exitCode, 0) << maple.err;
-    EXPECT_TRUE(Contains(maple.out, "Maple, revision 2")) << maple.out;
-}
-
-TEST(QsProcess, BadArgumentsGetUsageNamingThem) {
-    const Result freq = RunQs({"--simulate", "sweep", "--start", "2.4X", "--stop", "2.5G"});
-    EXPECT_EQ(freq.exitCode, 2);
-    EXPECT_EQ(freq.err.rfind("qs: --start: '2.4X' is not a frequency", 0), 0u) << freq.err;
-    EXPECT_TRUE(Contains(freq.err, "--help")) << freq.err;
-    EXPECT_TRUE(freq.out.empty());
-
-    const Result option = RunQs({"sweep", "--start", "1G", "--stop", "2G", "--frobnicate"});
-    EXPECT_EQ(option.exitCode, 2);
-    EXPECT_TRUE(Contains(option.err, "--frobnicate")) << option.err;
-
-    // A bad picture path is told before any sweep is made.
-    const Result png = RunQs(With(kToneSweep, {"--png", "/no/such/folder/x.png"}));
-    EXPECT_EQ(png.exitCode, 1);
-    EXPECT_TRUE(Contains(png.err, "--png /no/such/folder/x.png")) << png.err;
-    EXPECT_TRUE(png.out.empty()) << "no sweep was written";
-}
-
-TEST(QsProcess, MissingDeviceIsOneLineWithTheLibraryText) {
-    const Result r = RunQs({"--simulate", "info", "-d", "99999999"});
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err.find('\n'), r.err.size() - 1) << "one line: " << r.err;
-    EXPECT_TRUE(Contains(r.err, "99999999")) << r.err;
-    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceNotOpenErr))) << r.err;
-}
-
-TEST(QsProcess, AnUnpluggedDeviceEndsAContinuousSweepWithTheLibraryText) {
-    const auto start = std::chrono::steady_clock::now();
-    const Result r = RunQs({"--simulate", "sweep", "--start", "1G", "--stop", "1.1G", "--continuous", "-o",
-                            TempPath("unplugged.csv")},
-                           {"QS_SIM_DEVICES=maple2:12345678:unplug=1"});
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_TRUE(Contains(r.err, qsGetErrorString(qsDeviceConnectionErr))) << r.err;
+// What the tool says and how it exits, for each kind of answer: a listing,
+// a device's readings, advice when access is denied, usage that names the
+// bad argument, and a library status as one line. None takes long: an
+// unplugged device ends a continuous sweep at once.
+TEST(QsProcess, AnswersAndExitCodes) {
+    constexpr int kFailed = -2;  // any exit code but 0
+    const std::string denied = "QS_SIM_DEVICES=larch:10000001:denied";
+    const struct {
+        std::vector<std::string> args, env;
+        int exitCode;
+        std::vector<std::string> outHas, outLacks, errHas;  // lacks "": empty; has "^text": starts with text
+        int errLines;  // -1: any
+    } cases[] = {
+        {{"--simulate", "list"}, {}, 0, {"12345678   Maple  2"}, {}, {}, -1},
+        {{"list", "--simulate"}, {"QS_SIM_DEVICES=maple1:22222222,larch:10000001"}, 0,
+         {"22222222   Maple  1", "10000001   Larch  -"}, {}, {}, 0},
+        {{"--simulate", "list"}, {"QS_SIM_DEVICES=maple2:12345678,maple2:33333333:denied"}, kFailed, {"12345678"},
+         {"33333333"}, {"1 analyser on USB that this user may not open", "60-qs-analyser.rules", "udevadm"}, -1},
+        // It is there, only shut out; an open of it gives the same advice.
+        {{"--simulate", "list"}, {denied}, kFailed, {}, {"no analyser found"}, {}, -1},
+        {{"--simulate", "info"}, {denied}, kFailed, {}, {}, {"Device not Open", "60-qs-analyser.rules"}, -1},
+        {{"--simulate", "info", "-d", "10000001"}, {"QS_SIM_DEVICES=maple2:12345678,larch:10000001"}, 0,
+         {"serial number   10000001", "type            Larch", "firmware", "temperature", "USB voltage",
+          "USB current", "time base"},
+         {}, {}, -1},
+        {{"--simulate", "info"}, {}, 0, {"Maple, revision 2"}, {}, {}, -1},
+        {{"--simulate", "sweep", "--start", "2.4X", "--stop", "2.5G"}, {}, 2, {}, {""},
+         {"^qs: --start: '2.4X' is not a frequency", "--help"}, -1},
+        {{"sweep", "--start", "1G", "--stop", "2G", "--frobnicate"}, {}, 2, {}, {}, {"--frobnicate"}, -1},
+        // A bad picture path is told before any sweep is made.
+        {With(kToneSweep, {"--png", "/no/such/folder/x.png"}), {}, 1, {}, {""}, {"--png /no/such/folder/x.png"}, -1},
+        {{"--simulate", "info", "-d", "99999999"}, {}, 1, {}, {}, {"99999999", qsGetErrorString(qsDeviceNotOpenErr)}, 1},
+        {{"--simulate", "sweep", "--start", "1G", "--stop", "1.1G", "--continuous", "-o", TempPath("unplugged.csv")},
+         {"QS_SIM_DEVICES=maple2:12345678:unplug=1"}, 1, {}, {}, {qsGetErrorString(qsDeviceConnectionErr)}, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << c.args[0] << " " << c.args[1] << " " << c.args.back());
+        const auto start = std::chrono::steady_clock::now();
+        const Result r = RunQs(c.args, c.env);
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+        if (c.exitCode == kFailed) {
+            EXPECT_NE(r.exitCode, 0) << r.err;
+        } else {
+            EXPECT_EQ(r.exitCode, c.exitCode) << r.err;
+        }
+        for (const std::string& part : c.outHas) EXPECT_TRUE(Contains(r.out, part)) << part << " in:\n" << r.out;
+        for (const std::string& part : c.outLacks) {
+            if (part.empty()) {
+                EXPECT_EQ(r.out, "") << "nothing written";
+            } else {
+                EXPECT_FALSE(Contains(r.out, part)) << part << " in:\n" << r.out;
+            }
+        }
+        for (const std::string& part : c.errHas) {
+            if (part[0] == '^') {
+                EXPECT_EQ(r.err.rfind(part.substr(1), 0), 0u) << r.err;
+            } else {
+                EXPECT_TRUE(Contains(r.err, part)) << part << " in:\n" << r.err;
+            }
+        }
+        if (c.errLines >= 0) {
+            EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), c.errLines) << r.err;
+            EXPECT_TRUE(r.err.empty() || r.err.back() == '\n') << r.err;
+        }
+    }
 }
 
 TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
@@ -277,29 +309,11 @@ TEST(QsProcess, SweepFindsTheToneInCsvPowerAndPicture) {
 
     const Result power = RunQs(With(kToneSweep, {"--format", "power", "-N", "2"}));
     ASSERT_EQ(power.exitCode, 0) << power.err;
-    std::stringstream rows(power.out);
-    std::string line, firstStamp;
-    double bestDbm = -1e9, bestHz = 0.0;
+    const std::vector<PowerRow> rows = ParsePower(power.out);
     size_t levels = 0;
-    while (std::getline(rows, line)) {
-        int y, mo, d, h, mi, sec, n = 0;
-        double low, high, width;
-        unsigned samples;
-        ASSERT_EQ(std::sscanf(line.c_str(), "%d-%d-%d, %d:%d:%d, %lf, %lf, %lf, %u%n", &y, &mo, &d,
-                              &h, &mi, &sec, &low, &high, &width, &samples, &n),
-                  10)
-            << line;
-        const char* p = line.c_str() + n;
-        unsigned count = 0;
-        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n, ++count) {
-            if (v > bestDbm) bestDbm = v, bestHz = low + count * width;
-        }
-        EXPECT_EQ(*p, '\0') << line;
-        EXPECT_GE(samples, 1u) << "the sweeps in each record";
-        EXPECT_EQ(low + count * width, high);
-        levels += count;
-    }
+    for (const PowerRow& row : rows) levels += row.levels.size();
     EXPECT_EQ(levels, 2 * s.freqHz.size()) << "two sweeps of the same length";
+    const auto [bestHz, bestDbm] = PowerPeak(rows);
     EXPECT_NEAR(bestHz, 1.5e9, 2 * bin);
     unlink(csv.c_str());
     unlink(png.c_str());
@@ -369,47 +383,28 @@ TEST(QsProcess, ProgressLineOnlyOnATerminal) {
     EXPECT_TRUE(Contains(screen, "stopping after this sweep")) << screen;
 }
 
-// What the heat-map scripts need: a row set a second, each with a stamp of
-// its own that "%Y-%m-%d %H:%M:%S" parses, rows that join up, and the tone
-// where it is.
+// A row set a second, each with a stamp of its own, rows that join up, the
+// span cropped to what was asked, and the tone where it is.
 TEST(QsProcess, PowerFormatWritesARowSetPerSecond) {
     const Result r = RunQs({"--simulate", "--sim-tone", "100.1M:-40", "sweep", "--start", "88M", "--stop", "108M",
                             "--format", "power", "--continuous", "--exit-after", "3s"});
     ASSERT_EQ(r.exitCode, 0) << r.err;
-    std::stringstream rows(r.out);
+    const std::vector<PowerRow> rows = ParsePower(r.out);
+    ASSERT_FALSE(rows.empty());
     std::vector<std::string> stamps;
-    std::string line, previousHigh;
-    double peakHz = 0.0, peakDbm = -1e9, firstLow = 0.0, lastHigh = 0.0;
-    while (std::getline(rows, line)) {
-        std::tm t{};
-        const char* rest = strptime(line.c_str(), "%Y-%m-%d, %H:%M:%S, ", &t);
-        ASSERT_NE(rest, nullptr) << line;
-        const std::string stamp = line.substr(0, 20);
-        double low = 0, high = 0, bin = 0;
-        unsigned sweeps = 0;
-        int n = 0;
-        ASSERT_EQ(std::sscanf(rest, "%lf, %lf, %lf, %u%n", &low, &high, &bin, &sweeps, &n), 4) << line;
-        const std::string lowText = rest;
-        if (stamps.empty() || stamps.back() != stamp) {
-            stamps.push_back(stamp);
-            firstLow = low;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (stamps.empty() || stamps.back() != rows[i].stamp) {
+            stamps.push_back(rows[i].stamp);
+            EXPECT_NEAR(rows[i].low, 88e6, 10e3) << "cropped to what was asked";
         } else {
-            EXPECT_EQ(lowText.substr(0, lowText.find(',')), previousHigh) << "rows join up: " << line;
+            EXPECT_EQ(rows[i].lowText, rows[i - 1].highText) << "rows join up";
         }
-        previousHigh = lowText.substr(lowText.find(", ") + 2);
-        previousHigh = previousHigh.substr(0, previousHigh.find(','));
-        EXPECT_GE(sweeps, 1u);
-        const char* p = rest + n;
-        unsigned i = 0;
-        for (double v; std::sscanf(p, ", %lf%n", &v, &n) == 1; p += n, ++i)
-            if (v > peakDbm) peakDbm = v, peakHz = low + i * bin;
-        lastHigh = high;
     }
     EXPECT_GE(stamps.size(), 2u);
     EXPECT_LE(stamps.size(), 4u);
     for (size_t i = 1; i < stamps.size(); ++i) EXPECT_LT(stamps[i - 1], stamps[i]);
-    EXPECT_NEAR(firstLow, 88e6, 10e3) << "cropped to what was asked";
-    EXPECT_NEAR(lastHigh, 108e6, 20e3);
+    EXPECT_NEAR(rows.back().high, 108e6, 20e3);
+    const auto [peakHz, peakDbm] = PowerPeak(rows);
     EXPECT_NEAR(peakHz, 100.1e6, 10e3);
     EXPECT_NEAR(peakDbm, -40.0, 1.0);
 }
