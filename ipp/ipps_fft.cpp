@@ -286,6 +286,35 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
     return ippStsNoErr;
 }
 
+// Forward real transform into the caller's n + 2 elements, as FFTW lays
+// the half spectrum out (bin k at 2k, 2k + 1; bins 0 and n/2 with zero
+// imaginary parts): on an aligned array FFTW writes it in place, and an
+// unscaled transform makes no second pass at all.
+template <typename R>
+IppStatus fwd_ccs(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+    using F = Fftw<R>;
+    using C = typename F::Cplx;
+    if (!src || !dst || !s || !pBuffer) return ippStsNullPtrErr;
+    if (!usable(s, true)) return ippStsBadArgErr;
+    const int n = s->n;
+    uint8_t* work = align_up(pBuffer);
+    R* a = reinterpret_cast<R*>(work);
+    C* b = reinterpret_cast<C*>(work + real_a_bytes<R>(n));
+    R* in = const_cast<R*>(src);
+    if (F::alignment_of(in) != 0) {
+        std::memcpy(a, src, size_t(n) * sizeof(R));
+        in = a;
+    }
+    const bool direct = F::alignment_of(dst) == 0;
+    C* out = direct ? reinterpret_cast<C*>(dst) : b;
+    F::run_r2c(s->plan[0], in, out);
+    if (!direct) std::memcpy(dst, b, size_t(n + 2) * sizeof(R));
+    const R sc = s->fwdScale;
+    if (sc != R(1))
+        for (int i = 0; i < n + 2; ++i) dst[i] *= sc;
+    return ippStsNoErr;
+}
+
 template <typename R>
 IppStatus inv_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
     using F = Fftw<R>;
@@ -380,6 +409,9 @@ IppStatus ippsFFTFwd_RToPerm_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFT
 }
 IppStatus ippsFFTFwd_RToPerm_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFTSpec_R_64f* pSpec, Ipp8u* pBuffer) {
     return fwd_r<double>(pSrc, pDst, pSpec, pBuffer);
+}
+IppStatus ippsFFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
+    return fwd_ccs<float>(pSrc, pDst, pSpec, pBuffer);
 }
 IppStatus ippsFFTInv_PermToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
     return inv_r<float>(pSrc, pDst, pSpec, pBuffer);

@@ -142,7 +142,7 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
 
     fftSpec.reset(new fft_R_32f(mylog2(fftSize), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
     windowed.malloc(fftSize);
-    spectrum.malloc(fftSize);
+    spectrum.malloc(fftSize + 2);  // the half spectrum, Nyquist bin included
     accumMin.malloc(traceLen);
     accumMax.malloc(traceLen);
     histograms.malloc(4 * LEVELS);
@@ -204,7 +204,9 @@ int RealTimeImageEngine::FFTThread() {
                 lostTransforms.fetch_add(1, std::memory_order_relaxed);
             } else {
                 ippsMul_32f(inBuffer + inRead, window, windowed, fftSize);
-                fftSpec->FwdFFT(windowed, spectrum);
+                // Straight into the spectrum as FFTW lays it out: no
+                // repacking pass over the whole transform.
+                ippsFFTFwd_RToCCS_32f(windowed, spectrum, fftSpec->fftSpec, fftSpec->work.ptr);
                 ippsPowerSpectr_32fc(reinterpret_cast<const Ipp32fc*>(spectrum.ptr) + sweepStart,
                                      fftResults + fftResultsWriteIndex, traceLen);
                 fftResultsWriteIndex += traceLen;
