@@ -31,8 +31,20 @@ struct ResidualSpur {
     double lo2;         // Hz
 };
 
+// The fields every model's LO table row has, as a LoRow.
+template <typename TableRow>
+LoRow LoRowOf(const TableRow& lut) {
+    LoRow r;
+    r.band = lut.band;
+    r.maxRF = lut.maxRF;
+    r.lo1c = lut.lo1c;
+    r.lo2c = lut.lo2c;
+    return r;
+}
+
 class Tuner {
 public:
+    virtual ~Tuner() = default;
     virtual int RowCount() const = 0;
     // The first row whose maxRF is above freqHz; RowCount() above the top.
     virtual int RowOf(double freqHz) const = 0;
@@ -57,7 +69,6 @@ public:
     int RowIn(double freqHz) const;
 
 protected:
-    ~Tuner() = default;
     // Byte 0 of every model's control bytes: how the sub-band steps (stream,
     // or packets per step a power of two or 1.5 times one) and the low
     // byte of the port mask.
