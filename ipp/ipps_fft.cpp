@@ -256,10 +256,13 @@ inline bool usable(const SpecT<R>* s, bool real) {
     return s->magic == kMagicLive && s->real == real;
 }
 
-// Forward real transform, Perm-packed. The packing and the scale are one
-// pass over FFTW's half spectrum; without a scale, a copy.
+// The forward real transform's common part: checks, the input staged in
+// the work buffer where the caller's is off FFTW's grid, and r2c into the
+// caller's n + 2 elements when `intoDst` and that array is on the grid, into
+// the work buffer otherwise. *half is where the half spectrum went.
 template <typename R>
-IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+IppStatus forward_half(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer, bool intoDst,
+                       typename Fftw<R>::Cplx** half) {
     using F = Fftw<R>;
     using C = typename F::Cplx;
     if (!src || !dst || !s || !pBuffer) return ippStsNullPtrErr;
@@ -273,7 +276,19 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
         std::memcpy(a, src, size_t(n) * sizeof(R));
         in = a;
     }
-    F::run_r2c(s->plan[0], in, b);
+    *half = intoDst && F::alignment_of(dst) == 0 ? reinterpret_cast<C*>(dst) : b;
+    F::run_r2c(s->plan[0], in, *half);
+    return ippStsNoErr;
+}
+
+// Forward real transform, Perm-packed. The packing and the scale are one
+// pass over FFTW's half spectrum; without a scale, a copy.
+template <typename R>
+IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+    typename Fftw<R>::Cplx* b = nullptr;
+    const IppStatus st = forward_half(src, dst, s, pBuffer, false, &b);
+    if (st != ippStsNoErr) return st;
+    const int n = s->n;
     const R sc = s->fwdScale;
     dst[0] = b[0][0] * sc;
     dst[1] = b[n / 2][0] * sc;
@@ -292,23 +307,11 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
 // unscaled transform makes no second pass at all.
 template <typename R>
 IppStatus fwd_ccs(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
-    using F = Fftw<R>;
-    using C = typename F::Cplx;
-    if (!src || !dst || !s || !pBuffer) return ippStsNullPtrErr;
-    if (!usable(s, true)) return ippStsBadArgErr;
+    typename Fftw<R>::Cplx* half = nullptr;
+    const IppStatus st = forward_half(src, dst, s, pBuffer, true, &half);
+    if (st != ippStsNoErr) return st;
     const int n = s->n;
-    uint8_t* work = align_up(pBuffer);
-    R* a = reinterpret_cast<R*>(work);
-    C* b = reinterpret_cast<C*>(work + real_a_bytes<R>(n));
-    R* in = const_cast<R*>(src);
-    if (F::alignment_of(in) != 0) {
-        std::memcpy(a, src, size_t(n) * sizeof(R));
-        in = a;
-    }
-    const bool direct = F::alignment_of(dst) == 0;
-    C* out = direct ? reinterpret_cast<C*>(dst) : b;
-    F::run_r2c(s->plan[0], in, out);
-    if (!direct) std::memcpy(dst, b, size_t(n + 2) * sizeof(R));
+    if (reinterpret_cast<R*>(half) != dst) std::memcpy(dst, half, size_t(n + 2) * sizeof(R));
     const R sc = s->fwdScale;
     if (sc != R(1))
         for (int i = 0; i < n + 2; ++i) dst[i] *= sc;
