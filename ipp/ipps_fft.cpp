@@ -416,6 +416,9 @@ IppStatus ippsFFTFwd_RToPerm_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFT
 IppStatus ippsFFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
     return fwd_ccs<float>(pSrc, pDst, pSpec, pBuffer);
 }
+IppStatus ippsFFTFwd_RToCCS_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFTSpec_R_64f* pSpec, Ipp8u* pBuffer) {
+    return fwd_ccs<double>(pSrc, pDst, pSpec, pBuffer);
+}
 IppStatus ippsFFTInv_PermToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
     return inv_r<float>(pSrc, pDst, pSpec, pBuffer);
 }

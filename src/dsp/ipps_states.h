@@ -76,6 +76,11 @@ public:
     // The same transform, the Perm result read as complex pairs: entry 0
     // holds bin 0 in re and bin N/2 in im, entry k bin k.
     void FwdFFT(Ipp64f* src, Ipp64fc* dst) { FwdFFT(src, reinterpret_cast<Ipp64f*>(dst)); }
+    // Bins 0 to N/2 as N/2 + 1 complex pairs, as the transform makes them:
+    // no repacking pass.
+    void FwdCCS(const Ipp64f* src, Ipp64fc* dst) {
+        ippsFFTFwd_RToCCS_64f(src, reinterpret_cast<Ipp64f*>(dst), fftSpec, work.ptr);
+    }
 };
 
 // One transform through a temporary object: set-up code only, never the

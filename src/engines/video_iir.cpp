@@ -142,8 +142,7 @@ VideoIIR::VideoIIR(const Settings* settings, const SweepInfo* sweep_info) {
 void VideoIIR::Transform(const Ipp64f* frame, bool shift) {
     if (!shift) {
         ippsMul_64f(frame, window, windowedBuf, fftSize);
-        fftSpec->FwdFFT(windowedBuf.ptr, complexBuf.ptr);
-        PutNyquistBin();
+        fftSpec->FwdCCS(windowedBuf.ptr, complexBuf.ptr);
         return;
     }
     // Bin k of the turned frame is bin k + fraction of the frame itself.
@@ -155,13 +154,6 @@ void VideoIIR::Transform(const Ipp64f* frame, bool shift) {
 
 VideoIIR::~VideoIIR() = default;
 
-// The real transform packs the Nyquist bin into pair 0; a mirrored row at
-// the largest offset reads it at its own place, pair fftSize / 2.
-void VideoIIR::PutNyquistBin() {
-    Ipp64fc* pairs = complexBuf.ptr;
-    pairs[2 * fftDiv4] = Ipp64fc{pairs[0].im, 0.0};
-}
-
 void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, int videoUnits, int detector,
                        int outUnits, bool flip, double fraction) {
     const bool shift = fraction != 0.0 && !flip && shiftSpec && fraction == shiftFraction;
@@ -169,8 +161,9 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
     ippsZero_64f(outMin, fftDiv4);
     ippsZero_64f(outMax, fftDiv4);
     ippsZero_64f(filtered, fftDiv4);
-    // complexBuf holds the Perm result as pairs: pair k is bin k (pair 0
-    // packs the two purely real end bins).
+    // complexBuf holds the transform's bins as pairs: pair k is bin k, up
+    // to the Nyquist bin at pair fftSize / 2 (a mirrored row at the largest
+    // offset reads it).
     //
     // Output point j is IF bin fftDiv8 + offset + j, so that point fftDiv8
     // is the IF centre fftDiv4 + offset. A mirrored row is read backwards:

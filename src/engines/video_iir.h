@@ -111,7 +111,6 @@ private:
     VideoIIR(const VideoIIR&);
     VideoIIR& operator=(const VideoIIR&);
 
-    void PutNyquistBin();
     // One windowed frame into complexBuf as bins; shifted by the plan's
     // fraction when shift is set.
     void Transform(const Ipp64f* frame, bool shift);

@@ -239,29 +239,35 @@ TEST(IppFft, InPlaceAndUnalignedArraysGiveTheSameResult) {
 
 // The half spectrum in n + 2 elements: the Perm transform's bins, with
 // bin 0 and the Nyquist bin in their own pairs, scaled alike, on and off
-// the grid, and not one element past its end.
-TEST(IppFft, ForwardIntoCcsHoldsEveryBinOfThePermForm) {
+// the grid, and not one element past its end; both precisions.
+template <typename T, typename Fft, auto Ccs>
+void ExpectCcsHoldsEveryBinOfThePermForm() {
     const int order = 10, n = 1 << order;
     auto r = randd(n, 21);
-    const std::vector<float> x(r.begin(), r.end());
+    const std::vector<T> x(r.begin(), r.end());
     for (int flag : {IPP_FFT_NODIV_BY_ANY, IPP_FFT_DIV_FWD_BY_N}) {
-        fft_R_32f f(order, flag, ippAlgHintFast);
-        std::vector<float> perm(static_cast<size_t>(n));
-        f.FwdFFT(const_cast<float*>(x.data()), perm.data());
+        Fft f(order, flag, ippAlgHintFast);
+        std::vector<T> perm(static_cast<size_t>(n));
+        f.FwdFFT(const_cast<T*>(x.data()), perm.data());
         for (int off : {0, 1}) {
-            SCOPED_TRACE(::testing::Message() << "flag " << flag << " offset " << off);
-            Buf<float> in(n, off), ccs(n + 3, 1 - off);
+            SCOPED_TRACE(::testing::Message() << sizeof(T) << "-byte flag " << flag << " offset " << off);
+            Buf<T> in(n, off), ccs(n + 3, 1 - off);
             std::copy(x.begin(), x.end(), in.get());
-            ccs[n + 2] = 123.0f;
-            ASSERT_EQ(ippsFFTFwd_RToCCS_32f(in.get(), ccs.get(), f.fftSpec, f.work.ptr), ippStsNoErr);
+            ccs[n + 2] = T(123);
+            ASSERT_EQ(Ccs(in.get(), ccs.get(), f.fftSpec, f.work.ptr), ippStsNoErr);
             EXPECT_EQ(ccs[0], perm[0]);
-            EXPECT_EQ(ccs[1], 0.0f);
+            EXPECT_EQ(ccs[1], T(0));
             EXPECT_EQ(ccs[n], perm[1]);
-            EXPECT_EQ(ccs[n + 1], 0.0f);
-            EXPECT_EQ(ccs[n + 2], 123.0f);
+            EXPECT_EQ(ccs[n + 1], T(0));
+            EXPECT_EQ(ccs[n + 2], T(123));
             for (int i = 2; i < n; ++i) ASSERT_EQ(ccs[i], perm[size_t(i)]) << i;
         }
     }
+}
+
+TEST(IppFft, ForwardIntoCcsHoldsEveryBinOfThePermForm) {
+    ExpectCcsHoldsEveryBinOfThePermForm<float, fft_R_32f, ippsFFTFwd_RToCCS_32f>();
+    ExpectCcsHoldsEveryBinOfThePermForm<double, fft_R_64f_base, ippsFFTFwd_RToCCS_64f>();
 }
 
 TEST(IppFft, OneSpecServesThreadsWithTheirOwnBuffers) {
