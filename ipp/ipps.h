@@ -78,6 +78,12 @@ IppStatus ippsMagnitude_64fc(const Ipp64fc* src, Ipp64f* dst, int len);
 IppStatus ippsPhase_32fc(const Ipp32fc* src, Ipp32f* dst, int len);
 IppStatus ippsPowerSpectr_32fc(const Ipp32fc* src, Ipp32f* dst, int len);
 IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int len);
+// Our own, for the sweep's detection: pFiltered = b1 * pFiltered + a0 *
+// |src|^2, then, unless pMin and pMax are both null, pMin = the smaller and
+// pMax the larger of itself and the new pFiltered (ippsMinEvery_64f's and
+// ippsMaxEvery_64f's rule, the new value as their first operand).
+IppStatus ippsPowerVideoFilter_64fc(const Ipp64fc* src, Ipp64f a0, Ipp64f b1, Ipp64f* pFiltered, Ipp64f* pMin,
+                                    Ipp64f* pMax, int len);
 
 // ---- transforms -----------------------------------------------------------
 // Forward kernel exp(-j 2 pi n k / N), inverse exp(+j 2 pi n k / N). Real

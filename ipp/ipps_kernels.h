@@ -39,6 +39,10 @@ struct KernelTable {
     void (*fir32f)(const Ipp32f* hr, int L, int step, const Ipp32f* x, Ipp32f* y, int n);
     void (*fir64f)(const Ipp64f* hr, int L, int step, const Ipp64f* x, Ipp64f* y, int n);
     void (*fir32fc)(const Ipp32fc* hr, int L, const float* x, const float* xs, float* y, int n);
+    // The video filter over a transform's power spectrum in one pass:
+    // f = b1 * f + a0 * |x|^2, then mn = min(mn, f) and mx = max(mx, f)
+    // by the min64f/max64f rule, unless mn is null.
+    void (*powerfilt64fc)(const Ipp64fc* x, double a0, double b1, Ipp64f* f, Ipp64f* mn, Ipp64f* mx, int len);
 };
 
 extern const KernelTable kGeneric;

@@ -333,3 +333,10 @@ IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int len) {
     ippk::kernels().power64fc(src, dst, len);
     return ippStsNoErr;
 }
+IppStatus ippsPowerVideoFilter_64fc(const Ipp64fc* src, Ipp64f a0, Ipp64f b1, Ipp64f* pFiltered, Ipp64f* pMin,
+                                    Ipp64f* pMax, int len) {
+    IPP_CHECK(len, src, pFiltered);
+    if (!pMin != !pMax) return ippStsNullPtrErr;
+    ippk::kernels().powerfilt64fc(src, a0, b1, pFiltered, pMin, pMax, len);
+    return ippStsNoErr;
+}

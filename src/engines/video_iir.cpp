@@ -53,6 +53,24 @@ void Accumulate(Ipp64f* amp, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, i
     }
 }
 
+void AccumulatePower(const Ipp64fc* bins, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, int len, double a0,
+                     double b1, DetectState& st) {
+    if (st.c > a0) {
+        ippsPowerVideoFilter_64fc(bins, st.c, 1.0 - st.c, filtered, nullptr, nullptr, len);
+        st.c = 1.0 / st.n;
+        ++st.n;
+        return;
+    }
+    if (st.first) {
+        // Seeds that any value replaces (a NaN too), so the first filtered
+        // value goes to both outputs in the same pass.
+        std::fill(outMin, outMin + len, HUGE_VAL);
+        std::fill(outMax, outMax + len, -HUGE_VAL);
+        st.first = false;
+    }
+    ippsPowerVideoFilter_64fc(bins, a0, b1, filtered, outMin, outMax, len);
+}
+
 void Finish(Ipp64f* outMin, Ipp64f* outMax, int len, int averageOver, int videoUnits, int outUnits,
             bool flip) {
     if (averageOver > 0) {
@@ -190,6 +208,9 @@ void VideoIIR::Process(Ipp64f* in, Ipp64f* outMin, Ipp64f* outMax, int offset, i
                 ippsMulC_64f(ampBuf, video::DB_PER_LN, ampBuf, fftDiv4);
             } else if (videoUnits == QS_VIDEO_VOLTAGE) {
                 ippsMagnitude_64fc(kept, ampBuf, fftDiv4);
+            } else if (detector == QS_DETECTOR_MIN_MAX) {
+                video::AccumulatePower(kept, filtered, outMin, outMax, fftDiv4, a0, b1, st);
+                continue;
             } else {
                 ippsPowerSpectr_64fc(kept, ampBuf, fftDiv4);
             }

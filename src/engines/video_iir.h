@@ -46,6 +46,10 @@ void FilterCoefficients(double x, double& iir_fc, double& a0, double& b1);
 void Accumulate(Ipp64f* amp, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, int len, int detector,
                 double a0, double b1, DetectState& st);
 
+// Accumulate for the power spectrum of len bins and the min/max detector,
+// the spectrum, the filter and the detection in one pass a transform.
+void AccumulatePower(const Ipp64fc* bins, Ipp64f* filtered, Ipp64f* outMin, Ipp64f* outMax, int len, double a0,
+                     double b1, DetectState& st);
 // Converts len values from the detected domain of videoUnits (dB for
 // QS_VIDEO_LOG, a magnitude for QS_VIDEO_VOLTAGE, a power otherwise) to
 // QS_OUT_DBM, QS_OUT_MV or QS_OUT_MW, in place.

@@ -96,6 +96,51 @@ TEST_P(IppKernels64, MinAndMaxEveryFollowTheCompareRule) {
     ExpectMinMaxRule<double>(ippsMaxEvery_64f, false);
 }
 
+// The fused detection step against the five operations it stands for:
+// the filtered value within two roundings of the exact one, and min/max by
+// the compare rule on the value it stored, over lengths about the vector
+// widths, pointers off the grid, edge values and both modes (the ramp's
+// filter alone, and with detection).
+TEST_P(IppKernels64, PowerVideoFilterIsTheFilterThenMinMaxInOnePass) {
+    const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    const double edge[] = {0.0, -0.0, inf, nan, std::numeric_limits<double>::denorm_min(), 1e300};
+    for (int n : kLengths)
+        for (bool detect : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << "n " << n << " detect " << detect);
+            const std::vector<double> r = ipptest::randd(5 * n, 17);
+            ipptest::Buf<Ipp64fc> x(n, 1);
+            ipptest::Buf<double> f(n, 3), mn(n, 1), mx(n, 2);
+            for (int i = 0; i < n; ++i) {
+                x[i] = {r[size_t(5 * i)] * std::ldexp(1.0, i % 40 - 20), r[size_t(5 * i + 1)]};
+                if (i % 7 == 3) x[i].re = edge[(i / 7) % 6];
+                f[i] = std::fabs(r[size_t(5 * i + 2)]);
+                mn[i] = r[size_t(5 * i + 3)], mx[i] = r[size_t(5 * i + 4)] + 0.5;
+            }
+            const std::vector<double> f0(f.get(), f.get() + n), mn0(mn.get(), mn.get() + n), mx0(mx.get(), mx.get() + n);
+            const double a0 = 0.3125, b1 = 1.0 - a0;
+            ASSERT_EQ(ippsPowerVideoFilter_64fc(x.get(), a0, b1, f.get(), detect ? mn.get() : nullptr,
+                                                detect ? mx.get() : nullptr, n),
+                      ippStsNoErr);
+            for (int i = 0; i < n; ++i) {
+                const long double re = x[i].re, im = x[i].im;
+                const double exact = double(a0 * (re * re + im * im) + b1 * (long double)f0[size_t(i)]);
+                if (std::isnan(exact) || std::isinf(exact))
+                    ASSERT_EQ(std::memcmp(&f[i], &exact, sizeof exact), 0) << i << " gave " << f[i];
+                else
+                    ASSERT_LE(std::fabs(f[i] - exact), std::ldexp(std::fabs(exact), -51)) << i;
+                const double v = f[i];
+                const double lo = detect ? (mn0[size_t(i)] < v ? mn0[size_t(i)] : v) : mn0[size_t(i)];
+                const double hi = detect ? (mx0[size_t(i)] > v ? mx0[size_t(i)] : v) : mx0[size_t(i)];
+                ASSERT_EQ(std::memcmp(&mn[i], &lo, sizeof lo), 0) << i << " min " << mn[i];
+                ASSERT_EQ(std::memcmp(&mx[i], &hi, sizeof hi), 0) << i << " max " << mx[i];
+            }
+        }
+    double one = 1.0;
+    const Ipp64fc z{0.0, 0.0};
+    EXPECT_EQ(ippsPowerVideoFilter_64fc(&z, 1.0, 0.0, &one, &one, nullptr, 1), ippStsNullPtrErr);
+    EXPECT_EQ(ippsPowerVideoFilter_64fc(&z, 1.0, 0.0, &one, nullptr, nullptr, 0), ippStsSizeErr);
+}
+
 TEST_P(IppKernels64, Convert16sTo64fIsExactForEveryValue) {
     std::vector<Ipp16s> v(65536 + 3);
     for (size_t i = 0; i < v.size(); ++i) v[i] = Ipp16s(int(i % 65536) - 32768);
