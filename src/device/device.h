@@ -209,10 +209,8 @@ protected:
     // The gain and attenuation of a row as the calibration solved them.
     RowGain GainOf(int row);
     // The generator sweep's passes, for its engine's fetch (application's
-    // thread): m_cmd for pass 0, m_secCmd for pass 1; GeneratorLost notes
-    // whether a generator is attached, which the later polls of the fetch
-    // go by (one never attached leaves the analyser measuring whatever its
-    // input sees).
+    // thread): m_cmd for pass 0, m_secCmd for pass 1; the polls go by
+    // whether a generator was attached when the fetch began.
     bool SendPass(int pass) override;
     bool GeneratorThere() override;
     bool GeneratorLost() const override;
@@ -278,7 +276,7 @@ protected:
     std::atomic<TGCalState> tgCalState{tgNoThruStored};
     // Whether a generator was attached when the running generator sweep's
     // fetch began.
-    mutable bool m_tgAttached = false;
+    bool m_tgAttached = false;  // a generator was attached as the fetch began
 };
 
 // The device of the model the transport found, owning it; null (the
