@@ -86,7 +86,8 @@ public:
     virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
     // Ends what runs, copies the staging settings over the active ones and
-    // lets the model set the mode up.
+    // runs the mode's set-up. qsDeviceInvalidErr on a device whose flash
+    // said it is not valid.
     qsStatus Initiate(const Settings* s, unsigned mode, unsigned flag);
     // Ends any measurement; qsDeviceNotConfiguredErr when nothing ran.
     qsStatus Abort();
