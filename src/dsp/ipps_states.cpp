@@ -385,7 +385,7 @@ FastFIR_32f::FastFIR_32f(int downsampleScale, double center, double width, bool 
 
     const int e = std::min(s, kMaxFold);
     for (WorkerBuffers& w : worker) {
-        w.spectrum.malloc(kRealPoints);
+        w.spectrum.malloc(kRealPoints + 2);
         w.rotation.malloc(kBins);
         w.product.malloc(kBins + kBins / 2);
         w.fwd.reset(new fft_R_32f(kRealOrder, IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
@@ -460,12 +460,16 @@ void FastFIR_32f::FilterThread(int thread_num) {
         for (int i = 0; i < kBlocksPerWorker; ++i) {
             if (t == 0 && i == 0) {
                 ippsCopy_32f(in, overlap_buf.ptr + kHistory, kNewPerBlock);
-                w.fwd->FwdFFT(overlap_buf.ptr, w.spectrum.ptr);
+                ippsFFTFwd_RToCCS_32f(overlap_buf.ptr, w.spectrum.ptr, w.fwd->fftSpec, w.fwd->work.ptr);
                 ippsCopy_32f(in + kInputLen - kHistory, overlap_buf.ptr, kHistory);
             } else {
                 const int start = t == 0 ? kNewPerBlock * i - kHistory : kInputLen / 2 - kHistory + kNewPerBlock * i;
-                w.fwd->FwdFFT(in + start, w.spectrum.ptr);
+                ippsFFTFwd_RToCCS_32f(in + start, w.spectrum.ptr, w.fwd->fftSpec, w.fwd->work.ptr);
             }
+            // The bins as the transform lays them out (no repacking pass),
+            // then the Nyquist bin packed into pair 0's imaginary part, where
+            // the kernel, in the packed form, holds its own.
+            bins[0].im = bins[kBins].re;
             if (rot > 0) {
                 ippsCopy_32fc(bins + kBins - rot, w.rotation.ptr, rot);
                 ippsMove_32fc(bins, bins + rot, kBins - rot);

@@ -306,7 +306,7 @@ private:
     // on the worker's own thread, so that a failed allocation reaches the
     // caller as an exception instead of killing a thread nobody watches.
     struct WorkerBuffers {
-        smart_ptr<float> spectrum;      // 4096 floats, Perm packed
+        smart_ptr<float> spectrum;      // 4098 floats: bins 0..2048, Nyquist also in pair 0
         smart_ptr<Ipp32fc> rotation;    // 2048 complex
         smart_ptr<Ipp32fc> product;     // 3072 complex
         std::unique_ptr<fft_R_32f> fwd;
