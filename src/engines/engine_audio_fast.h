@@ -32,6 +32,7 @@
 #include <thread>
 
 #include "dsp/dsp_vector.h"
+#include "dsp/fft_fir.h"
 #include "dsp/ipps_states.h"
 #include "dsp/resampler.h"
 #include "dsp/semaphore.h"
@@ -157,7 +158,7 @@ private:
     std::unique_ptr<iir_32f> deemphasis;
     std::thread filterThread;
     std::atomic<bool> programRunning{false};
-    FIR_64f hilbertState;
+    FftFIR_64f hilbertState;
     smart_ptr<double> hilbertCoeffs;
     smart_ptr<double> hilbertDataIn;
     smart_ptr<double> hilbertDataOut;
