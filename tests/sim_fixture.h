@@ -1,12 +1,17 @@
-// A test fixture with one simulated analyser plugged in and opened through
-// the public calls, closed and unplugged again after the test.
+// Test fixtures with simulated analysers plugged in and opened through the
+// public calls.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <string>
+
 #include "qs_api.h"
 #include "qs_sim.h"
 
+// One device, opened for each test, closed and unplugged again after it.
 class OpenSimulatedDevice : public ::testing::Test {
 protected:
     explicit OpenSimulatedDevice(int productId = QSSIM_PID_MAPLE_REV2, unsigned serial = 12345678)
@@ -29,3 +34,41 @@ private:
     int productId_;
     unsigned serial_;
 };
+
+// Simulated analysers kept open for a whole suite, one per model, each
+// opened by the first test of its model (the test's parameter): an open
+// reads the whole calibration image and runs the start-up sweep.
+class SharedSimulatedDevice : public ::testing::TestWithParam<int> {
+protected:
+    static void TearDownTestSuite() {
+        for (int& handle : handles_)
+            if (handle >= 0) qsCloseDevice(handle);
+        std::fill(std::begin(handles_), std::end(handles_), -1);
+        qssim_reset();
+    }
+    void SetUp() override {
+        const int pid = GetParam();
+        if (handles_[pid] < 0) {
+            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
+            sims_[pid] = qssim_add_device(pid, serial);
+            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handles_[pid], static_cast<int>(serial)), qsNoError);
+        }
+        sim = sims_[pid];
+        h = handles_[pid];
+        qssim_clear_signals(sim);
+    }
+    void TearDown() override { qsAbort(h); }
+    bool Larch() const { return GetParam() == QSSIM_PID_LARCH; }
+
+    int sim = -1;
+    int h = -1;
+
+private:
+    static inline int sims_[8];
+    static inline int handles_[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
+};
+
+// Test names for the models.
+inline std::string ModelName(const ::testing::TestParamInfo<int>& info) {
+    return info.param == QSSIM_PID_LARCH ? "Larch" : info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
+}

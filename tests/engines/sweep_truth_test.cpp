@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 #include <vector>
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
@@ -27,28 +27,8 @@ struct TruthTrace {
     }
 };
 
-// One simulated device per model, opened on its first test and kept for
-// the suite: an open reads the whole calibration image and runs the
-// start-up sweep (and the Larch's self-calibration).
-class SweepTruth : public ::testing::TestWithParam<int> {
+class SweepTruth : public SharedSimulatedDevice {
 protected:
-    static void TearDownTestSuite() {
-        for (int& handle : handles)
-            if (handle >= 0) qsCloseDevice(std::exchange(handle, -1));
-        qssim_reset();
-    }
-    void SetUp() override {
-        const int pid = GetParam();
-        if (handles[pid] < 0) {
-            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
-            sims[pid] = qssim_add_device(pid, serial);
-            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handles[pid], static_cast<int>(serial)), qsNoError);
-        }
-        id = sims[pid];
-        h = handles[pid];
-        qssim_clear_signals(id);
-    }
-
     TruthTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
                      unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
         EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
@@ -77,14 +57,7 @@ protected:
         for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
     }
 
-    static int sims[8];
-    static int handles[8];
-    int id = -1;
-    int h = -1;
 };
-
-int SweepTruth::sims[8];
-int SweepTruth::handles[8] = {-1, -1, -1, -1, -1, -1, -1, -1};
 
 constexpr int MAPLE = 1, LARCH = 2, BOTH = MAPLE | LARCH;
 
@@ -127,18 +100,18 @@ TEST_P(SweepTruth, TonesComeBackInEveryKindOfRow) {
         {LARCH, 2.24e9, -40.0, 2.2e9, 2.3e9, 100e3, QS_REJECTION_IMAGE},  // with a residual step
         {LARCH, 1.1e9, -40.0, 1.09995e9, 1.10005e9, 1e3, QS_REJECTION_IMAGE},  // narrow, looks 400 kHz apart
     };
-    const int model = GetParam() == QSSIM_PID_LARCH ? LARCH : MAPLE;
+    const int model = Larch() ? LARCH : MAPLE;
     for (const auto& c : cases) {
         if (!(c.models & model)) continue;
-        qssim_clear_signals(id);
-        qssim_set_tone(id, c.freq, c.level);
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, c.freq, c.level);
         ExpectTone(Sweep(c.start, c.stop, c.rbw, c.level + 10.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection),
                    c.freq, c.level);
     }
 }
 
 TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
-    qssim_set_tone(id, 1.2e9, -40.0);
+    qssim_set_tone(sim, 1.2e9, -40.0);
     const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
     ASSERT_EQ(t.status, qsNoError);
     // -40 dBm into 50 ohm, in millivolts.
@@ -149,7 +122,7 @@ TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
 }
 
 TEST_P(SweepTruth, AverageDetectorGivesOneTrace) {
-    qssim_set_tone(id, 1.2e9, -40.0);
+    qssim_set_tone(sim, 1.2e9, -40.0);
     const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     EXPECT_EQ(t.min, t.max);
@@ -165,8 +138,8 @@ TEST_P(SweepTruth, NoiseFloorFallsAsTheRbwNarrows) {
 
 TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     const double rbw = 10e3;
-    qssim_set_tone(id, 1.3e9, -40.0);
-    qssim_set_tone(id, 1.3e9 + 5 * rbw, -40.0);
+    qssim_set_tone(sim, 1.3e9, -40.0);
+    qssim_set_tone(sim, 1.3e9 + 5 * rbw, -40.0);
     const TruthTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
     ASSERT_EQ(t.status, qsNoError);
     auto levelNear = [&](double f) {
@@ -183,8 +156,8 @@ TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
 // A narrow span with image rejection (two looks apart), fetched twice: the
 // second sweep runs on the filters and oscillator the first left running.
 TEST_P(SweepTruth, ARejectingNarrowSweepReadsTheToneAgain) {
-    qssim_clear_signals(id);
-    qssim_set_tone(id, 1.1e9, -40.0);
+    qssim_clear_signals(sim);
+    qssim_set_tone(sim, 1.1e9, -40.0);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 100e3), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 1e3, 1e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_IMAGE), qsNoError);
     ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
@@ -232,10 +205,7 @@ TEST_P(SweepTruth, NoiseDiffersFromSweepToSweepAndAveragesDown) {
 
 INSTANTIATE_TEST_SUITE_P(EveryModel, SweepTruth,
                          ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             return info.param == QSSIM_PID_LARCH ? "Larch"
-                                    : info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
-                         });
+                         ModelName);
 
 using LarchSweepTruth = SweepTruth;
 
