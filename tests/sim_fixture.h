@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <complex>
 #include <iterator>
 #include <string>
 
@@ -71,4 +73,18 @@ private:
 // Test names for the models.
 inline std::string ModelName(const ::testing::TestParamInfo<int>& info) {
     return info.param == QSSIM_PID_LARCH ? "Larch" : info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
+}
+
+// |mean of x[n] e^(-j 2 pi f n)|: the amplitude of a complex tone at f
+// cycles per sample, or half that of a real one.
+template <typename Sample>
+double ToneAmplitude(const Sample* x, int n, double f) {
+    std::complex<double> acc = 0.0, rot = 1.0;
+    const std::complex<double> step = std::polar(1.0, -2.0 * M_PI * f);
+    for (int i = 0; i < n; ++i) {
+        acc += std::complex<double>(x[i]) * rot;
+        rot *= step;
+        if ((i & 1023) == 1023) rot /= std::abs(rot);
+    }
+    return std::abs(acc) / n;
 }
