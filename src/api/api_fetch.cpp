@@ -1,25 +1,18 @@
-// Fetches and queries: the handle, pointer and mode checks, then the device.
+// Fetches and queries: the handle and pointer checks, then the device,
+// which answers qsDeviceNotConfiguredErr outside the mode that has them.
 #include "api/device_table.h"
 #include "device/device.h"
-#include "dsp/math_helpers.h"
-#include "settings/settings.h"
 
 using namespace qs;
 using qs::api::Lookup;
 
 namespace {
 
-bool ModeIs(const Device* dev, int a, int b = -2, int c = -2) {
-    const int mode = dev->GetMode();
-    return mode == a || mode == b || mode == c;
-}
-
 template <typename T>
 qsStatus FetchTrace(int device, T* min, T* max) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!min || !max) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_SWEEP, QS_MODE_TG_SWEEP)) return qsDeviceNotConfiguredErr;
     return dev->GetSweep(min, max);
 }
 
@@ -39,7 +32,6 @@ qsStatus qsFetchRealTimeFrame(int device, float* minSweep, float* maxSweep, floa
                               float* alphaFrame) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
-    if (!ModeIs(dev, QS_MODE_REAL_TIME)) return qsDeviceNotConfiguredErr;
     return dev->GetRealTimeFrame(minSweep, maxSweep, colorFrame, alphaFrame);
 }
 
@@ -47,7 +39,6 @@ qsStatus qsFetchAudio(int device, float* audio) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!audio) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_AUDIO)) return qsDeviceNotConfiguredErr;
     return dev->GetAudio(audio);
 }
 
@@ -55,7 +46,6 @@ qsStatus qsFetchRaw(int device, float* buffer, int* triggers) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!buffer) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_STREAMING)) return qsDeviceNotConfiguredErr;
     return dev->GetIQ(buffer, triggers);
 }
 
@@ -63,7 +53,6 @@ qsStatus qsGetIQ(int device, qsIQPacket* pkt) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!pkt || !pkt->iqData) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_STREAMING)) return qsDeviceNotConfiguredErr;
     return dev->GetIQ(pkt);
 }
 
@@ -101,7 +90,6 @@ qsStatus qsQueryRealTimePoi(int device, double* poi) {
     Device* dev = Lookup(device);
     if (!dev) return qsDeviceNotOpenErr;
     if (!poi) return qsNullPtrErr;
-    if (!ModeIs(dev, QS_MODE_REAL_TIME)) return qsDeviceNotConfiguredErr;
     return dev->GetRealTimePoi(*poi);
 }
 

@@ -311,10 +311,8 @@ qsStatus Device::GetRealTimeFrame(float* minSweep, float* maxSweep, float* color
 }
 
 qsStatus Device::GetIQ(float* buffer, int* triggers) {
-    if (!m_fftReady.load()) return qsDeviceNotConfiguredErr;
-    qsStatus status = qsNoError;
-    if (m_mode.load() == QS_MODE_STREAMING && m_engine) status = m_engine->GetIQ(buffer, triggers);
-    return FinalStatus(status);
+    if (!m_fftReady.load() || m_mode.load() != QS_MODE_STREAMING || !m_engine) return qsDeviceNotConfiguredErr;
+    return FinalStatus(m_engine->GetIQ(buffer, triggers));
 }
 
 qsStatus Device::GetIQ(qsIQPacket* pkt) {

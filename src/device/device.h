@@ -1,6 +1,9 @@
-// The device core: owns the transport, the active settings, the plan and
-// (later) the calibration and the engine of the current mode. The public
-// calls go through it; the interface thread hands it every block.
+// The device core: owns the transport, the generator link, the active
+// settings, the plan, the calibration and the engine of the running mode.
+// The public calls go through it; the interface thread hands it every block
+// (it is the transport's BlockSink), and a generator sweep's engine runs its
+// passes through it (PassControl). What differs between the models is the
+// record and tuner each model gives, its calibration and its open sequence.
 //
 // Threads: everything runs on the caller's thread but StoreData and what it
 // calls (ParseHeader, ParseTrailer, CheckForExternalTrigger), which run on
@@ -16,10 +19,7 @@
 
 #include "calibration/corrections.h"
 #include "engines/engine.h"
-#include "engines/engine_audio_fast.h"
 #include "engines/engine_iq.h"
-#include "engines/engine_narrow.h"
-#include "engines/engine_realtime_image.h"
 #include "engines/engine_sweep.h"
 #include "engines/engine_tg_sweep.h"
 #include "planning/command.h"
@@ -110,7 +110,6 @@ public:
     int GetFirmwareVersion() const { return m_firmware_version; }
     Settings* GetSettings() const { return m_settings; }
     const SweepInfo& GetSweepInfo() const { return m_sweepInfo; }
-    SweepInfo& GetSweepInfo() { return m_sweepInfo; }
     const Diagnostics& GetReadings() const { return m_readings; }
     double GetTimebaseCorrection() const { return m_oscRatio; }
     void SetTimebaseCorrection(double ratio);

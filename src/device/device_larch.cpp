@@ -30,7 +30,10 @@ constexpr int kUpperSearchStart = 512;
 constexpr int kCalIFOffset = 512;
 constexpr double kCalRbw = 50000.0;
 
-const ModelRecord kLarch = {
+
+}  // namespace
+
+const ModelRecord kLarchRecord = {
     /*streamGridHz=*/400000.0,
     /*narrowGridHz=*/400000.0,
     /*narrowMinStartHz=*/0.0,
@@ -58,8 +61,6 @@ const ModelRecord kLarch = {
     /*tgPeaks=*/TgPeakRules{9100000.0, 10000000.0},
 };
 
-}  // namespace
-
 double self_cal_if_offset(double* c) {
     double sum = 0.0;
     for (int i = kSelfCalPoints / 4; i < 3 * kSelfCalPoints / 4; ++i) sum += c[i];
@@ -83,7 +84,7 @@ double self_cal_if_offset(double* c) {
     return ((lo + hi - kSelfCalPoints) * 0.5 * kSelfCalStepHz) / 2e7;
 }
 
-DeviceLarch::DeviceLarch(CypressInterface* usb) : Device(usb, kLarch) {
+DeviceLarch::DeviceLarch(CypressInterface* usb) : Device(usb, kLarchRecord) {
     m_settings = new SettingsLarch();
     m_corr.reset(new CorrectionsLarch());
 }

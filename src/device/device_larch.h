@@ -20,6 +20,9 @@ namespace qs {
 
 class CorrectionsLarch;
 
+// What the Larch's measurements are planned with, beside its tuner.
+extern const ModelRecord kLarchRecord;
+
 // The arithmetic after the two passes, on the 576 peak values in dB:
 // subtracts the mean of points 144 to 431 from every point, then finds the
 // -2 dB edges (searching from point 64 down and from point 512 up; an edge

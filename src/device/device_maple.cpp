@@ -7,9 +7,7 @@
 
 namespace qs {
 
-namespace {
-
-const ModelRecord kMaple = {
+const ModelRecord kMapleRecord = {
     /*streamGridHz=*/800000.0,
     /*narrowGridHz=*/800000.0,
     // The low band samples directly; narrow sweeps start above it.
@@ -40,9 +38,7 @@ const ModelRecord kMaple = {
     /*tgPeaks=*/TgPeakRules{},
 };
 
-}  // namespace
-
-DeviceMaple::DeviceMaple(CypressInterface* usb) : Device(usb, kMaple), m_tuner(usb->MapleRev()) {
+DeviceMaple::DeviceMaple(CypressInterface* usb) : Device(usb, kMapleRecord), m_tuner(usb->MapleRev()) {
     m_settings = new SettingsMaple();
     m_corr.reset(new CorrectionsMaple(usb->MapleRev()));
 }

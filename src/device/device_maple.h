@@ -9,6 +9,9 @@ namespace qs {
 
 class CorrectionsMaple;
 
+// What the Maple's measurements are planned with, beside its tuner.
+extern const ModelRecord kMapleRecord;
+
 class DeviceMaple : public Device {
 public:
     explicit DeviceMaple(CypressInterface* usb);

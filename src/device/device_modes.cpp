@@ -13,6 +13,9 @@
 #include <stdexcept>
 
 #include "device/device.h"
+#include "engines/engine_audio_fast.h"
+#include "engines/engine_narrow.h"
+#include "engines/engine_realtime_image.h"
 #include "settings/settings.h"
 
 namespace qs {

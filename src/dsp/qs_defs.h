@@ -26,14 +26,6 @@ struct RBWLUT {
 
 constexpr int bwLutLen = 25;
 
-// Selects the IQ bandwidth tables. Numbered apart from the public device
-// types on purpose: only the first two are used here.
-enum DEVICE_MODEL : int {
-    MODEL_LARCH = 0,
-    MODEL_MAPLE = 1,
-    MODEL_CEDAR = 2,
-};
-
 // Declared for thread priorities; the real-time threads set SCHED_FIFO
 // directly on this platform.
 enum thread_priority {

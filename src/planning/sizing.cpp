@@ -131,17 +131,10 @@ double get_min_iq_bandwidth(int e) {
     return kMinIqBandwidth[e];
 }
 
-double get_max_iq_bandwidth(DEVICE_MODEL model, int e) {
+double get_max_iq_bandwidth(double fullRateMaxHz, int e) {
     if (e < 0 || e > 13) return 2e7;
     if (e > 0) return kMaxIqBandwidth[e];
-    switch (model) {
-        case MODEL_LARCH:
-            return 2e7;
-        case MODEL_MAPLE:
-        case MODEL_CEDAR:
-            return 2.7e7;
-    }
-    return 1.78e7;
+    return fullRateMaxHz;
 }
 
 // ---------------------------------------------------------------------------

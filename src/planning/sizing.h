@@ -37,7 +37,8 @@ void solve_ppf_step(int* min_ppf, int* min_steps);
 // --- IQ bandwidth limits, by log2 of the decimation -----------------------
 
 double get_min_iq_bandwidth(int e);
-double get_max_iq_bandwidth(DEVICE_MODEL model, int e);
+// Decimation 1 (e = 0) has the model's own limit, fullRateMaxHz.
+double get_max_iq_bandwidth(double fullRateMaxHz, int e);
 
 // --- Real time ------------------------------------------------------------
 

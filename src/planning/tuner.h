@@ -33,6 +33,7 @@ struct ResidualSpur {
 
 class Tuner {
 public:
+    virtual ~Tuner() = default;
     virtual int RowCount() const = 0;
     // The first row whose maxRF is above freqHz; RowCount() above the top.
     virtual int RowOf(double freqHz) const = 0;
@@ -57,7 +58,6 @@ public:
     int RowIn(double freqHz) const;
 
 protected:
-    ~Tuner() = default;
     // Byte 0 of every model's control bytes: how the sub-band steps (stream,
     // or packets per step a power of two or 1.5 times one) and the low
     // byte of the port mask.

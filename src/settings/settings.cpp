@@ -9,6 +9,10 @@ namespace qs {
 
 namespace {
 
+// The widest I/Q band at decimation 1 of each model.
+constexpr double kLarchFullRateIqHz = 2e7;
+constexpr double kMapleFullRateIqHz = 2.7e7;
+
 // Moves v into [lo, hi]; true if it had to.
 template <typename T>
 bool Clamp(T& v, T lo, T hi) {
@@ -157,7 +161,7 @@ qsStatus Settings::StoreSweepCoupling(double rbw, double vbw, double sweepTime,
     return qsNoError;
 }
 
-qsStatus Settings::ConfigIQModel(DEVICE_MODEL model, int decimation, double bandwidth) {
+qsStatus Settings::ConfigIQModel(double fullRateMaxHz, int decimation, double bandwidth) {
     if (decimation < 1 || decimation > QS_MAX_DECIMATION || !is_pow_two(decimation))
         return qsInvalidParameterErr;
     // The first pass decimates by at most 128; a second pass does the rest.
@@ -179,11 +183,11 @@ qsStatus Settings::ConfigIQModel(DEVICE_MODEL model, int decimation, double band
         iqSecondPassBandwidth = 0.0;
     }
     Clamp(iqFirstPassBandwidth, get_min_iq_bandwidth(iqFirstPassDecimate),
-          get_max_iq_bandwidth(model, iqFirstPassDecimate));
+          get_max_iq_bandwidth(fullRateMaxHz, iqFirstPassDecimate));
     // Also without a second pass, which lifts its 0.0 to the minimum.
-    Clamp(iqSecondPassBandwidth, get_min_iq_bandwidth(e), get_max_iq_bandwidth(model, e));
+    Clamp(iqSecondPassBandwidth, get_min_iq_bandwidth(e), get_max_iq_bandwidth(fullRateMaxHz, e));
     if (!(bandwidth >= get_min_iq_bandwidth(e))) return qsClampedToLowerLimit;
-    if (bandwidth > get_max_iq_bandwidth(model, e)) return qsClampedToUpperLimit;
+    if (bandwidth > get_max_iq_bandwidth(fullRateMaxHz, e)) return qsClampedToUpperLimit;
     return qsNoError;
 }
 
@@ -207,7 +211,7 @@ qsStatus SettingsLarch::ConfigSweepCoupling(double rbw, double vbw, double sweep
 }
 
 qsStatus SettingsLarch::ConfigIQ(int decimation, double bandwidth) {
-    return ConfigIQModel(MODEL_LARCH, decimation, bandwidth);
+    return ConfigIQModel(kLarchFullRateIqHz, decimation, bandwidth);
 }
 
 void SettingsLarch::PrepSelfCal() { PrepFixedSweep(10000.0); }
@@ -239,7 +243,7 @@ qsStatus SettingsMaple::ConfigSweepCoupling(double rbw, double vbw, double sweep
 }
 
 qsStatus SettingsMaple::ConfigIQ(int decimation, double bandwidth) {
-    return ConfigIQModel(MODEL_MAPLE, decimation, bandwidth);
+    return ConfigIQModel(kMapleFullRateIqHz, decimation, bandwidth);
 }
 
 void SettingsMaple::PrepInitSweep() { PrepFixedSweep(1000.0); }

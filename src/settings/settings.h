@@ -181,7 +181,8 @@ protected:
     // Stores a sweep coupling; computes m_windowfc when asked.
     qsStatus StoreSweepCoupling(double rbw, double vbw, double sweepTime, unsigned rbwShape,
                                 unsigned rejection, bool computeWindowFC);
-    qsStatus ConfigIQModel(DEVICE_MODEL model, int decimation, double bandwidth);
+    // The I/Q limits with the model's widest band at decimation 1.
+    qsStatus ConfigIQModel(double fullRateMaxHz, int decimation, double bandwidth);
 };
 
 class SettingsLarch : public Settings {
