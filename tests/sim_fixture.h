@@ -9,6 +9,7 @@
 #include <complex>
 #include <iterator>
 #include <string>
+#include <vector>
 
 #include "qs_api.h"
 #include "qs_sim.h"
@@ -87,4 +88,33 @@ double ToneAmplitude(const Sample* x, int n, double f) {
         if ((i & 1023) == 1023) rot /= std::abs(rot);
     }
     return std::abs(acc) / n;
+}
+
+// A swept trace with its axis, in buffers sized by the query call.
+struct SweepTrace {
+    std::vector<double> min, max;
+    double start = NAN, bin = NAN;  // until the query writes them
+    qsStatus status = qsNoError;    // the first call that failed, else the fetch's
+
+    int Peak() const { return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin()); }
+    double FreqAt(int i) const { return start + i * bin; }
+    double Median() const {
+        std::vector<double> copy = max;
+        std::nth_element(copy.begin(), copy.begin() + copy.size() / 2, copy.end());
+        return copy[copy.size() / 2];
+    }
+};
+
+// Starts a sweep of what is configured on h (flags as qsInitiate takes
+// them) and fetches its first trace.
+inline SweepTrace Sweep(int h, unsigned flags = 0) {
+    SweepTrace t;
+    unsigned n = 0;
+    if ((t.status = qsInitiate(h, QS_MODE_SWEEP, flags)) != qsNoError ||
+        (t.status = qsQueryTraceInfo(h, &n, &t.bin, &t.start)) != qsNoError)
+        return t;
+    t.min.resize(n);
+    t.max.resize(n);
+    t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
+    return t;
 }

@@ -102,12 +102,7 @@ TEST_F(Flash, AShortPageReadLeavesTheNextSweepClean) {
     ASSERT_EQ(qsReadFlash(h, 40, page.data()), qsNoError);  // the call itself succeeds
     // A sweep after it starts clean: the status belongs to the read.
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.0e9, 20e6), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    std::vector<double> a(n), b(n);
-    EXPECT_EQ(qsFetchTrace(h, static_cast<int>(n), a.data(), b.data()), qsNoError);
+    EXPECT_EQ(Sweep(h).status, qsNoError);
 }
 
 }  // namespace

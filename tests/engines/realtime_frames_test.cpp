@@ -208,12 +208,7 @@ TEST_P(LarchRealTimeFrames, AFrameAfterAZeroPaddedSweepHoldsTheTone) {
     qssim_set_tone(sim, 1e9, -30.0);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 10e6), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 30e3, 30e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned len = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &len, &bin, &start), qsNoError);
-    std::vector<double> low(len), high(len);
-    ASSERT_GE(qsFetchTrace(h, int(len), low.data(), high.data()), qsNoError);
+    ASSERT_GE(Sweep(h).status, qsNoError);
     RealTimeRequest r;
     ASSERT_EQ(Start(r), qsNoError);
     Frame f = Prepare();
@@ -344,12 +339,7 @@ TEST_P(MapleRealTimeFrames, RestartAndAbortWhileFramesFlow) {
     EXPECT_EQ(qsAbort(h), qsDeviceNotConfiguredErr);
 
     ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 20e6), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0.0, start = 0.0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    std::vector<double> min(n), max(n);
-    EXPECT_EQ(qsFetchTrace(h, int(n), min.data(), max.data()), qsNoError);
+    EXPECT_EQ(Sweep(h).status, qsNoError);
 }
 
 INSTANTIATE_TEST_SUITE_P(Larch, LarchRealTimeFrames, ::testing::Values(QSSIM_PID_LARCH), ModelName);

@@ -13,50 +13,27 @@
 
 namespace {
 
-struct TruthTrace {
-    std::vector<double> min, max;
-    double start = 0.0, bin = 0.0;
-    qsStatus status = qsNoError;
-
-    int Peak() const { return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin()); }
-    double FreqAt(int i) const { return start + i * bin; }
-    double Median() const {
-        std::vector<double> copy = max;
-        std::nth_element(copy.begin(), copy.begin() + copy.size() / 2, copy.end());
-        return copy[copy.size() / 2];
-    }
-};
-
 class SweepTruth : public SharedSimulatedDevice {
 protected:
-    TruthTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
+    SweepTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
                      unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
         EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
         EXPECT_EQ(qsConfigureLevel(h, refDbm, QS_ATTEN_AUTO), qsNoError);
         EXPECT_EQ(qsConfigureAcquisition(h, detector, scale), qsNoError);
         EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, rejection), 0);
-        TruthTrace t;
-        t.status = qsInitiate(h, QS_MODE_SWEEP, 0);
-        EXPECT_EQ(t.status, qsNoError);
-        unsigned n = 0;
-        EXPECT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
-        t.min.resize(n);
-        t.max.resize(n);
-        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
-        return t;
+        return ::Sweep(h);
     }
 
     // The peak on the point nearest the tone (within half a point), and its
     // level within the measured accuracy (0.65 dB, see bin_exact_test) and
     // the window's scalloping half a point off centre (0.2 dB).
-    void ExpectTone(const TruthTrace& t, double freqHz, double levelDbm) {
+    void ExpectTone(const SweepTrace& t, double freqHz, double levelDbm) {
         ASSERT_EQ(t.status, qsNoError);
         const int k = t.Peak();
         EXPECT_LE(std::fabs(t.FreqAt(k) - freqHz), 0.501 * t.bin) << "tone at " << freqHz;
         EXPECT_NEAR(t.max[k], levelDbm, 0.85) << "tone at " << freqHz;
         for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
     }
-
 };
 
 constexpr int MAPLE = 1, LARCH = 2, BOTH = MAPLE | LARCH;
@@ -112,7 +89,7 @@ TEST_P(SweepTruth, TonesComeBackInEveryKindOfRow) {
 
 TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
     qssim_set_tone(sim, 1.2e9, -40.0);
-    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
+    const SweepTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
     ASSERT_EQ(t.status, qsNoError);
     // -40 dBm into 50 ohm, in millivolts.
     const double expectedMv = std::sqrt(1e-3 * std::pow(10.0, -40.0 / 10.0) * 50.0) * 1000.0;
@@ -123,7 +100,7 @@ TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
 
 TEST_P(SweepTruth, AverageDetectorGivesOneTrace) {
     qssim_set_tone(sim, 1.2e9, -40.0);
-    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    const SweepTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     EXPECT_EQ(t.min, t.max);
     EXPECT_NEAR(t.max[t.Peak()], -40.0, 1.0);
@@ -140,7 +117,7 @@ TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     const double rbw = 10e3;
     qssim_set_tone(sim, 1.3e9, -40.0);
     qssim_set_tone(sim, 1.3e9 + 5 * rbw, -40.0);
-    const TruthTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
+    const SweepTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
     ASSERT_EQ(t.status, qsNoError);
     auto levelNear = [&](double f) {
         const int i = static_cast<int>(std::lround((f - t.start) / t.bin));
@@ -160,23 +137,17 @@ TEST_P(SweepTruth, ARejectingNarrowSweepReadsTheToneAgain) {
     qssim_set_tone(sim, 1.1e9, -40.0);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 100e3), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 1e3, 1e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_IMAGE), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    TruthTrace t;
-    unsigned n = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
-    t.min.resize(n);
-    t.max.resize(n);
-    for (int i = 0; i < 2; ++i) {
-        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
-        ExpectTone(t, 1.1e9, -40.0);
-    }
+    SweepTrace t = ::Sweep(h);
+    ExpectTone(t, 1.1e9, -40.0);
+    t.status = qsFetchTrace(h, static_cast<int>(t.max.size()), t.min.data(), t.max.data());
+    ExpectTone(t, 1.1e9, -40.0);
 }
 
 // The noise is random: successive sweeps differ, and averages of sweeps
 // differ less from each other than single sweeps do (a fixed ripple of the
 // floor cancels in the differences).
 TEST_P(SweepTruth, NoiseDiffersFromSweepToSweepAndAveragesDown) {
-    TruthTrace t = Sweep(1.0e9, 1.02e9, 30e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    SweepTrace t = Sweep(1.0e9, 1.02e9, 30e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     const size_t n = t.max.size();
     const int sweeps = 16;
@@ -227,7 +198,7 @@ TEST_P(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spur);
-        const TruthTrace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
+        const SweepTrace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
         ASSERT_EQ(t.status, qsNoError);
         const int at = static_cast<int>(std::lround((c.spur - t.start) / t.bin));
         const double near = *std::max_element(t.max.begin() + at - 5, t.max.begin() + at + 6);
