@@ -35,6 +35,7 @@
 #include "dsp/dsp_vector.h"
 #include "dsp/semaphore.h"
 #include "engines/engine.h"
+#include "settings/sweep_info.h"
 #include "engines/video_iir.h"
 #include "ipps.h"
 #include "qs_api.h"
@@ -54,18 +55,6 @@ enum TGCalState {
     tg20dBRequested = 4,
     tg20dBInProgress = 5,
     tg20dBStored = 6,
-};
-
-// Where the kept slice goes and where the tone's search starts: what tells
-// one receiver's generator sweeps from another's, set by the model.
-struct TgPeakRules {
-    // Within this distance of a patch's centre a tone is read from the
-    // centred slice (0: the slice always moves half way to the tone's side).
-    double centredSliceHz = 0.0;
-    // Patches centred at or below this hold the tone next to the zero bin:
-    // coarse steps keep the slice centred and the search starts past zero
-    // (0: none).
-    double lowPatchHz = 0.0;
 };
 
 class TGSweepEngine : public Engine {

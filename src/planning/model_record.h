@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "engines/engine_tg_sweep.h"
+#include "settings/sweep_info.h"
 
 namespace qs {
 

@@ -51,7 +51,7 @@ qsStatus PlanSweep(const Settings& set, const ModelRecord& model, const Tuner& t
                    SweepInfo& si, ResidualInfo& rps, NarrowTuning& narrow) {
     if (set.m_rbw > set.m_span) return qsBandwidthErr;
 
-    get_fft_size(&set, si.fftSize, si.zeroPadAmount);
+    get_fft_size(set.m_rbw, set.m_rbwShape, si.fftSize, si.zeroPadAmount);
     const int fftSize = si.fftSize;
     const int q = fftSize / 4;  // 20 MHz of bins, and the step between transforms
     const double bin0 = kSampleRate / fftSize;
@@ -192,7 +192,7 @@ void PlanNarrowCentres(const ModelRecord& model, const Patch& first, const Narro
 }
 
 void PlanLowBandRawSweep(const Settings& set, double oscRatio, SweepInfo& si) {
-    get_fft_size(&set, si.fftSize, si.zeroPadAmount);
+    get_fft_size(set.m_rbw, set.m_rbwShape, si.fftSize, si.zeroPadAmount);
     si.binSize = (kSampleRate / si.fftSize) * oscRatio;
     si.IFOffset = 0;
     si.firstPatchSkipCnt = 0;
@@ -229,7 +229,7 @@ qsStatus PlanRealTime(Settings& set, const ModelRecord& model, double oscRatio, 
 
     // The zero padding is set here too: left as a narrow sweep's plan had
     // it (larger than this transform's window), every frame read -inf.
-    get_fft_size(&set, si.fftSize, si.zeroPadAmount);
+    get_fft_size(set.m_rbw, set.m_rbwShape, si.fftSize, si.zeroPadAmount);
     si.stepCount = 1;
     si.step100kSize = 0;
     si.dsRatio = 1;
@@ -327,7 +327,7 @@ int PlanTgSweep(Settings& set, SweepInfo& si) {
     set.SetWindowFC(fc);
 
     si.initialCenter = TG_LO_GRID_HZ * first;
-    get_fft_size(&set, si.fftSize, si.zeroPadAmount);
+    get_fft_size(set.m_rbw, set.m_rbwShape, si.fftSize, si.zeroPadAmount);
     si.dsRatio = 1;
     si.IFOffsetFraction = 0.0;
     si.IFOffset = 0;

@@ -3,7 +3,7 @@
 #include <cmath>
 
 #include "dsp/math_helpers.h"
-#include "planning/sizing.h"
+#include "settings/bandwidths.h"
 
 namespace qs {
 

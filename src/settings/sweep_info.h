@@ -53,6 +53,18 @@ struct ResidualInfo {
     int m_residualID[MAX_RESIDUALS] = {};
 };
 
+// Where the kept slice goes and where the tone's search starts: what tells
+// one receiver's generator sweeps from another's, set by the model.
+struct TgPeakRules {
+    // Within this distance of a patch's centre a tone is read from the
+    // centred slice (0: the slice always moves half way to the tone's side).
+    double centredSliceHz = 0.0;
+    // Patches centred at or below this hold the tone next to the zero bin:
+    // coarse steps keep the slice centred and the search starts past zero
+    // (0: none).
+    double lowPatchHz = 0.0;
+};
+
 struct SweepInfo {
     int traceLen = 0;
     int fftSize = 16384;

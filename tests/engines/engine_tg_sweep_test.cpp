@@ -37,7 +37,7 @@ protected:
         set.SetWindowFC(fc);
         set.m_tgPassiveDevice = false;
         set.m_tgHighDynamicRange = true;
-        qs::get_fft_size(&set, info.fftSize, info.zeroPadAmount);
+        qs::get_fft_size(set.m_rbw, set.m_rbwShape, info.fftSize, info.zeroPadAmount);
         info.chunkSize = kPointSamples;
         info.ppf = kPpf;
         info.stepCount = 1;
