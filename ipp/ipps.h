@@ -104,6 +104,8 @@ IppStatus ippsFFTFree_C_32fc(IppsFFTSpec_C_32fc* pSpec);
 IppStatus ippsFFTFree_C_64fc(IppsFFTSpec_C_64fc* pSpec);
 
 IppStatus ippsFFTFwd_RToPerm_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer);
+// pDst holds n + 2 elements: bins 0..n/2 as complex pairs.
+IppStatus ippsFFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer);
 IppStatus ippsFFTFwd_RToPerm_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFTSpec_R_64f* pSpec, Ipp8u* pBuffer);
 IppStatus ippsFFTInv_PermToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer);
 IppStatus ippsFFTInv_PermToR_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFTSpec_R_64f* pSpec, Ipp8u* pBuffer);

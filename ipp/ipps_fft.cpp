@@ -256,10 +256,13 @@ inline bool usable(const SpecT<R>* s, bool real) {
     return s->magic == kMagicLive && s->real == real;
 }
 
-// Forward real transform, Perm-packed. The packing and the scale are one
-// pass over FFTW's half spectrum; without a scale, a copy.
+// The forward real transform's common part: checks, the input staged in
+// the work buffer where the caller's is off FFTW's grid, and r2c into the
+// caller's n + 2 elements when `intoDst` and that array is on the grid, into
+// the work buffer otherwise. *half is where the half spectrum went.
 template <typename R>
-IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+IppStatus forward_half(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer, bool intoDst,
+                       typename Fftw<R>::Cplx** half) {
     using F = Fftw<R>;
     using C = typename F::Cplx;
     if (!src || !dst || !s || !pBuffer) return ippStsNullPtrErr;
@@ -273,7 +276,19 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
         std::memcpy(a, src, size_t(n) * sizeof(R));
         in = a;
     }
-    F::run_r2c(s->plan[0], in, b);
+    *half = intoDst && F::alignment_of(dst) == 0 ? reinterpret_cast<C*>(dst) : b;
+    F::run_r2c(s->plan[0], in, *half);
+    return ippStsNoErr;
+}
+
+// Forward real transform, Perm-packed. The packing and the scale are one
+// pass over FFTW's half spectrum; without a scale, a copy.
+template <typename R>
+IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+    typename Fftw<R>::Cplx* b = nullptr;
+    const IppStatus st = forward_half(src, dst, s, pBuffer, false, &b);
+    if (st != ippStsNoErr) return st;
+    const int n = s->n;
     const R sc = s->fwdScale;
     dst[0] = b[0][0] * sc;
     dst[1] = b[n / 2][0] * sc;
@@ -283,6 +298,23 @@ IppStatus fwd_r(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
         std::memcpy(dst + 2, bf + 2, size_t(n - 2) * sizeof(R));
     else
         for (int i = 2; i < n; ++i) dst[i] = bf[i] * sc;
+    return ippStsNoErr;
+}
+
+// Forward real transform into the caller's n + 2 elements, as FFTW lays
+// the half spectrum out (bin k at 2k, 2k + 1; bins 0 and n/2 with zero
+// imaginary parts): on an aligned array FFTW writes it in place, and an
+// unscaled transform makes no second pass at all.
+template <typename R>
+IppStatus fwd_ccs(const R* src, R* dst, const SpecT<R>* s, Ipp8u* pBuffer) {
+    typename Fftw<R>::Cplx* half = nullptr;
+    const IppStatus st = forward_half(src, dst, s, pBuffer, true, &half);
+    if (st != ippStsNoErr) return st;
+    const int n = s->n;
+    if (reinterpret_cast<R*>(half) != dst) std::memcpy(dst, half, size_t(n + 2) * sizeof(R));
+    const R sc = s->fwdScale;
+    if (sc != R(1))
+        for (int i = 0; i < n + 2; ++i) dst[i] *= sc;
     return ippStsNoErr;
 }
 
@@ -380,6 +412,9 @@ IppStatus ippsFFTFwd_RToPerm_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFT
 }
 IppStatus ippsFFTFwd_RToPerm_64f(const Ipp64f* pSrc, Ipp64f* pDst, const IppsFFTSpec_R_64f* pSpec, Ipp8u* pBuffer) {
     return fwd_r<double>(pSrc, pDst, pSpec, pBuffer);
+}
+IppStatus ippsFFTFwd_RToCCS_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
+    return fwd_ccs<float>(pSrc, pDst, pSpec, pBuffer);
 }
 IppStatus ippsFFTInv_PermToR_32f(const Ipp32f* pSrc, Ipp32f* pDst, const IppsFFTSpec_R_32f* pSpec, Ipp8u* pBuffer) {
     return inv_r<float>(pSrc, pDst, pSpec, pBuffer);

@@ -256,8 +256,12 @@ template <typename T>
 qsStatus Device::GetSweep(T* min, T* max) {
     const int mode = m_mode.load();
     if ((mode != QS_MODE_SWEEP && mode != QS_MODE_TG_SWEEP) || !m_engine) return qsDeviceNotConfiguredErr;
-    // A generator sweep sends its passes itself, through SendPass.
+    // A generator sweep sends its passes itself, through SendPass; whether
+    // a generator was attached as the fetch began decides what its polls
+    // may conclude (one never attached leaves the analyser measuring
+    // whatever its input sees).
     if (mode == QS_MODE_SWEEP) AddCommand();
+    if (mode == QS_MODE_TG_SWEEP) m_tgAttached = m_generator.IsConnected();
     const qsStatus engine = m_engine->GetSweep(min, max, m_corr->GetCorrections());
     // A generator gone missing ends the fetch with that status alone.
     if (engine == qsTrackingGeneratorNotFound) return engine;
@@ -269,10 +273,7 @@ qsStatus Device::GetSweep(T* min, T* max) {
 template qsStatus Device::GetSweep<float>(float*, float*);
 template qsStatus Device::GetSweep<double>(double*, double*);
 
-bool Device::GeneratorLost() const {
-    m_tgAttached = m_generator.IsConnected();
-    return m_generator.Lost();
-}
+bool Device::GeneratorLost() const { return m_generator.Lost(); }
 
 bool Device::GeneratorThere() {
     return !(m_generator.Lost() || (m_tgAttached && !m_generator.StillThere()));

@@ -86,7 +86,8 @@ public:
     virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
     // Ends what runs, copies the staging settings over the active ones and
-    // lets the model set the mode up.
+    // runs the mode's set-up. qsDeviceInvalidErr on a device whose flash
+    // said it is not valid.
     qsStatus Initiate(const Settings* s, unsigned mode, unsigned flag);
     // Ends any measurement; qsDeviceNotConfiguredErr when nothing ran.
     qsStatus Abort();
@@ -209,10 +210,8 @@ protected:
     // The gain and attenuation of a row as the calibration solved them.
     RowGain GainOf(int row);
     // The generator sweep's passes, for its engine's fetch (application's
-    // thread): m_cmd for pass 0, m_secCmd for pass 1; GeneratorLost notes
-    // whether a generator is attached, which the later polls of the fetch
-    // go by (one never attached leaves the analyser measuring whatever its
-    // input sees).
+    // thread): m_cmd for pass 0, m_secCmd for pass 1; the polls go by
+    // whether a generator was attached when the fetch began.
     bool SendPass(int pass) override;
     bool GeneratorThere() override;
     bool GeneratorLost() const override;
@@ -278,7 +277,7 @@ protected:
     std::atomic<TGCalState> tgCalState{tgNoThruStored};
     // Whether a generator was attached when the running generator sweep's
     // fetch began.
-    mutable bool m_tgAttached = false;
+    bool m_tgAttached = false;  // a generator was attached as the fetch began
 };
 
 // The device of the model the transport found, owning it; null (the

@@ -43,13 +43,7 @@ constexpr double kLOUnit = 100000.0;  // LO words count 100 kHz (LO1 200 kHz abo
 }  // namespace
 
 LoRow LarchTuner::Row(int row) const {
-    const LOLUTLarch& lut = lolutLarch[row];
-    LoRow r;
-    r.band = lut.band;
-    r.maxRF = lut.maxRF;
-    r.lo1c = lut.lo1c;
-    r.lo2c = lut.lo2c;
-    return r;
+    return LoRowOf(lolutLarch[row]);
 }
 
 void LarchTuner::SetWords(subBand_t& sb, const LoRow& row, double freqHz, double secondLOHz, int step100k) const {

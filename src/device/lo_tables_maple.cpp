@@ -59,11 +59,7 @@ int RoundToInt(double v) { return static_cast<int>(std::floor(v + 0.5)); }
 
 LoRow MapleTuner::Row(int row) const {
     const LOLUTMaple& lut = m_table[row];
-    LoRow r;
-    r.band = lut.band;
-    r.maxRF = lut.maxRF;
-    r.lo1c = lut.lo1c;
-    r.lo2c = lut.lo2c;
+    LoRow r = LoRowOf(lut);
     r.flip = lut.flip;
     r.direct = lut.band == 0;
     r.wideLo1Shift = row == kShiftedRow ? kShiftedRowLO1 : 0.0;

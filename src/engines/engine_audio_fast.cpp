@@ -63,9 +63,10 @@ AudioEngineFast::AudioEngineFast(double initLOFreq, AudioConfig audioSettings, b
 
     std::vector<Ipp32f> taps;
     ResampleTaps(taps);
-    lowPassResample1.SetTaps(taps.data(), kResampleTaps);
-    lowPassResample2.SetTaps(taps.data(), kResampleTaps);
-    lowPassResample3.SetTaps(taps.data(), kResampleTaps);
+    audioLowPass.SetTaps(taps.data(), kResampleTaps, 1, 5, DEMOD_LEN);
+    lowPassResample1.SetTaps(taps.data(), kResampleTaps, 4, 5, 8000);
+    lowPassResample2.SetTaps(taps.data(), kResampleTaps, 4, 5, 6400);
+    lowPassResample3.SetTaps(taps.data(), kResampleTaps, 4, 5, 5120);
 
     hilbertCoeffs.malloc(HILBERT_TAPS + 1);
     hilbertDataIn.malloc(DEMOD_LEN);
@@ -138,11 +139,9 @@ void AudioEngineFast::SetupFilters(const AudioConfig& s, double centre) {
     const int n = IFFilterTaps(s.if_bw);
     std::vector<Ipp32fc> ifTaps(static_cast<size_t>(n));
     FIRGenLowpass_32fc(s.if_bw / kChannelRate * 0.5, ifTaps.data(), n, ippWinBlackman, ippTrue);
-    std::vector<Ipp32f> lowTaps;
-    ResampleTaps(lowTaps);
 
     IFLowPass.SetTaps(ifTaps.data(), n);
-    audioLowPass.SetTaps(lowTaps.data(), kResampleTaps);
+    audioLowPass.Reset();
     fastFIR.swap(channel);
     audioHighPass.swap(highPass);
     deemphasis.swap(deemph);
@@ -282,19 +281,10 @@ void AudioEngineFast::DemodAndResample(Ipp32fc* in, Ipp32f* out) {
     }
     // 312500 Hz to 32000 Hz is 64 / 625: four decimations by 5 and three
     // zero-stuffings by 4. All lengths divide evenly, so the phase stays 0.
-    int phase = 0;
-    int len = 0;
-    audioLowPass.Filter(a, b, DEMOD_LEN);               // 40000 at 312500 Hz
-    ippsSampleDown_32f(b, DEMOD_LEN, a, &len, 5, &phase);  // 8000 at 62500 Hz
-    ippsSampleUp_32f(a, 8000, b, &len, 4, &phase);         // 32000 at 250000 Hz
-    lowPassResample1.Filter(b, a, 32000);
-    ippsSampleDown_32f(a, 32000, b, &len, 5, &phase);  // 6400 at 50000 Hz
-    ippsSampleUp_32f(b, 6400, a, &len, 4, &phase);     // 25600 at 200000 Hz
-    lowPassResample2.Filter(a, b, 25600);
-    ippsSampleDown_32f(b, 25600, a, &len, 5, &phase);  // 5120 at 40000 Hz
-    ippsSampleUp_32f(a, 5120, b, &len, 4, &phase);     // 20480 at 160000 Hz
-    lowPassResample3.Filter(b, a, 20480);
-    ippsSampleDown_32f(a, 20480, out, &len, 5, &phase);  // 4096 at 32000 Hz
+    int len = audioLowPass.Process(a, DEMOD_LEN, b);  // 8000 at 62500 Hz
+    len = lowPassResample1.Process(b, len, a);         // 6400 at 50000 Hz
+    len = lowPassResample2.Process(a, len, b);         // 5120 at 40000 Hz
+    lowPassResample3.Process(b, len, out);             // 4096 at 32000 Hz
     // Each zero-stuffing divided the gain by 4.
     ippsMulC_32f(out, 64.0f, out, RETURN_SZ);
     audioHighPass->IIR_I(out, RETURN_SZ);

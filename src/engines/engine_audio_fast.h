@@ -33,6 +33,7 @@
 
 #include "dsp/dsp_vector.h"
 #include "dsp/ipps_states.h"
+#include "dsp/resampler.h"
 #include "dsp/semaphore.h"
 #include "engines/engine.h"
 #include "ipps.h"
@@ -117,8 +118,8 @@ public:
 
 private:
     // The filters that follow the settings, built whole before any is
-    // replaced: fastFIR, the IF filter, audioLowPass, audioHighPass and
-    // deemphasis.
+    // replaced: fastFIR, the IF filter, audioHighPass and deemphasis; the
+    // first resampler starts afresh.
     void SetupFilters(const AudioConfig& s, double centre);
     // Fills mixing table `slot` for mixCycles cycles per sample.
     void BuildMixTable(int slot, double mixCycles);
@@ -147,10 +148,11 @@ private:
     int outLoc = 0;        // application's thread
     std::unique_ptr<FastFIR_32f> fastFIR;
     FIR_32fc IFLowPass;
-    FIR_32f audioLowPass;
-    FIR_32f lowPassResample1;
-    FIR_32f lowPassResample2;
-    FIR_32f lowPassResample3;
+    // 312500 Hz to 32000 Hz: down by 5, then three times up 4 down 5.
+    Resampler_32f audioLowPass;
+    Resampler_32f lowPassResample1;
+    Resampler_32f lowPassResample2;
+    Resampler_32f lowPassResample3;
     std::unique_ptr<iir_32f> audioHighPass;
     std::unique_ptr<iir_32f> deemphasis;
     std::thread filterThread;

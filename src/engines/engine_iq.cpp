@@ -184,7 +184,7 @@ IQStream::IQStream(const Settings* set, const SweepInfo* info, std::vector<doubl
         center = 0.25 + sweepInfo->if_offset_hz / 8e7;
     }
     const double width = settings->iqFirstPassBandwidth / 8e7;
-    if (sweepInfo->mapleBandZeroIQ) center = settings->m_center / 8e7;
+    if (sweepInfo->directIQ) center = settings->m_center / 8e7;
     if (settings->iqDataType == qsDataType16sc) {
         // The reference level plus 10 dB is full scale of the 16-bit values.
         const double fullScale = std::pow(10.0, (settings->m_reference + 10.0) / 20.0);
@@ -192,7 +192,7 @@ IQStream::IQStream(const Settings* set, const SweepInfo* info, std::vector<doubl
     }
 
     fir_filter.reset(new FastFIR_32f(settings->iqFirstPassDecimate, center, width,
-                                     sweepInfo->mapleBandZeroIQ));
+                                     sweepInfo->directIQ));
     fir_filter->AddCorrections(corrections);
     PROCESS_OUT_STEP_SZ = fir_filter->OutputLength();
 

@@ -34,10 +34,14 @@ int checked_len(int64_t count, int64_t each) {
 
 // A level index 0..255 from a scaled value: nearest, ties to even (the
 // default rounding mode); minus infinity and NaN fail "above 0" and give 0.
+// Clamped before it is rounded, so adding and taking off 1.5 x 2^23 rounds
+// exactly as nearbyint would; without a call the loops over whole images
+// vectorise.
 inline int to_level(float x) {
-    x = std::nearbyint(x);
-    if (!(x > 0.0f)) return 0;
-    return x < 255.0f ? int(x) : 255;
+    constexpr float kRound = 12582912.0f;
+    x = x > 0.0f ? x : 0.0f;
+    x = x < 255.0f ? x : 255.0f;
+    return int((x + kRound) - kRound);
 }
 
 // Real-time priority for a stage; without the privilege it runs as it is.
@@ -138,9 +142,10 @@ RealTimeImageEngine::RealTimeImageEngine(const Settings* settings, const SweepIn
 
     fftSpec.reset(new fft_R_32f(mylog2(fftSize), IPP_FFT_NODIV_BY_ANY, ippAlgHintFast));
     windowed.malloc(fftSize);
-    spectrum.malloc(fftSize);
+    spectrum.malloc(fftSize + 2);  // the half spectrum, Nyquist bin included
     accumMin.malloc(traceLen);
     accumMax.malloc(traceLen);
+    histograms.malloc(4 * LEVELS);
 
     inRead = inWrite = outRead = outWrite = 0;
     inMask = IN_RING;
@@ -199,7 +204,9 @@ int RealTimeImageEngine::FFTThread() {
                 lostTransforms.fetch_add(1, std::memory_order_relaxed);
             } else {
                 ippsMul_32f(inBuffer + inRead, window, windowed, fftSize);
-                fftSpec->FwdFFT(windowed, spectrum);
+                // Straight into the spectrum as FFTW lays it out: no
+                // repacking pass over the whole transform.
+                ippsFFTFwd_RToCCS_32f(windowed, spectrum, fftSpec->fftSpec, fftSpec->work.ptr);
                 ippsPowerSpectr_32fc(reinterpret_cast<const Ipp32fc*>(spectrum.ptr) + sweepStart,
                                      fftResults + fftResultsWriteIndex, traceLen);
                 fftResultsWriteIndex += traceLen;
@@ -294,37 +301,43 @@ void RealTimeImageEngine::ImageGen() {
         for (int k = 0; k < n; ++k) level[k] = to_level(v[k] * scale);
     }
 
-    int* scratch = images[IMAGE_RING];
-    ippsZero_32s(scratch, imageSize);
+    // Four partial histograms a column: runs of one level (noise sits on
+    // a few) then increment four counters in turn instead of waiting on
+    // the one just stored.
+    int* image = images[imageIndex];
+    int* h = histograms;
     const int perCol = binsPerCol * fftsPerUpdate;
     for (int x = 0; x < imageWidth; ++x) {
         const int* cellsOfCol = level + size_t(x) * size_t(perCol);
-        int* counters = scratch + x * LEVELS;
-        for (int j = 0; j < perCol; ++j) counters[cellsOfCol[j]] += 1;
+        std::fill(h, h + 4 * LEVELS, 0);
+        int j = 0;
+        for (; j + 4 <= perCol; j += 4) {
+            h[cellsOfCol[j]] += 1;
+            h[LEVELS + cellsOfCol[j + 1]] += 1;
+            h[2 * LEVELS + cellsOfCol[j + 2]] += 1;
+            h[3 * LEVELS + cellsOfCol[j + 3]] += 1;
+        }
+        for (; j < perCol; ++j) h[cellsOfCol[j]] += 1;
+        int* counters = image + x * LEVELS;
+        for (int l = 0; l < LEVELS; ++l) counters[l] = h[l] + h[LEVELS + l] + h[2 * LEVELS + l] + h[3 * LEVELS + l];
     }
-    const int* image = images[imageIndex];
-    ippsCopy_32s(scratch, images[imageIndex], imageSize);
 
     // The composite is the sum of the newest 39 images: the one taken off
-    // is the one the next update overwrites.
+    // is the one the next update overwrites. A cell counts at most 40 full
+    // columns, far inside an int. A cell hit now is opaque and fades by
+    // 0.92 an update until the sliding sum has forgotten it. One pass.
     const int prev = (outWrite + outMask - 1) % outMask;
+    const int* before = compositeImages[prev];
+    const int* oldest = images[(imageIndex + 1) % IMAGE_RING];
     int* composite = compositeImages[outWrite];
-    ippsCopy_32s(compositeImages[prev], composite, imageSize);
-    ippsAdd_32u(reinterpret_cast<const Ipp32u*>(image), reinterpret_cast<const Ipp32u*>(composite),
-                reinterpret_cast<Ipp32u*>(composite), imageSize);
-    ippsSub_32s_Sfs(images[(imageIndex + 1) % IMAGE_RING], composite, composite, imageSize, 0);
-
-    // A cell hit now is opaque and fades by 0.92 an update until the
-    // sliding sum has forgotten it.
     float* alpha = alphaFrames[outWrite];
-    const float* before = alphaFrames[prev];
-    for (int k = 0; k < imageSize; ++k) {
-        if (image[k] >= 1)
-            alpha[k] = 1.0f;
-        else if (composite[k] != 0)
-            alpha[k] = float(before[k] * 0.92);
-        else
-            alpha[k] = 0.0f;
+    const float* alphaBefore = alphaFrames[prev];
+    const int size = imageSize;  // a local: the stores can't alias it
+    for (int k = 0; k < size; ++k) {
+        const int c = before[k] + image[k] - oldest[k];
+        composite[k] = c;
+        const float faded = float(alphaBefore[k] * 0.92);
+        alpha[k] = image[k] >= 1 ? 1.0f : c != 0 ? faded : 0.0f;
     }
     imageIndex = (imageIndex + 1) % IMAGE_RING;
 }

@@ -49,7 +49,7 @@ struct SweepInfo;
 class RealTimeImageEngine : public Engine {
 public:
     static constexpr int RT_RESULTS = 32;       // output slots
-    static constexpr int IMAGE_RING = 40;       // histograms kept; entry 40 is scratch
+    static constexpr int IMAGE_RING = 40;       // histograms kept
     static constexpr int LEVELS = 256;          // rows of an image
     static constexpr int MAX_IMAGE_WIDTH = 1023;
     static constexpr int BLOCK_SAMPLES = 299008;
@@ -136,7 +136,7 @@ private:
     smart_ptr<float> fftResults;
     smart_ptr<float> staggeredResults;
     smart_ptr<int> linToLogIndices;
-    smart_ptr<int> images[IMAGE_RING + 1];
+    smart_ptr<int> images[IMAGE_RING];
     smart_ptr<int> compositeImages[RT_RESULTS];
     smart_ptr<float> alphaFrames[RT_RESULTS];
     smart_ptr<float> finalImage;
@@ -163,6 +163,7 @@ private:
     smart_ptr<float> spectrum;        // fft_thread
     smart_ptr<float> accumMin;        // accum_thread
     smart_ptr<float> accumMax;        // accum_thread
+    smart_ptr<int> histograms;        // accum_thread: four of LEVELS
     smart_ptr<float> alphaCopy;       // application's thread
     int inTail = IN_TAIL;
     std::atomic<int64_t> lostBlocks{0};

@@ -253,7 +253,7 @@ double PlanStream(Settings& set, const ModelRecord& model, double oscRatio, Swee
     si.traceLen = 512;
     si.stepCount = 1;
     si.actualStart = 0.0;
-    si.mapleBandZeroIQ = *direct;
+    si.directIQ = *direct;
     set.m_logScale = false;
 
     const double c = set.m_center / oscRatio;

@@ -31,6 +31,17 @@ struct ResidualSpur {
     double lo2;         // Hz
 };
 
+// The fields every model's LO table row has, as a LoRow.
+template <typename TableRow>
+LoRow LoRowOf(const TableRow& lut) {
+    LoRow r;
+    r.band = lut.band;
+    r.maxRF = lut.maxRF;
+    r.lo1c = lut.lo1c;
+    r.lo2c = lut.lo2c;
+    return r;
+}
+
 class Tuner {
 public:
     virtual ~Tuner() = default;

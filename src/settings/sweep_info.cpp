@@ -24,7 +24,7 @@ void SweepInfo::LoadDefaults() {
     manualIFOffset = false;
     secondLOOffset = 0.0;
     idealIFOffset = 0.0;
-    mapleBandZeroIQ = false;
+    directIQ = false;
 }
 
 }  // namespace qs

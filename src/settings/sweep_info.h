@@ -18,8 +18,8 @@ struct Patch {
     int length;          // bins this step adds to the trace
     int band;            // row of the model's LO table
     int if_offset;       // shift of the kept slice from the pass band's centre, bins
-    double center_freq;  // nominal RF centre, Hz (Maple row 0: the IF centre, 2e7)
-    double if_center;    // 0, or 1e7 on a Larch step moved for a residual spur
+    double center_freq;  // nominal RF centre, Hz (a directly sampled sweep step: 2e7)
+    double if_center;    // 0, or 1e7 on a step moved for a residual spur
     bool flip_spectrum;  // the step's mixing inverts the spectrum
     // The part of a bin that if_offset could not hold (a step whose
     // oscillator moved by no whole number of bins): the slice is read that
@@ -92,7 +92,7 @@ struct SweepInfo {
     PatchInfo patchInfo;
     double if_offset_hz = 0.0;  // streaming only
     int tgInitialCount = 0;     // tracking-generator mode only
-    bool mapleBandZeroIQ = false;
+    bool directIQ = false;      // streaming from the directly sampled low band
 
     // The open-time values of every field that has one; leaves the patch
     // list and the mode-only fields alone.

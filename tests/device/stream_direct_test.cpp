@@ -154,7 +154,7 @@ TEST_F(StreamingMaple, LowCentresStreamTheLowBandAndTheFlagForcesIt) {
         EXPECT_EQ(sb.packetsPerFreq, 16);
         EXPECT_EQ(sb.settings[0] & 0x3, 0);  // streaming
         EXPECT_EQ(Plan().initialBand, c.row);
-        EXPECT_EQ(Plan().mapleBandZeroIQ, c.bandZeroIQ);
+        EXPECT_EQ(Plan().directIQ, c.bandZeroIQ);
         // Raw samples flow, and a direct stream has no I/Q to give.
         std::vector<float> raw(kRawStep);
         EXPECT_EQ(qsFetchRaw(h, raw.data(), nullptr), qsNoError);

@@ -237,6 +237,33 @@ TEST(IppFft, InPlaceAndUnalignedArraysGiveTheSameResult) {
     }
 }
 
+// The half spectrum in n + 2 elements: the Perm transform's bins, with
+// bin 0 and the Nyquist bin in their own pairs, scaled alike, on and off
+// the grid, and not one element past its end.
+TEST(IppFft, ForwardIntoCcsHoldsEveryBinOfThePermForm) {
+    const int order = 10, n = 1 << order;
+    auto r = randd(n, 21);
+    const std::vector<float> x(r.begin(), r.end());
+    for (int flag : {IPP_FFT_NODIV_BY_ANY, IPP_FFT_DIV_FWD_BY_N}) {
+        fft_R_32f f(order, flag, ippAlgHintFast);
+        std::vector<float> perm(static_cast<size_t>(n));
+        f.FwdFFT(const_cast<float*>(x.data()), perm.data());
+        for (int off : {0, 1}) {
+            SCOPED_TRACE(::testing::Message() << "flag " << flag << " offset " << off);
+            Buf<float> in(n, off), ccs(n + 3, 1 - off);
+            std::copy(x.begin(), x.end(), in.get());
+            ccs[n + 2] = 123.0f;
+            ASSERT_EQ(ippsFFTFwd_RToCCS_32f(in.get(), ccs.get(), f.fftSpec, f.work.ptr), ippStsNoErr);
+            EXPECT_EQ(ccs[0], perm[0]);
+            EXPECT_EQ(ccs[1], 0.0f);
+            EXPECT_EQ(ccs[n], perm[1]);
+            EXPECT_EQ(ccs[n + 1], 0.0f);
+            EXPECT_EQ(ccs[n + 2], 123.0f);
+            for (int i = 2; i < n; ++i) ASSERT_EQ(ccs[i], perm[size_t(i)]) << i;
+        }
+    }
+}
+
 TEST(IppFft, OneSpecServesThreadsWithTheirOwnBuffers) {
     const int order = 12, n = 1 << order;
     int specSize, initSize, workSize;

@@ -161,12 +161,15 @@ TEST(AudioEngineChain, AFullInputRingDropsBlocksAndCountsThem) {
     AudioEngineFast e(100e6, Config(QS_DEMOD_AM, 100e6, 3000.0), false, false);
     std::vector<short> raw;
     band.Next(raw);
-    // Far faster than the filter thread can take them: the ring (96 steps)
-    // fills, and what does not fit is dropped, never written over input
-    // that the filter has not read.
-    for (int i = 0; i < 400; ++i) e.Store(qs::Block{raw.data()});
+    // 15 s of signal stored in well under a second, where the filter thread
+    // needs seconds even at several times real time and on a loaded
+    // machine: the ring (96 steps) fills, and what does not fit is dropped,
+    // never written over input that the filter has not read. (400 blocks
+    // were not enough: on a loaded machine the filter thread kept up.)
+    constexpr int kBlocks = 4000;
+    for (int i = 0; i < kBlocks; ++i) e.Store(qs::Block{raw.data()});
     EXPECT_GT(e.DroppedSteps(), 0);
-    EXPECT_LT(e.DroppedSteps(), 400 - 96 + 1);
+    EXPECT_LT(e.DroppedSteps(), kBlocks - 96 + 1);
     std::vector<float> audio(4096);
     e.Get(audio.data());  // what was kept still flows
 }

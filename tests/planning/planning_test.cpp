@@ -44,6 +44,21 @@ Rig MakeRig(Model m) {
 
 const GainOfRow kGain = [](int) { return RowGain{1, 10}; };
 
+// A swept measurement planned and laid out as the device's set-up does.
+struct SweepPlan {
+    SweepInfo si;
+    ResidualInfo rps;
+    NarrowTuning narrow;
+    DeviceCommand cmd;
+};
+
+void PlanAndBuild(Rig& rig, double centre, double span, double rbw, bool reject, SweepPlan& p) {
+    rig.set->ConfigureCenterSpan(centre, span);
+    ASSERT_EQ(rig.set->ConfigureSweepCoupling(rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, reject ? 1 : 0), qsNoError);
+    ASSERT_EQ(PlanSweep(*rig.set, *rig.record, *rig.tuner, 1.0, p.si, p.rps, p.narrow), qsNoError);
+    BuildSweepCommand(p.si, p.rps, *rig.tuner, reject, 0, kGain, p.cmd);
+}
+
 // The RF centre a sub-band's first oscillator word tunes its first step to:
 // the first oscillator runs lo1c above the RF, in the model's word unit.
 double TunedCentre(Model m, const subBand_t& sb, const LoRow& row, double secondLO) {
@@ -64,16 +79,13 @@ class SweepChain : public ::testing::TestWithParam<SweepCase> {};
 TEST_P(SweepChain, WordsTuneThePatchesAndThePatchesCoverTheTrace) {
     const SweepCase& c = GetParam();
     Rig rig = MakeRig(c.model);
-    rig.set->ConfigureCenterSpan(0.5 * (c.startHz + c.stopHz), c.stopHz - c.startHz);
-    ASSERT_EQ(rig.set->ConfigureSweepCoupling(c.rbwHz, c.rbwHz, 0.001, QS_RBW_SHAPE_NATIVE, c.reject ? 1 : 0),
-              qsNoError);
-    SweepInfo si;
-    ResidualInfo rps;
-    NarrowTuning narrow;
-    ASSERT_EQ(PlanSweep(*rig.set, *rig.record, *rig.tuner, 1.0, si, rps, narrow), qsNoError);
+    SweepPlan plan;
+    ASSERT_NO_FATAL_FAILURE(
+        PlanAndBuild(rig, 0.5 * (c.startHz + c.stopHz), c.stopHz - c.startHz, c.rbwHz, c.reject, plan));
+    const SweepInfo& si = plan.si;
+    const ResidualInfo& rps = plan.rps;
+    const DeviceCommand& cmd = plan.cmd;
     ASSERT_EQ(si.dsRatio, 1);
-    DeviceCommand cmd;
-    BuildSweepCommand(si, rps, *rig.tuner, c.reject, 0, kGain, cmd);
 
     const int R = rps.m_residualCount;
     ASSERT_EQ(si.patchInfo.NumPatches(), si.stepCount);
@@ -132,16 +144,11 @@ TEST(Planning, NarrowSlicesSitOnTheWantedCentre) {
     for (Model m : {Model::Larch, Model::Maple1, Model::Maple2}) {
         for (double centre : {433.1e6, 1000.3e6, 5700.05e6}) {
             Rig rig = MakeRig(m);
-            rig.set->ConfigureCenterSpan(centre, 20e3);
-            ASSERT_EQ(rig.set->ConfigureSweepCoupling(100.0, 100.0, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
-            SweepInfo si;
-            ResidualInfo rps;
-            NarrowTuning narrow;
-            ASSERT_EQ(PlanSweep(*rig.set, *rig.record, *rig.tuner, 1.0, si, rps, narrow), qsNoError);
+            SweepPlan plan;
+            ASSERT_NO_FATAL_FAILURE(PlanAndBuild(rig, centre, 20e3, 100.0, false, plan));
+            SweepInfo& si = plan.si;
             ASSERT_GT(si.dsRatio, 1);
-            DeviceCommand cmd;
-            BuildSweepCommand(si, rps, *rig.tuner, false, 0, kGain, cmd);
-            PlanNarrowCentres(*rig.record, si.patchInfo[0], narrow, si);
+            PlanNarrowCentres(*rig.record, si.patchInfo[0], plan.narrow, si);
             const bool flip = si.patchInfo[0].flip_spectrum;
             const double offset = (std::floor(centre / 1000.0) * 1000.0 - si.initialCenter) * (flip ? -1 : 1);
             EXPECT_NEAR(si.narrow_center[0] * 1000.0 - 2e7, offset, 1.0) << centre;
