@@ -21,21 +21,14 @@ protected:
 TEST_F(BandZeroSweep, ShowsTheLowBandFromZeroHertz) {
     qssim_set_tone(sim, 3.0e6, -30.0);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 30e3, 30e3, 0.001, QS_RBW_SHAPE_NATIVE, 0), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, QS_SWEEP_FLAG_BAND_ZERO_ONLY), qsNoError);
-    unsigned n = 0;
-    double bin = 0, start = -1;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    EXPECT_EQ(static_cast<int>(n), Plan().fftSize / 2);
-    EXPECT_EQ(start, 0.0);
+    const SweepTrace t = Sweep(h, QS_SWEEP_FLAG_BAND_ZERO_ONLY);
+    ASSERT_EQ(t.status, qsNoError);
+    EXPECT_EQ(static_cast<int>(t.max.size()), Plan().fftSize / 2);
+    EXPECT_EQ(t.start, 0.0);
     EXPECT_EQ(Plan().stepCount, 1);
     EXPECT_EQ(Plan().ppf % 16, 0);
-    std::vector<double> min(n), max(n);
-    ASSERT_EQ(qsFetchTrace(h, static_cast<int>(n), min.data(), max.data()), qsNoError);
-    const int peak = static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin());
-    EXPECT_NEAR(peak * bin, 3.0e6, 1.01 * bin);
-    std::vector<double> sorted = max;
-    std::nth_element(sorted.begin(), sorted.begin() + n / 2, sorted.end());
-    EXPECT_GT(max[peak], sorted[n / 2] + 40.0);
+    EXPECT_NEAR(t.Peak() * t.bin, 3.0e6, 1.01 * t.bin);
+    EXPECT_GT(t.max[t.Peak()], t.Median() + 40.0);
 }
 
 TEST_F(BandZeroSweep, AMillionPointTransformTakesSixtyFourPackets) {

@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <string>
 #include <vector>
 
 #include "qs_api.h"
@@ -31,40 +32,38 @@ protected:
     std::vector<double> min, max;
 };
 
-TEST_F(SweepFetch, ConverterOverflowIsReportedOnce) {
-    ASSERT_EQ(Fetch(), qsNoError);
-    qssim_step_adc_overflow(sim);
-    EXPECT_EQ(Fetch(), qsADCOverflow);
-    EXPECT_EQ(Fetch(), qsNoError);
-}
+// What the device reports after a clean sweep, and what the fetches after
+// it return.
+struct FaultCase {
+    const char* name;
+    void (*inject)(int sim);
+    std::vector<qsStatus> fetches;
+};
 
-TEST_F(SweepFetch, DeviceOverrunMakesOneSweepUncalibrated) {
-    ASSERT_EQ(Fetch(), qsNoError);
-    qssim_step_gpif_overflow(sim);
-    qssim_step_adc_overflow(sim);
+const FaultCase kFaults[] = {
+    {"ConverterOverflowOnce", [](int sim) { qssim_step_adc_overflow(sim); }, {qsADCOverflow, qsNoError}},
     // The overrun outranks the overflow and clears it with it.
-    EXPECT_EQ(Fetch(), qsUncalSweep);
-    EXPECT_EQ(Fetch(), qsNoError);
+    {"OverrunMakesOneSweepUncalibrated",
+     [](int sim) {
+         qssim_step_gpif_overflow(sim);
+         qssim_step_adc_overflow(sim);
+     },
+     {qsUncalSweep, qsNoError}},
+    {"ChannelsOutOfStep", [](int sim) { qssim_slip_channel2(sim); }, {qsPacketFramingErr}},
+    {"Unplugged", [](int sim) { qssim_remove_device(sim); }, {qsDeviceConnectionErr, qsDeviceConnectionErr}},
+    {"StalledTransferTimesOut", [](int sim) { qssim_stall_transfer(sim, 0x82); }, {qsUSBTimeoutErr}},
+};
+
+class SweepFault : public SweepFetch, public ::testing::WithParamInterface<FaultCase> {};
+
+TEST_P(SweepFault, TheFetchReportsIt) {
+    ASSERT_EQ(Fetch(), qsNoError);
+    GetParam().inject(sim);
+    for (qsStatus want : GetParam().fetches) EXPECT_EQ(Fetch(), want);
 }
 
-TEST_F(SweepFetch, ChannelsOutOfStepFailTheFetch) {
-    ASSERT_EQ(Fetch(), qsNoError);
-    qssim_slip_channel2(sim);
-    EXPECT_EQ(Fetch(), qsPacketFramingErr);
-}
-
-TEST_F(SweepFetch, AnUnpluggedDeviceEndsTheFetchWithAConnectionError) {
-    ASSERT_EQ(Fetch(), qsNoError);
-    qssim_remove_device(sim);
-    EXPECT_EQ(Fetch(), qsDeviceConnectionErr);
-    EXPECT_EQ(Fetch(), qsDeviceConnectionErr);
-}
-
-TEST_F(SweepFetch, AStalledTransferEndsTheFetchWithATimeout) {
-    ASSERT_EQ(Fetch(), qsNoError);
-    qssim_stall_transfer(sim, 0x82);
-    EXPECT_EQ(Fetch(), qsUSBTimeoutErr);
-}
+INSTANTIATE_TEST_SUITE_P(Device, SweepFault, ::testing::ValuesIn(kFaults),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SweepFetch, MonitorValuesArriveWithTheBlocksAndTheMapleCurrentIsDoubled) {
     qssim_set_temperature(sim, 41.5);
@@ -103,12 +102,7 @@ TEST_F(Flash, AShortPageReadLeavesTheNextSweepClean) {
     ASSERT_EQ(qsReadFlash(h, 40, page.data()), qsNoError);  // the call itself succeeds
     // A sweep after it starts clean: the status belongs to the read.
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.0e9, 20e6), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    std::vector<double> a(n), b(n);
-    EXPECT_EQ(qsFetchTrace(h, static_cast<int>(n), a.data(), b.data()), qsNoError);
+    EXPECT_EQ(Sweep(h).status, qsNoError);
 }
 
 }  // namespace

@@ -18,6 +18,7 @@
 #include "qs_sim.h"
 #include "sim_fixture.h"
 #include "transport/wire_formats.h"
+#include "wire_block.h"
 
 #include "allocation_counter.inc"
 
@@ -28,27 +29,18 @@ struct TransportOf : qs::Device {
     using qs::Device::m_usb;
 };
 
-// One block of both channels with trailers in step and one trigger event.
-struct Block {
-    std::vector<uint8_t> ch[2];
-    Block(int index, uint16_t events) {
-        for (auto& c : ch) c.assign(qs::QS_TRANSFER_BYTES, 0);
-        for (int p = 0; p < 8; ++p) {
-            const uint16_t count = static_cast<uint16_t>(16 * index + 2 * p);
-            Trailer(0, p).TotalPktCount = count;
-            Trailer(1, p).TotalPktCount = static_cast<uint16_t>(count + 1);
-            // An event in channel 1's packet 3 of every block.
-            for (int c = 0; c < 2; ++c)
-                Trailer(c, p).NumberOfEvents = static_cast<uint16_t>(events + (p >= 3 ? 1 : 0));
-        }
-        Trailer(0, 3).EventCounter = 500;
-        for (int i = 0; i < 64; ++i) ch[0][qs::QS_PAYLOAD_OFFSET + i] = static_cast<uint8_t>(i * 37);
+// Blocks of both channels with trailers in step, each with one trigger
+// event (in channel 1's packet 3) and some samples.
+std::vector<qs::test::Block> Blocks() {
+    std::vector<qs::test::Block> blocks;
+    for (int i = 0; i < 4; ++i) {
+        qs::test::Block& b = blocks.emplace_back(i);
+        b.SetEvents(static_cast<uint16_t>(2 * i));
+        b.Event(0, 3, 500);
+        for (int k = 0; k < 64; ++k) b.ch[0][qs::QS_PAYLOAD_OFFSET + k] = static_cast<uint8_t>(k * 37);
     }
-    qs::stateTrailer_t& Trailer(int channel, int packet) {
-        return *reinterpret_cast<qs::stateTrailer_t*>(ch[channel].data() + packet * qs::QS_PACKET_BYTES +
-                                                      qs::QS_TRAILER_OFFSET);
-    }
-};
+    return blocks;
+}
 
 class IngestAllocation : public OpenSimulatedDevice {
 protected:
@@ -65,13 +57,12 @@ protected:
 
     // StoreData of `count` blocks on this thread; the heap requests made.
     long Feed(int count, int ppf) {
-        std::vector<Block> blocks;
-        for (int i = 0; i < 4; ++i) blocks.emplace_back(i, static_cast<uint16_t>(2 * i));
+        std::vector<qs::test::Block> blocks = Blocks();
         int index = 0;
         qs_test::ResetThreadCount();
         qs_test::ArmThreadCount();
         for (int i = 0; i < count; ++i) {
-            Block& b = blocks[static_cast<size_t>(i % 4)];
+            qs::test::Block& b = blocks[static_cast<size_t>(i % 4)];
             index = Dev().StoreData(b.ch[0].data(), b.ch[1].data(), ppf, index);
         }
         qs_test::DisarmThreadCount();

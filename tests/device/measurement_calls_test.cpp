@@ -73,13 +73,9 @@ TEST_F(IdleDevice, NonFiniteArgumentsAreRefusedAndNothingIsStored) {
     EXPECT_EQ(qsSetTimebaseCorrection(h, -1.0), qsInvalidParameterErr);
     EXPECT_EQ(qsSetTimebaseCorrection(h, 1.002), qsInvalidParameterErr);
     // Nothing was stored: the default sweep still runs.
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    EXPECT_TRUE(std::isfinite(bin) && std::isfinite(start) && n > 0);
-    std::vector<float> min(n), max(n);
-    EXPECT_EQ(qsFetchTrace_32f(h, static_cast<int>(n), min.data(), max.data()), qsNoError);
+    const SweepTrace t = Sweep(h);
+    EXPECT_EQ(t.status, qsNoError);
+    EXPECT_TRUE(std::isfinite(t.bin) && std::isfinite(t.start) && !t.max.empty());
 }
 
 TEST_F(IdleDevice, TheExternalReferenceBitSetsTheRatioToOne) {

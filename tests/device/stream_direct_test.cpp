@@ -24,19 +24,6 @@ namespace {
 constexpr int kRawStep = 1048576;  // samples of one qsFetchRaw
 constexpr int kBlock = qs::QS_BLOCK_SAMPLES;
 
-// |mean of x[n] e^(-j 2 pi f n)| over n: A / 2 for a real tone of amplitude
-// A at f (cycles per sample), near 0 elsewhere.
-double ToneAmplitude(const float* x, int n, double f) {
-    std::complex<double> acc = 0.0, rot = 1.0;
-    const std::complex<double> step = std::polar(1.0, -2.0 * M_PI * f);
-    for (int i = 0; i < n; ++i) {
-        acc += static_cast<double>(x[i]) * rot;
-        rot *= step;
-        if ((i & 1023) == 1023) rot /= std::abs(rot);
-    }
-    return std::abs(acc) / n;
-}
-
 class StreamingMaple : public OpenSimulatedDevice {
 protected:
     const qs::SweepInfo& Plan() const { return qs::api::devices[h]->GetSweepInfo(); }

@@ -1,4 +1,4 @@
-// I/Q streaming on a simulated Maple through qsGetIQ: a tone at its
+// I/Q streaming on the simulator through qsGetIQ: a tone at its
 // baseband frequency and calibrated level, triggers at their sample
 // positions, sample loss, purge.
 #include <gtest/gtest.h>
@@ -11,8 +11,6 @@
 #include <utility>
 #include <vector>
 
-#include "api/device_table.h"
-#include "device/device.h"
 #include "qs_api.h"
 #include "qs_sim.h"
 #include "sim_fixture.h"
@@ -20,19 +18,6 @@
 namespace {
 
 using cf = std::complex<float>;
-
-// |mean of x[n] e^(-j 2 pi f n)|: the amplitude of a complex tone at f
-// cycles per sample.
-double ToneAmplitude(const cf* x, int n, double f) {
-    std::complex<double> acc = 0.0, rot = 1.0;
-    const std::complex<double> step = std::polar(1.0, -2.0 * M_PI * f);
-    for (int i = 0; i < n; ++i) {
-        acc += std::complex<double>(x[i]) * rot;
-        rot *= step;
-        if ((i & 1023) == 1023) rot /= std::abs(rot);
-    }
-    return std::abs(acc) / n;
-}
 
 // The tone's amplitude at f, and at -f, in the best of the 1024-sample
 // windows of x. Unpaced, the simulator sends faster than real time, and a
@@ -49,9 +34,6 @@ std::pair<double, double> BestWindowAmplitude(const cf* x, int n, double f) {
 
 class IQStreaming : public OpenSimulatedDevice {
 protected:
-    using OpenSimulatedDevice::OpenSimulatedDevice;
-    const qs::SweepInfo& Plan() const { return qs::api::devices[h]->GetSweepInfo(); }
-
     qsStatus Get(void* data, int count, std::vector<int>* triggers = nullptr, int purge = 0,
                  qsIQPacket* out = nullptr) {
         qsIQPacket pkt{};
@@ -84,22 +66,30 @@ protected:
     }
 };
 
-TEST_F(IQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
-    struct Case {
-        double center;
-        double offset;  // tone - center
+using IQStreamTone = SharedSimulatedDevice;
+
+TEST_P(IQStreamTone, ComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
+    constexpr int MAPLE = 1, LARCH = 2;
+    const struct {
+        int model;
+        double center, offset;  // offset: tone - center
         int decimation;
         double bandwidth;
+    } cases[] = {
+        // Flipped and upright paths, one- and two-pass decimation.
+        {MAPLE | LARCH, 1.0002e9, 1.0e6, 4, 8e6},
+        {MAPLE, 1.0002e9, -2.5e6, 2, 15e6},
+        {MAPLE, 2.4e9 + 130e3, 20e3, 256, 60e3},
+        {MAPLE, 5.2e9 - 310e3, -150e3, 32, 1e6},
+        {MAPLE, 5e6, 500e3, 8, 2e6},  // the low band, sampled directly
+        // The Larch tunes on a 400 kHz grid, counts its first oscillator
+        // in 200 kHz in bands 2 and 3, and has no directly sampled band.
+        {LARCH, 100e6 + 130e3, -2.5e6, 2, 15e6},  // row 0 with its tilt
+        {LARCH, 4.0e9 + 130e3, 20e3, 256, 60e3},  // band 2
+        {LARCH, 6.0e9 - 310e3, -150e3, 32, 1e6},  // band 3
     };
-    // Flipped and upright paths, one- and two-pass decimation, the low band.
-    const Case cases[] = {
-        {1.0002e9, 1.0e6, 4, 8e6},
-        {1.0002e9, -2.5e6, 2, 15e6},
-        {2.4e9 + 130e3, 20e3, 256, 60e3},
-        {5.2e9 - 310e3, -150e3, 32, 1e6},
-        {5e6, 500e3, 8, 2e6},  // the low band, sampled directly
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
+        if (!(c.model & (Larch() ? LARCH : MAPLE))) continue;
         SCOPED_TRACE(c.center);
         qssim_clear_signals(sim);
         qssim_set_tone(sim, c.center + c.offset, -30.0);
@@ -109,9 +99,12 @@ TEST_F(IQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
         const double rate = 4e7 / c.decimation;
         const int n = 16384;
         std::vector<cf> iq(static_cast<size_t>(n));
+        qsIQPacket pkt{};
+        pkt.iqData = iq.data();
+        pkt.iqCount = n;
         // The first samples hold the filters' rise.
-        ASSERT_EQ(Get(iq.data(), n), qsNoError);
-        ASSERT_EQ(Get(iq.data(), n), qsNoError);
+        ASSERT_EQ(qsGetIQ(h, &pkt), qsNoError);
+        ASSERT_EQ(qsGetIQ(h, &pkt), qsNoError);
         const auto [a, image] = BestWindowAmplitude(iq.data(), n, c.offset / rate);
         // The simulated calibration image is made from the receiver's own
         // gain model, so what is left is the interpolation of its tables
@@ -122,46 +115,8 @@ TEST_F(IQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
     }
 }
 
-// The Larch tunes on a 400 kHz grid, counts its first oscillator in
-// 200 kHz in bands 2 and 3, and has no directly sampled band.
-class LarchIQStreaming : public IQStreaming {
-protected:
-    LarchIQStreaming() : IQStreaming(QSSIM_PID_LARCH, 10000031) {}
-};
-
-TEST_F(LarchIQStreaming, ToneComesOutAtItsBasebandFrequencyAndCalibratedLevel) {
-    const struct {
-        double center, offset;
-        int decimation;
-        double bandwidth;
-    } cases[] = {
-        {1.0002e9, 1.0e6, 4, 8e6},
-        {100e6 + 130e3, -2.5e6, 2, 15e6},  // row 0 with its tilt
-        {4.0e9 + 130e3, 20e3, 256, 60e3},  // band 2
-        {6.0e9 - 310e3, -150e3, 32, 1e6},  // band 3
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.center);
-        qssim_clear_signals(sim);
-        qssim_set_tone(sim, c.center + c.offset, -30.0);
-        ASSERT_EQ(qsConfigureIQCenter(h, c.center), qsNoError);
-        ASSERT_EQ(qsConfigureIQ(h, c.decimation, c.bandwidth), qsNoError);
-        ASSERT_EQ(qsInitiate(h, QS_MODE_STREAMING, 0), qsNoError);
-        const double rate = 4e7 / c.decimation;
-        const int n = 16384;
-        std::vector<cf> iq(static_cast<size_t>(n));
-        ASSERT_EQ(Get(iq.data(), n), qsNoError);
-        ASSERT_EQ(Get(iq.data(), n), qsNoError);
-        const auto [a, image] = BestWindowAmplitude(iq.data(), n, c.offset / rate);
-        EXPECT_NEAR(20.0 * std::log10(a), -30.0, 0.5);
-        EXPECT_LT(20.0 * std::log10(image / a), -40.0);
-        ASSERT_EQ(qsAbort(h), qsNoError);
-    }
-}
-
-}  // namespace
-
-namespace {
+INSTANTIATE_TEST_SUITE_P(BothModels, IQStreamTone, ::testing::Values(QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH),
+                         ModelName);
 
 constexpr int kIqBlock = 299008;
 constexpr int kIqRawStep = 1048576;
@@ -255,10 +210,6 @@ TEST_F(IQStreaming, TriggersStandAtTheirSamplesAfterTheDelaysOfCalibrationAndFil
         EndDeviceRun();
     }
 }
-
-}  // namespace
-
-namespace {
 
 // An application that stops reading for longer than the library holds
 // (60 output steps) is told once; a purge drops what is held. At real-time

@@ -8,6 +8,7 @@
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
@@ -45,40 +46,40 @@ const AxisCase kAxisCases[] = {
 // factory's own uncertainty make it.
 constexpr double kLevelAccuracyDb = 0.65;
 
-class FrequencyAxis : public ::testing::TestWithParam<int> {
+class FrequencyAxis : public SharedSimulatedDevice {
 protected:
-    void SetUp() override {
-        qssim_reset();
-        id = qssim_add_device(GetParam(), 71000000u + unsigned(GetParam()));
-        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 71000000 + GetParam()), qsNoError);
+    // Starts a sweep of start..stop at -20 dBm reference; its axis, with
+    // the trace buffers sized to it.
+    SweepTrace Start(double start, double stop, double rbw, unsigned rejection = QS_REJECTION_NONE) {
+        EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
+        EXPECT_EQ(qsConfigureLevel(h, -20, QS_ATTEN_AUTO), qsNoError);
+        EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, rejection), 0);
+        EXPECT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
+        SweepTrace t;
+        unsigned n = 0;
+        EXPECT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
+        t.min.resize(n);
+        t.max.resize(n);
+        return t;
     }
-    void TearDown() override {
-        qsCloseDevice(h);
-        qssim_reset();
+    // Fetches a trace into t; where it peaks.
+    long Fetch(SweepTrace& t) {
+        EXPECT_EQ(qsFetchTrace(h, int(t.max.size()), t.min.data(), t.max.data()), qsNoError);
+        return t.Peak();
     }
-    int id = -1, h = -1;
 };
 
 TEST_P(FrequencyAxis, AToneOnAPointsCentrePeaksInThatPoint) {
     for (const AxisCase& c : kAxisCases) {
         SCOPED_TRACE(c.name);
-        ASSERT_EQ(qsConfigureCenterSpan(h, (c.start + c.stop) / 2, c.stop - c.start), qsNoError);
-        ASSERT_EQ(qsConfigureLevel(h, -20, QS_ATTEN_AUTO), qsNoError);
-        ASSERT_GE(qsConfigureSweepCoupling(h, c.rbw, c.rbw, 0.001, QS_RBW_SHAPE_NATIVE, c.rejection), 0);
-        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-        unsigned n = 0;
-        double bin = 0, start = 0;
-        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
+        SweepTrace t = Start(c.start, c.stop, c.rbw, c.rejection);
         // The trace point nearest the wanted tone, and the tone on its centre.
-        const long want = std::lround((c.tone - start) / bin);
-        const double f = start + double(want) * bin;
-        qssim_clear_signals(id);
-        qssim_set_tone(id, f, -30.0);
-        std::vector<double> min(n), max(n);
-        ASSERT_EQ(qsFetchTrace(h, int(n), min.data(), max.data()), qsNoError);
-        const long got = long(std::max_element(max.begin(), max.end()) - max.begin());
-        EXPECT_EQ(got, want) << "tone at " << f << " Hz, bin " << bin << " Hz";
-        EXPECT_NEAR(max[size_t(want)], -30.0, kLevelAccuracyDb) << "tone at " << f << " Hz";
+        const long want = std::lround((c.tone - t.start) / t.bin);
+        const double f = t.FreqAt(int(want));
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, f, -30.0);
+        EXPECT_EQ(Fetch(t), want) << "tone at " << f << " Hz, bin " << t.bin << " Hz";
+        EXPECT_NEAR(t.max[size_t(want)], -30.0, kLevelAccuracyDb) << "tone at " << f << " Hz";
     }
 }
 
@@ -93,25 +94,17 @@ TEST_P(FrequencyAxis, TonesAcrossTheRangeReadBackWithinTheAccuracy) {
     for (int i = 0; i < 40; ++i) {
         const double centre = 1.2e6 * std::pow(6.39e9 / 1.2e6, next());
         SCOPED_TRACE(centre);
-        ASSERT_EQ(qsConfigureCenterSpan(h, centre, 2e6), qsNoError);
-        ASSERT_EQ(qsConfigureLevel(h, -20, QS_ATTEN_AUTO), qsNoError);
-        ASSERT_GE(qsConfigureSweepCoupling(h, 10e3, 10e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), 0);
-        ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-        unsigned n = 0;
-        double bin = 0, start = 0;
-        ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-        const long want = long(n / 2) + long(next() * 21) - 10;
-        qssim_clear_signals(id);
-        qssim_set_tone(id, start + double(want) * bin, -30.0);
+        SweepTrace t = Start(centre - 1e6, centre + 1e6, 10e3);
+        const long want = long(t.max.size() / 2) + long(next() * 21) - 10;
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, t.FreqAt(int(want)), -30.0);
         ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);  // a sweep all with the tone
-        std::vector<double> min(n), max(n);
-        ASSERT_EQ(qsFetchTrace(h, int(n), min.data(), max.data()), qsNoError);
-        EXPECT_EQ(long(std::max_element(max.begin(), max.end()) - max.begin()), want);
-        EXPECT_NEAR(max[size_t(want)], -30.0, kLevelAccuracyDb);
+        EXPECT_EQ(Fetch(t), want);
+        EXPECT_NEAR(t.max[size_t(want)], -30.0, kLevelAccuracyDb);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryModel, FrequencyAxis,
-                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH));
+                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH), ModelName);
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Real-time mode on the Maple through the public calls: a tone in the
+// Real-time mode through the public calls: a tone in the
 // simulator's scene must show in the min/max sweep at its trace point and
 // level, and in the persistence frame at its column and level row; frame
 // sizes, refusals, the probability-of-intercept figure, and restarts and
@@ -11,6 +11,7 @@
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
@@ -45,22 +46,8 @@ struct Frame {
     }
 };
 
-// One Maple, opened once: an open reads the whole calibration image and
-// runs the start-up sweep.
-class RealTimeFrames : public ::testing::Test {
+class RealTimeFrames : public SharedSimulatedDevice {
 protected:
-    static void SetUpTestSuite() {
-        qssim_reset();
-        sim = qssim_add_device(QSSIM_PID_MAPLE_REV2, 81000001u);
-        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 81000001), qsNoError);
-    }
-    static void TearDownTestSuite() {
-        qsCloseDevice(h);
-        qssim_reset();
-    }
-    void SetUp() override { qssim_clear_signals(sim); }
-    void TearDown() override { qsAbort(h); }
-
     qsStatus Start(const RealTimeRequest& r) {
         EXPECT_EQ(qsConfigureCenterSpan(h, r.center, r.span), qsNoError);
         EXPECT_EQ(qsConfigureLevel(h, r.refDbm, QS_ATTEN_AUTO), qsNoError);
@@ -110,13 +97,9 @@ protected:
         EXPECT_EQ(untouched, 0u) << what;
         for (size_t i = n; i < v.size(); ++i) ASSERT_EQ(v[i], kGuard) << what << " written at " << i;
     }
-
-    static int sim;
-    static int h;
 };
-
-int RealTimeFrames::sim = -1;
-int RealTimeFrames::h = -1;
+using MapleRealTimeFrames = RealTimeFrames;
+using LarchRealTimeFrames = RealTimeFrames;
 
 // Frame k of a fresh measurement holds min(k, 39) updates: every column of
 // the colour frame sums to that share of 40. The stream does not wait for
@@ -137,29 +120,32 @@ void ExpectColumnSums(const Frame& f, int k) {
     EXPECT_LE(std::lround(updates), 39);
 }
 
-struct ToneCase {
-    const char* name;
-    double center;
-    double rbw;
-    double span;
-    double toneOffsetBins;  // from the trace centre, on a bin
-    double levelDbm;
-    unsigned detector;
-    unsigned traceLen;      // what the plan must come to
-    int width;
-};
-
-TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
-    const ToneCase cases[] = {
-        {"516 bins", 1e9, 100e3, 20e6, 37, -30.0, QS_DETECTOR_MIN_MAX, 516, 516},
-        {"average", 1e9, 100e3, 20e6, -61, -40.0, QS_DETECTOR_AVERAGE, 516, 516},
+TEST_P(RealTimeFrames, ToneInSweepAndFrame) {
+    constexpr int MAPLE = 1, LARCH = 2;
+    const struct {
+        int model;
+        double center, rbw, span, toneOffsetBins, levelDbm;
+        unsigned detector;
+        unsigned traceLen;  // what the plan must come to, where it is pinned
+        int width;
+    } cases[] = {
+        {MAPLE, 1e9, 100e3, 20e6, 37, -30.0, QS_DETECTOR_MIN_MAX, 516, 516},
+        {MAPLE, 1e9, 100e3, 20e6, -61, -40.0, QS_DETECTOR_AVERAGE, 516, 516},
         // 2047 bins asked for: the best size is 2048, shown in 512 columns.
-        {"2048 bins", 1e9, 30e3, 2045 * 9765.625, 301, -20.0, QS_DETECTOR_MIN_MAX, 2048, 512},
+        {MAPLE, 1e9, 30e3, 2045 * 9765.625, 301, -20.0, QS_DETECTOR_MIN_MAX, 2048, 512},
         // The low band samples the antenna directly.
-        {"low band", 10e6, 100e3, 10e6, 41, -30.0, QS_DETECTOR_MIN_MAX, 260, 260},
+        {MAPLE, 10e6, 100e3, 10e6, 41, -30.0, QS_DETECTOR_MIN_MAX, 260, 260},
+        // The Larch: the LO on a 400 kHz grid, no points added to the span,
+        // its first oscillator in 200 kHz in bands 2 and 3.
+        {LARCH, 1e9 + 130e3, 100e3, 20e6, 37, -30.0, QS_DETECTOR_MIN_MAX, 0, 0},  // off the grid
+        {LARCH, 4.0e9, 30e3, 10e6, -101, -40.0, QS_DETECTOR_AVERAGE, 0, 0},       // band 2
+        {LARCH, 2.0e9, 3e3, 200e3, 3, -20.0, QS_DETECTOR_MIN_MAX, 0, 0},          // the narrowest span
+        // Beside a residual spot: the oscillators moved.
+        {LARCH, 2244e6, 100e3, 20e6, -57, -30.0, QS_DETECTOR_MIN_MAX, 0, 0},
     };
-    for (const ToneCase& tc : cases) {
-        SCOPED_TRACE(tc.name);
+    for (const auto& tc : cases) {
+        if (tc.model != (Larch() ? LARCH : MAPLE)) continue;
+        SCOPED_TRACE(tc.center);
         RealTimeRequest r;
         r.center = tc.center;
         r.rbw = tc.rbw;
@@ -167,9 +153,13 @@ TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
         r.detector = tc.detector;
         ASSERT_EQ(Start(r), qsNoError);
         Frame f = Prepare();
-        ASSERT_EQ(f.traceLen, tc.traceLen);
-        ASSERT_EQ(f.width, tc.width);
+        if (tc.traceLen) {
+            ASSERT_EQ(f.traceLen, tc.traceLen);
+            ASSERT_EQ(f.width, tc.width);
+        }
         ASSERT_EQ(f.height, 256);
+        // The trace is centred on the centre asked for.
+        EXPECT_NEAR(f.start + (f.traceLen / 2) * f.bin, tc.center, 1.01 * f.bin);
         const int binsPerCol = int(f.traceLen) / f.width;
 
         // The plan is known now: the same measurement again with the tone
@@ -209,65 +199,16 @@ TEST_F(RealTimeFrames, ToneInSweepAndFrame) {
     }
 }
 
-// The Larch: the LO on a 400 kHz grid, no points added to the span, its
-// first oscillator in 200 kHz in bands 2 and 3.
-class LarchRealTimeFrames : public RealTimeFrames {
-protected:
-    static void SetUpTestSuite() {
-        qssim_reset();
-        sim = qssim_add_device(QSSIM_PID_LARCH, 81000011u);
-        ASSERT_EQ(qsOpenDeviceBySerialNumber(&h, 81000011), qsNoError);
-    }
-};
-
-TEST_F(LarchRealTimeFrames, ToneInSweepAndFrame) {
-    const struct {
-        double center, rbw, span, toneOffsetBins, levelDbm;
-    } cases[] = {
-        {1e9 + 130e3, 100e3, 20e6, 37, -30.0},  // off the grid
-        {4.0e9, 30e3, 10e6, -101, -40.0},       // band 2
-        {2.0e9, 3e3, 200e3, 3, -20.0},          // the narrowest span
-        {2244e6, 100e3, 20e6, -57, -30.0},      // beside a residual spot: the oscillators moved
-    };
-    for (const auto& tc : cases) {
-        SCOPED_TRACE(tc.center);
-        RealTimeRequest r;
-        r.center = tc.center;
-        r.rbw = tc.rbw;
-        r.span = tc.span;
-        ASSERT_EQ(Start(r), qsNoError);
-        Frame f = Prepare();
-        const int k = int(f.traceLen / 2 + std::lround(tc.toneOffsetBins));
-        const double toneHz = f.start + k * f.bin;
-        // The trace is centred on the centre asked for.
-        EXPECT_NEAR(f.start + (f.traceLen / 2) * f.bin, tc.center, 1.01 * f.bin);
-        qssim_clear_signals(sim);
-        qssim_set_tone(sim, toneHz, tc.levelDbm);
-        ASSERT_EQ(Start(r), qsNoError);
-        ASSERT_EQ(FetchClean(f), qsNoError);
-        ExpectFilledExactly(f.max, f.traceLen, "max");
-        const int p = f.Peak();
-        EXPECT_EQ(p, k) << "tone at " << toneHz;
-        EXPECT_NEAR(f.max[size_t(p)], tc.levelDbm, 1.0);
-        EXPECT_NEAR(f.min[size_t(p)], tc.levelDbm, 1.0);
-        const int col = p / (int(f.traceLen) / f.width);
-        EXPECT_NEAR(f.TopRow(col), (tc.levelDbm + 100.0) * 2.56, 3.0) << "column " << col;
-        ASSERT_EQ(qsAbort(h), qsNoError);
-    }
-}
+INSTANTIATE_TEST_SUITE_P(BothModels, RealTimeFrames, ::testing::Values(QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH),
+                         ModelName);
 
 // Frames take their plan from the RBW alone: a sweep before them, whose
 // transform was zero-padded, leaves nothing behind.
-TEST_F(LarchRealTimeFrames, AFrameAfterAZeroPaddedSweepHoldsTheTone) {
+TEST_P(LarchRealTimeFrames, AFrameAfterAZeroPaddedSweepHoldsTheTone) {
     qssim_set_tone(sim, 1e9, -30.0);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 10e6), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 30e3, 30e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_NONE), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned len = 0;
-    double bin = 0, start = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &len, &bin, &start), qsNoError);
-    std::vector<double> low(len), high(len);
-    ASSERT_GE(qsFetchTrace(h, int(len), low.data(), high.data()), qsNoError);
+    ASSERT_GE(Sweep(h).status, qsNoError);
     RealTimeRequest r;
     ASSERT_EQ(Start(r), qsNoError);
     Frame f = Prepare();
@@ -279,7 +220,7 @@ TEST_F(LarchRealTimeFrames, AFrameAfterAZeroPaddedSweepHoldsTheTone) {
 // Centred near one of its residual spurs, the Larch moves both oscillators
 // as a sweep's residual step does: the spur leaves the band and the floor
 // is flat.
-TEST_F(LarchRealTimeFrames, NoResidualSpurNearItsSpot) {
+TEST_P(LarchRealTimeFrames, NoResidualSpurNearItsSpot) {
     for (double center : {2240e6 + 4e6, 2240e6 - 4e6, 3080e6 + 2e6}) {
         SCOPED_TRACE(center);
         RealTimeRequest r;
@@ -302,7 +243,7 @@ TEST_F(LarchRealTimeFrames, NoResidualSpurNearItsSpot) {
     }
 }
 
-TEST_F(RealTimeFrames, NullOutputsAreSkipped) {
+TEST_P(MapleRealTimeFrames, NullOutputsAreSkipped) {
     ASSERT_EQ(Start(RealTimeRequest{}), qsNoError);
     Frame f = Prepare();
     EXPECT_EQ(qsFetchRealTimeFrame(h, nullptr, nullptr, nullptr, nullptr), qsNoError);
@@ -317,7 +258,7 @@ TEST_F(RealTimeFrames, NullOutputsAreSkipped) {
     ExpectColumnSums(f, 4);
 }
 
-TEST_F(RealTimeFrames, SpanAndBandwidthLimits) {
+TEST_P(MapleRealTimeFrames, SpanAndBandwidthLimits) {
     struct Limit {
         double span, rbw;
         qsStatus want;
@@ -354,7 +295,7 @@ TEST_F(RealTimeFrames, SpanAndBandwidthLimits) {
     }
 }
 
-TEST_F(RealTimeFrames, PoiFollowsTransformAndStep) {
+TEST_P(MapleRealTimeFrames, PoiFollowsTransformAndStep) {
     double poi = 0.0;
     EXPECT_EQ(qsQueryRealTimePoi(h, &poi), qsDeviceNotConfiguredErr);
     EXPECT_EQ(qsQueryRealTimePoi(h, nullptr), qsNullPtrErr);
@@ -378,7 +319,7 @@ TEST_F(RealTimeFrames, PoiFollowsTransformAndStep) {
 
 // A new qsInitiate over a running stream and qsAbort between fetches end
 // the stream and its engine cleanly; the device sweeps afterwards.
-TEST_F(RealTimeFrames, RestartAndAbortWhileFramesFlow) {
+TEST_P(MapleRealTimeFrames, RestartAndAbortWhileFramesFlow) {
     qssim_set_tone(sim, 1.0025e9, -30.0);
     RealTimeRequest r;
     for (int round = 0; round < 3; ++round) {
@@ -398,12 +339,10 @@ TEST_F(RealTimeFrames, RestartAndAbortWhileFramesFlow) {
     EXPECT_EQ(qsAbort(h), qsDeviceNotConfiguredErr);
 
     ASSERT_EQ(qsConfigureCenterSpan(h, 1e9, 20e6), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    unsigned n = 0;
-    double bin = 0.0, start = 0.0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &bin, &start), qsNoError);
-    std::vector<double> min(n), max(n);
-    EXPECT_EQ(qsFetchTrace(h, int(n), min.data(), max.data()), qsNoError);
+    EXPECT_EQ(Sweep(h).status, qsNoError);
 }
+
+INSTANTIATE_TEST_SUITE_P(Larch, LarchRealTimeFrames, ::testing::Values(QSSIM_PID_LARCH), ModelName);
+INSTANTIATE_TEST_SUITE_P(Maple, MapleRealTimeFrames, ::testing::Values(QSSIM_PID_MAPLE_REV2), ModelName);
 
 }  // namespace

@@ -12,15 +12,6 @@ namespace {
 constexpr int kRowsBlock = 299008;
 constexpr int kStep = 1048576;
 
-constexpr int kRows = IQStream::OUTPUT_STEPS;  // 60
-using Rows = StepRows<kRows>;
-
-}  // namespace
-}  // namespace qs
-
-namespace qs {
-namespace {
-
 // A reader a whole ring behind: blocks that find the ring full are dropped
 // whole, so the reader gets every stored block intact and in order, then
 // the next one stored after it made room, with triggers where they belong.

@@ -1,6 +1,6 @@
 // Swept traces against the simulator's scene, through the public calls
 // only: a tone of known level and frequency must come back where and as
-// strong as it was injected, on both revisions and in every kind of LO row.
+// strong as it was injected, on every model and in every kind of LO row.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,109 +9,87 @@
 
 #include "qs_api.h"
 #include "qs_sim.h"
+#include "sim_fixture.h"
 
 namespace {
 
-struct TruthTrace {
-    std::vector<double> min, max;
-    double start = 0.0, bin = 0.0;
-    qsStatus status = qsNoError;
-
-    int Peak() const { return static_cast<int>(std::max_element(max.begin(), max.end()) - max.begin()); }
-    double FreqAt(int i) const { return start + i * bin; }
-    double Median() const {
-        std::vector<double> copy = max;
-        std::nth_element(copy.begin(), copy.begin() + copy.size() / 2, copy.end());
-        return copy[copy.size() / 2];
-    }
-};
-
-// Sweeps and tone checks on an open handle h; the suites below open the
-// devices.
-class TruthBase {
+class SweepTruth : public SharedSimulatedDevice {
 protected:
-    TruthTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
-                unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
+    SweepTrace Sweep(double start, double stop, double rbw, double refDbm, unsigned scale = QS_SCALE_LOG,
+                     unsigned detector = QS_DETECTOR_MIN_MAX, unsigned rejection = QS_REJECTION_NONE) {
         EXPECT_EQ(qsConfigureCenterSpan(h, (start + stop) / 2, stop - start), qsNoError);
         EXPECT_EQ(qsConfigureLevel(h, refDbm, QS_ATTEN_AUTO), qsNoError);
         EXPECT_EQ(qsConfigureAcquisition(h, detector, scale), qsNoError);
         EXPECT_GE(qsConfigureSweepCoupling(h, rbw, rbw, 0.001, QS_RBW_SHAPE_NATIVE, rejection), 0);
-        TruthTrace t;
-        t.status = qsInitiate(h, QS_MODE_SWEEP, 0);
-        EXPECT_EQ(t.status, qsNoError);
-        unsigned n = 0;
-        EXPECT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
-        t.min.resize(n);
-        t.max.resize(n);
-        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
-        return t;
+        return ::Sweep(h);
     }
 
     // The peak on the point nearest the tone (within half a point), and its
     // level within the measured accuracy (0.65 dB, see bin_exact_test) and
     // the window's scalloping half a point off centre (0.2 dB).
-    void ExpectTone(const TruthTrace& t, double freqHz, double levelDbm) {
+    void ExpectTone(const SweepTrace& t, double freqHz, double levelDbm) {
         ASSERT_EQ(t.status, qsNoError);
         const int k = t.Peak();
         EXPECT_LE(std::fabs(t.FreqAt(k) - freqHz), 0.501 * t.bin) << "tone at " << freqHz;
         EXPECT_NEAR(t.max[k], levelDbm, 0.85) << "tone at " << freqHz;
         for (size_t i = 0; i < t.max.size(); ++i) ASSERT_LE(t.min[i], t.max[i]) << i;
     }
-
-    int id = -1;
-    int h = -1;
 };
 
-// One simulated device per revision, opened once for the whole suite: an
-// open reads the whole calibration image and runs the start-up sweep.
-class SweepTruth : public TruthBase, public ::testing::TestWithParam<int> {
-protected:
-    static void SetUpTestSuite() {
-        qssim_reset();
-        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) {
-            const unsigned serial = 70000000u + static_cast<unsigned>(pid);
-            sim[pid] = qssim_add_device(pid, serial);
-            ASSERT_EQ(qsOpenDeviceBySerialNumber(&handle[pid], static_cast<int>(serial)), qsNoError);
-        }
-    }
-    static void TearDownTestSuite() {
-        for (int pid : {QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2}) qsCloseDevice(handle[pid]);
-        qssim_reset();
-    }
-    void SetUp() override {
-        id = sim[GetParam()];
-        h = handle[GetParam()];
-        qssim_clear_signals(id);
-    }
-
-    static int sim[8];
-    static int handle[8];
-};
-
-int SweepTruth::sim[8];
-int SweepTruth::handle[8];
+constexpr int MAPLE = 1, LARCH = 2, BOTH = MAPLE | LARCH;
 
 TEST_P(SweepTruth, TonesComeBackInEveryKindOfRow) {
     const struct {
+        int models;
         double freq, level, start, stop, rbw;
+        unsigned rejection;
     } cases[] = {
-        {3.0e6, -30.0, 1.0e6, 6.0e6, 30e3},       // directly sampled low band
-        {1.5e9, -40.0, 1.48e9, 1.53e9, 100e3},    // row 1 (mirrored on rev 2)
-        {2.2e9, -50.0, 2.19e9, 2.21e9, 30e3},     // row 2, mirrored, a span on patch edges
-        {1.8895e9, -35.0, 1.87e9, 1.91e9, 100e3}, // just below a row edge
-        {3.151e9, -35.0, 3.13e9, 3.17e9, 100e3},  // just above one
-        {5.6e9, -20.0, 5.55e9, 5.65e9, 300e3},    // the narrow rows near 5.6 GHz
+        {BOTH, 1.5e9, -40.0, 1.48e9, 1.53e9, 100e3, 0},     // row 1 (mirrored on the Maple rev 2)
+        {MAPLE, 3.0e6, -30.0, 1.0e6, 6.0e6, 30e3, 0},       // directly sampled low band
+        {MAPLE, 2.2e9, -50.0, 2.19e9, 2.21e9, 30e3, 0},     // row 2, mirrored, a span on patch edges
+        {MAPLE, 1.8895e9, -35.0, 1.87e9, 1.91e9, 100e3, 0}, // just below a row edge
+        {MAPLE, 3.151e9, -35.0, 3.13e9, 3.17e9, 100e3, 0},  // just above one
+        {MAPLE, 5.6e9, -20.0, 5.55e9, 5.65e9, 300e3, 0},    // the narrow rows near 5.6 GHz
+        {LARCH, 5.0e6, -30.0, 1.0e6, 11.0e6, 30e3, 0},      // row 0, far below its tilt
+        {LARCH, 100.0e6, -40.0, 80.0e6, 130.0e6, 100e3, 0}, // row 0
+        {LARCH, 2.5e9, -50.0, 2.49e9, 2.51e9, 30e3, 0},     // row 2
+        {LARCH, 4.0e9, -35.0, 3.98e9, 4.03e9, 100e3, 0},    // row 3, LO words in 200 kHz
+        {LARCH, 6.0e9, -20.0, 5.95e9, 6.05e9, 300e3, 0},    // row 4, LO words in 200 kHz
+        {LARCH, 1.989e9, -35.0, 1.95e9, 2.03e9, 100e3, 0},  // across the edge of rows 1 and 2
+        {LARCH, 4.811e9, -35.0, 4.79e9, 4.83e9, 100e3, 0},  // across the edge of rows 3 and 4
+        // A residual step reads its spot with other oscillator settings and
+        // its patch replaces the sweep's there: a tone on the spot reads true.
+        {LARCH, 40.0e6, -30.0, 20.0e6, 60.0e6, 100e3, 0},   // row 0, read 5 MHz off its spot
+        {LARCH, 40.5e6, -30.0, 20.0e6, 60.0e6, 100e3, 0},
+        {LARCH, 2.24e9, -40.0, 2.2e9, 2.3e9, 100e3, 0},     // band 1
+        {LARCH, 2.2431e9, -40.0, 2.2e9, 2.3e9, 100e3, 0},
+        {LARCH, 4.6e9, -40.0, 4.55e9, 4.65e9, 100e3, 0},    // band 2, LO1 in 200 kHz
+        {LARCH, 5.6e9, -30.0, 5.3e9, 5.7e9, 300e3, 0},      // two spots in one sweep
+        {LARCH, 5.32e9, -30.0, 5.3e9, 5.7e9, 300e3, 0},
+        // Narrow spans at fine resolution take the tuned and decimated path.
+        {BOTH, 1.5e9, -40.0, 1.5e9 - 100e3, 1.5e9 + 100e3, 1e3, 0},  // ratio 16
+        {MAPLE, 2.2e9, -50.0, 2.2e9 - 10e3, 2.2e9 + 10e3, 100.0, 0}, // ratio 256, a mirrored row
+        {MAPLE, 1.0e6, -30.0, 0.9e6, 1.1e6, 1e3, 0},                 // low band
+        {LARCH, 4.0e9, -50.0, 4.0e9 - 10e3, 4.0e9 + 10e3, 100.0, 0}, // ratio 256, LO words in 200 kHz
+        {LARCH, 100.1e6, -30.0, 100.0e6, 100.2e6, 1e3, 0},           // row 0, off the 400 kHz grid
+        // Image rejection keeps the tone.
+        {LARCH, 1.05e9, -40.0, 1.0e9, 1.1e9, 100e3, QS_REJECTION_IMAGE},  // wide, two looks 10 MHz apart
+        {LARCH, 2.24e9, -40.0, 2.2e9, 2.3e9, 100e3, QS_REJECTION_IMAGE},  // with a residual step
+        {LARCH, 1.1e9, -40.0, 1.09995e9, 1.10005e9, 1e3, QS_REJECTION_IMAGE},  // narrow, looks 400 kHz apart
     };
+    const int model = Larch() ? LARCH : MAPLE;
     for (const auto& c : cases) {
-        qssim_clear_signals(id);
-        qssim_set_tone(id, c.freq, c.level);
-        ExpectTone(Sweep(c.start, c.stop, c.rbw, c.level + 10.0), c.freq, c.level);
+        if (!(c.models & model)) continue;
+        qssim_clear_signals(sim);
+        qssim_set_tone(sim, c.freq, c.level);
+        ExpectTone(Sweep(c.start, c.stop, c.rbw, c.level + 10.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection),
+                   c.freq, c.level);
     }
 }
 
 TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
-    qssim_set_tone(id, 1.2e9, -40.0);
-    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
+    qssim_set_tone(sim, 1.2e9, -40.0);
+    const SweepTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LINEAR);
     ASSERT_EQ(t.status, qsNoError);
     // -40 dBm into 50 ohm, in millivolts.
     const double expectedMv = std::sqrt(1e-3 * std::pow(10.0, -40.0 / 10.0) * 50.0) * 1000.0;
@@ -121,8 +99,8 @@ TEST_P(SweepTruth, LinearScaleGivesTheToneInMillivolts) {
 }
 
 TEST_P(SweepTruth, AverageDetectorGivesOneTrace) {
-    qssim_set_tone(id, 1.2e9, -40.0);
-    const TruthTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    qssim_set_tone(sim, 1.2e9, -40.0);
+    const SweepTrace t = Sweep(1.19e9, 1.21e9, 30e3, -30.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     EXPECT_EQ(t.min, t.max);
     EXPECT_NEAR(t.max[t.Peak()], -40.0, 1.0);
@@ -137,9 +115,9 @@ TEST_P(SweepTruth, NoiseFloorFallsAsTheRbwNarrows) {
 
 TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     const double rbw = 10e3;
-    qssim_set_tone(id, 1.3e9, -40.0);
-    qssim_set_tone(id, 1.3e9 + 5 * rbw, -40.0);
-    const TruthTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
+    qssim_set_tone(sim, 1.3e9, -40.0);
+    qssim_set_tone(sim, 1.3e9 + 5 * rbw, -40.0);
+    const SweepTrace t = Sweep(1.2995e9, 1.3010e9, rbw, -30.0);
     ASSERT_EQ(t.status, qsNoError);
     auto levelNear = [&](double f) {
         const int i = static_cast<int>(std::lround((f - t.start) / t.bin));
@@ -152,45 +130,24 @@ TEST_P(SweepTruth, TwoTonesFiveRbwApartAreBothResolved) {
     EXPECT_LT(levelAt(1.3e9 + 2.5 * rbw), -40.0 - 20.0);
 }
 
-// Narrow spans at fine resolution go through the tuned and decimated path:
-// ratio 16 and 256, in an ordinary row, a flipped one and the low band,
-// and with image rejection (two looks 800 kHz apart).
-TEST_P(SweepTruth, NarrowSpansReadTheToneBack) {
-    const struct {
-        double freq, level, span, rbw;
-    } cases[] = {
-        {1.5e9, -40.0, 200e3, 1e3},  // ratio 16
-        {2.2e9, -50.0, 20e3, 100.0}, // ratio 256, a mirrored row
-        {1.0e6, -30.0, 200e3, 1e3},  // low band
-    };
-    for (const auto& c : cases) {
-        qssim_clear_signals(id);
-        qssim_set_tone(id, c.freq, c.level);
-        ExpectTone(Sweep(c.freq - c.span / 2, c.freq + c.span / 2, c.rbw, c.level + 10.0), c.freq, c.level);
-    }
-    qssim_clear_signals(id);
-    qssim_set_tone(id, 1.1e9, -40.0);
+// A narrow span with image rejection (two looks apart), fetched twice: the
+// second sweep runs on the filters and oscillator the first left running.
+TEST_P(SweepTruth, ARejectingNarrowSweepReadsTheToneAgain) {
+    qssim_clear_signals(sim);
+    qssim_set_tone(sim, 1.1e9, -40.0);
     ASSERT_EQ(qsConfigureCenterSpan(h, 1.1e9, 100e3), qsNoError);
     ASSERT_EQ(qsConfigureSweepCoupling(h, 1e3, 1e3, 0.001, QS_RBW_SHAPE_NATIVE, QS_REJECTION_IMAGE), qsNoError);
-    ASSERT_EQ(qsInitiate(h, QS_MODE_SWEEP, 0), qsNoError);
-    TruthTrace t;
-    unsigned n = 0;
-    ASSERT_EQ(qsQueryTraceInfo(h, &n, &t.bin, &t.start), qsNoError);
-    t.min.resize(n);
-    t.max.resize(n);
-    // Twice, so the second sweep runs on the filters and oscillator the
-    // first left running.
-    for (int i = 0; i < 2; ++i) {
-        t.status = qsFetchTrace(h, static_cast<int>(n), t.min.data(), t.max.data());
-        ExpectTone(t, 1.1e9, -40.0);
-    }
+    SweepTrace t = ::Sweep(h);
+    ExpectTone(t, 1.1e9, -40.0);
+    t.status = qsFetchTrace(h, static_cast<int>(t.max.size()), t.min.data(), t.max.data());
+    ExpectTone(t, 1.1e9, -40.0);
 }
 
 // The noise is random: successive sweeps differ, and averages of sweeps
 // differ less from each other than single sweeps do (a fixed ripple of the
 // floor cancels in the differences).
 TEST_P(SweepTruth, NoiseDiffersFromSweepToSweepAndAveragesDown) {
-    TruthTrace t = Sweep(1.0e9, 1.02e9, 30e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
+    SweepTrace t = Sweep(1.0e9, 1.02e9, 30e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_AVERAGE);
     ASSERT_EQ(t.status, qsNoError);
     const size_t n = t.max.size();
     const int sweeps = 16;
@@ -217,83 +174,16 @@ TEST_P(SweepTruth, NoiseDiffersFromSweepToSweepAndAveragesDown) {
     EXPECT_LT(rmsDiffDb(average(0), average(sweeps / 2)), single / 2.0);
 }
 
-INSTANTIATE_TEST_SUITE_P(BothRevisions, SweepTruth,
-                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             return info.param == QSSIM_PID_MAPLE_REV1 ? "Rev1" : "Rev2";
-                         });
+INSTANTIATE_TEST_SUITE_P(EveryModel, SweepTruth,
+                         ::testing::Values(QSSIM_PID_MAPLE_REV1, QSSIM_PID_MAPLE_REV2, QSSIM_PID_LARCH),
+                         ModelName);
 
-// The Larch: one device for the suite, its IF band centred where the
-// self-calibration finds it.
-class LarchSweepTruth : public TruthBase, public ::testing::Test {
-protected:
-    static void SetUpTestSuite() {
-        qssim_reset();
-        larchSim = qssim_add_device(QSSIM_PID_LARCH, 10000011);
-        ASSERT_EQ(qsOpenDeviceBySerialNumber(&larchHandle, 10000011), qsNoError);
-    }
-    static void TearDownTestSuite() {
-        qsCloseDevice(larchHandle);
-        qssim_reset();
-    }
-    void SetUp() override {
-        id = larchSim;
-        h = larchHandle;
-        qssim_clear_signals(id);
-    }
-    void ExpectToneIn(double freq, double level, double start, double stop, double rbw,
-                      unsigned rejection = QS_REJECTION_NONE) {
-        qssim_clear_signals(id);
-        qssim_set_tone(id, freq, level);
-        ExpectTone(Sweep(start, stop, rbw, level + 10.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, rejection), freq,
-                   level);
-    }
-
-    static int larchSim;
-    static int larchHandle;
-};
-
-int LarchSweepTruth::larchSim = -1;
-int LarchSweepTruth::larchHandle = -1;
-
-TEST_F(LarchSweepTruth, TonesComeBackInEveryRow) {
-    const struct {
-        double freq, level, start, stop, rbw;
-    } cases[] = {
-        {5.0e6, -30.0, 1.0e6, 11.0e6, 30e3},        // row 0, far below its tilt
-        {100.0e6, -40.0, 80.0e6, 130.0e6, 100e3},   // row 0
-        {1.5e9, -40.0, 1.48e9, 1.53e9, 100e3},      // row 1
-        {2.5e9, -50.0, 2.49e9, 2.51e9, 30e3},       // row 2
-        {4.0e9, -35.0, 3.98e9, 4.03e9, 100e3},      // row 3, LO words in 200 kHz
-        {6.0e9, -20.0, 5.95e9, 6.05e9, 300e3},      // row 4, LO words in 200 kHz
-        {1.989e9, -35.0, 1.95e9, 2.03e9, 100e3},    // across the edge of rows 1 and 2
-        {4.811e9, -35.0, 4.79e9, 4.83e9, 100e3},    // across the edge of rows 3 and 4
-    };
-    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw);
-}
-
-// A residual step reads its spot with other oscillator settings and its
-// patch replaces the sweep's there: a tone on the spot must still read
-// true, in every band that has one.
-TEST_F(LarchSweepTruth, TonesOnResidualSpotsComeBack) {
-    const struct {
-        double freq, level, start, stop, rbw;
-    } cases[] = {
-        {40.0e6, -30.0, 20.0e6, 60.0e6, 100e3},     // row 0, read 5 MHz off its spot
-        {40.5e6, -30.0, 20.0e6, 60.0e6, 100e3},
-        {2.24e9, -40.0, 2.2e9, 2.3e9, 100e3},       // band 1
-        {2.2431e9, -40.0, 2.2e9, 2.3e9, 100e3},
-        {4.6e9, -40.0, 4.55e9, 4.65e9, 100e3},      // band 2, LO1 in 200 kHz
-        {5.6e9, -30.0, 5.3e9, 5.7e9, 300e3},        // two spots in one sweep
-        {5.32e9, -30.0, 5.3e9, 5.7e9, 300e3},
-    };
-    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw);
-}
+using LarchSweepTruth = SweepTruth;
 
 // The receiver's own spurs sit on the residual spots: the steps read
 // there with other oscillator settings must take them out of the trace,
 // wide and with rejection.
-TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
+TEST_P(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
     const struct {
         double spur, start, stop;
         unsigned rejection;
@@ -308,7 +198,7 @@ TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.spur);
-        const TruthTrace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
+        const SweepTrace t = Sweep(c.start, c.stop, 100e3, -40.0, QS_SCALE_LOG, QS_DETECTOR_MIN_MAX, c.rejection);
         ASSERT_EQ(t.status, qsNoError);
         const int at = static_cast<int>(std::lround((c.spur - t.start) / t.bin));
         const double near = *std::max_element(t.max.begin() + at - 5, t.max.begin() + at + 6);
@@ -316,27 +206,6 @@ TEST_F(LarchSweepTruth, ResidualSpursAreRepairedOutOfTheTrace) {
     }
 }
 
-TEST_F(LarchSweepTruth, NarrowSpansReadTheToneBack) {
-    const struct {
-        double freq, level, span, rbw;
-    } cases[] = {
-        {1.5e9, -40.0, 200e3, 1e3},    // ratio 16
-        {4.0e9, -50.0, 20e3, 100.0},   // ratio 256, LO words in 200 kHz
-        {100.1e6, -30.0, 200e3, 1e3},  // row 0, off the 400 kHz grid
-    };
-    for (const auto& c : cases)
-        ExpectToneIn(c.freq, c.level, c.freq - c.span / 2, c.freq + c.span / 2, c.rbw);
-}
-
-TEST_F(LarchSweepTruth, ImageRejectionKeepsTheTone) {
-    const struct {
-        double freq, level, start, stop, rbw;
-    } cases[] = {
-        {1.05e9, -40.0, 1.0e9, 1.1e9, 100e3},     // wide, two looks 10 MHz apart
-        {2.24e9, -40.0, 2.2e9, 2.3e9, 100e3},     // with a residual step
-        {1.1e9, -40.0, 1.09995e9, 1.10005e9, 1e3},  // narrow, two looks 400 kHz apart
-    };
-    for (const auto& c : cases) ExpectToneIn(c.freq, c.level, c.start, c.stop, c.rbw, QS_REJECTION_IMAGE);
-}
+INSTANTIATE_TEST_SUITE_P(Larch, LarchSweepTruth, ::testing::Values(QSSIM_PID_LARCH));
 
 }  // namespace
