@@ -82,6 +82,13 @@ IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int len);
 // |src|^2, then, unless pMin and pMax are both null, pMin = the smaller and
 // pMax the larger of itself and the new pFiltered (ippsMinEvery_64f's and
 // ippsMaxEvery_64f's rule, the new value as their first operand).
+// Our own, for two real frames through one complex transform:
+// pDst[i] = (pSrc1[i] pWin[i], pSrc2[i] pWin[i]); and back from the
+// transform pSrc of n points (a power of two), the frames' bins k = first
+// + j, j < len (k at most n / 2): pDst1[j] = (Z[k] + conj Z[n - k]) / 2,
+// pDst2[j] = (Z[k] - conj Z[n - k]) / 2i, indices modulo n.
+IppStatus ippsWindowPair_64f(const Ipp64f* pSrc1, const Ipp64f* pSrc2, const Ipp64f* pWin, Ipp64fc* pDst, int len);
+IppStatus ippsSplitPair_64fc(const Ipp64fc* pSrc, int n, int first, Ipp64fc* pDst1, Ipp64fc* pDst2, int len);
 IppStatus ippsPowerVideoFilter_64fc(const Ipp64fc* src, Ipp64f a0, Ipp64f b1, Ipp64f* pFiltered, Ipp64f* pMin,
                                     Ipp64f* pMax, int len);
 

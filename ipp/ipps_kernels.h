@@ -42,6 +42,14 @@ struct KernelTable {
     // The video filter over a transform's power spectrum in one pass:
     // f = b1 * f + a0 * |x|^2, then mn = min(mn, f) and mx = max(mx, f)
     // by the min64f/max64f rule, unless mn is null.
+    // z[i] = (a[i] w[i], b[i] w[i]): two windowed real frames as one
+    // complex frame.
+    void (*winpair64f)(const Ipp64f* a, const Ipp64f* b, const Ipp64f* w, Ipp64fc* z, int len);
+    // The two real frames' bins k = first + j, j < len, from the complex
+    // transform z of n points: x = (z[k] + conj z[n - k]) / 2 and
+    // y = (z[k] - conj z[n - k]) / 2i, indices modulo n; 0 <= first,
+    // first + len - 1 <= n / 2.
+    void (*splitpair64fc)(const Ipp64fc* z, int n, int first, int len, Ipp64fc* x, Ipp64fc* y);
     void (*powerfilt64fc)(const Ipp64fc* x, double a0, double b1, Ipp64f* f, Ipp64f* mn, Ipp64f* mx, int len);
 };
 

@@ -225,8 +225,42 @@ static void powerfilt64fc(const Ipp64fc* x, double a0, double b1, Ipp64f* f, Ipp
     }
 }
 
+// Two real frames through one complex transform: the windowed frames
+// interleaved, then each frame's bins separated from bins k and n - k.
+static void winpair64f(const Ipp64f* a, const Ipp64f* b, const Ipp64f* w, Ipp64fc* z, int len) {
+    double* zf = &z->re;
+    for (int i = 0; i < len; ++i) {
+        const double wi = w[i];
+        zf[2 * i] = a[i] * wi;
+        zf[2 * i + 1] = b[i] * wi;
+    }
+}
+
+static void splitpair64fc(const Ipp64fc* z, int n, int first, int len, Ipp64fc* x, Ipp64fc* y) {
+    const double* zf = &z->re;
+    double* xf = &x->re;
+    double* yf = &y->re;
+    int j = 0;
+    if (first == 0 && len > 0) {
+        // Bin 0 pairs with itself.
+        xf[0] = zf[0], xf[1] = 0.0;
+        yf[0] = zf[1], yf[1] = 0.0;
+        j = 1;
+    }
+    // Bin k > 0 pairs with n - k, read backwards.
+    const double* up = zf + 2 * first;
+    const double* down = zf + 2 * (n - first);
+    for (; j < len; ++j) {
+        const double ar = up[2 * j], ai = up[2 * j + 1], br = down[-2 * j], bi = down[-2 * j + 1];
+        xf[2 * j] = 0.5 * (ar + br);
+        xf[2 * j + 1] = 0.5 * (ai - bi);
+        yf[2 * j] = 0.5 * (ai + bi);
+        yf[2 * j + 1] = 0.5 * (br - ar);
+    }
+}
+
 static constexpr ippk::KernelTable table = {
     VARIANT_NAME, cvt16s32f, add32f, mul32f, mulc32f, add32fc, mul32fc, power32fc, add64f, mul64f, mulc64f,
     power64fc,    cvt16s64f, min32f, max32f, min64f,  max64f,  mag32fc, mag64fc,   ln32f,  ln64f,  fir32f,
-    fir64f,       fir32fc, powerfilt64fc,
+    fir64f,       fir32fc, winpair64f, splitpair64fc, powerfilt64fc,
 };

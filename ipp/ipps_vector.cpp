@@ -333,6 +333,17 @@ IppStatus ippsPowerSpectr_64fc(const Ipp64fc* src, Ipp64f* dst, int len) {
     ippk::kernels().power64fc(src, dst, len);
     return ippStsNoErr;
 }
+IppStatus ippsWindowPair_64f(const Ipp64f* pSrc1, const Ipp64f* pSrc2, const Ipp64f* pWin, Ipp64fc* pDst, int len) {
+    IPP_CHECK(len, pSrc1, pSrc2, pWin, pDst);
+    ippk::kernels().winpair64f(pSrc1, pSrc2, pWin, pDst, len);
+    return ippStsNoErr;
+}
+IppStatus ippsSplitPair_64fc(const Ipp64fc* pSrc, int n, int first, Ipp64fc* pDst1, Ipp64fc* pDst2, int len) {
+    IPP_CHECK(len, pSrc, pDst1, pDst2);
+    if (n < 2 || first < 0 || first + len - 1 > n / 2) return ippStsSizeErr;
+    ippk::kernels().splitpair64fc(pSrc, n, first, len, pDst1, pDst2);
+    return ippStsNoErr;
+}
 IppStatus ippsPowerVideoFilter_64fc(const Ipp64fc* src, Ipp64f a0, Ipp64f b1, Ipp64f* pFiltered, Ipp64f* pMin,
                                     Ipp64f* pMax, int len) {
     IPP_CHECK(len, src, pFiltered);

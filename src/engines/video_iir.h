@@ -118,6 +118,11 @@ private:
     // One windowed frame into complexBuf as bins; shifted by the plan's
     // fraction when shift is set.
     void Transform(const Ipp64f* frame, bool shift);
+    // Frames frame and frame + stepSize through one complex transform; their
+    // bins first .. first + fftDiv4 - 1 into pairBins, one frame after the
+    // other.
+    void TransformPair(const Ipp64f* frame, int first);
+    static constexpr int kMaxPairedSize = 2048;
 
     smart_ptr<Ipp64f> window;
     smart_ptr<Ipp64f> windowedBuf;
@@ -126,6 +131,9 @@ private:
     // turned by exp(-2 pi j fraction n / fftSize) (shiftTable holds both),
     // made ready before any data come.
     double shiftFraction = 0.0;
+    std::unique_ptr<fft_C_64fc> pairSpec;  // null: every frame alone
+    smart_ptr<Ipp64fc> pairIn;
+    smart_ptr<Ipp64fc> pairBins;
     std::unique_ptr<fft_C_64fc> shiftSpec;
     smart_ptr<Ipp64fc> shiftTable;
     smart_ptr<Ipp64fc> shiftIn;

@@ -141,6 +141,50 @@ TEST_P(IppKernels64, PowerVideoFilterIsTheFilterThenMinMaxInOnePass) {
     EXPECT_EQ(ippsPowerVideoFilter_64fc(&z, 1.0, 0.0, &one, nullptr, nullptr, 0), ippStsSizeErr);
 }
 
+// Two real frames through one complex transform, both halves: the
+// interleaved windowed frames and the separated bins, bit for bit the
+// scalar rule (no operation there can fuse), off the grid, with edge values,
+// at every start bin a sweep can ask for including 0 and the Nyquist bin.
+TEST_P(IppKernels64, WindowPairAndSplitPairFollowTheScalarRule) {
+    const double inf = std::numeric_limits<double>::infinity(), nan = std::numeric_limits<double>::quiet_NaN();
+    const double edge[] = {0.0, -0.0, inf, -inf, nan, std::numeric_limits<double>::denorm_min()};
+    auto same = [](double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; };
+    for (int n : {2, 4, 16, 64, 1024}) {
+        const std::vector<double> r = ipptest::randd(5 * n, 23);
+        ipptest::Buf<double> a(n, 1), b(n, 2), w(n, 3);
+        ipptest::Buf<Ipp64fc> z(n, 1);
+        for (int i = 0; i < n; ++i) {
+            a[i] = r[size_t(i)], b[i] = r[size_t(n + i)], w[i] = r[size_t(2 * n + i)];
+            if (i % 5 == 2) a[i] = edge[(i / 5) % 6];
+        }
+        ASSERT_EQ(ippsWindowPair_64f(a.get(), b.get(), w.get(), z.get(), n), ippStsNoErr);
+        for (int i = 0; i < n; ++i) {
+            ASSERT_TRUE(same(z[i].re, a[i] * w[i])) << "n " << n << " i " << i;
+            ASSERT_TRUE(same(z[i].im, b[i] * w[i])) << "n " << n << " i " << i;
+        }
+        for (int i = 0; i < n; ++i) z[i] = {r[size_t(3 * n + i)], r[size_t(4 * n + i)]};
+        z[n / 2].im = inf;
+        for (int first : {0, 1, n / 4, n / 2}) {
+            const int len = n / 2 - first + 1;
+            ipptest::Buf<Ipp64fc> x(len + 1, 1), y(len + 1, 0);
+            x[len] = y[len] = {-7.0, -7.0};
+            ASSERT_EQ(ippsSplitPair_64fc(z.get(), n, first, x.get(), y.get(), len), ippStsNoErr);
+            for (int j = 0; j < len; ++j) {
+                const int k = first + j;
+                const Ipp64fc p = z[k % n], q = z[(n - k) % n];
+                const Ipp64fc wx = k == 0 ? Ipp64fc{p.re, 0.0} : Ipp64fc{0.5 * (p.re + q.re), 0.5 * (p.im - q.im)};
+                const Ipp64fc wy = k == 0 ? Ipp64fc{p.im, 0.0} : Ipp64fc{0.5 * (p.im + q.im), 0.5 * (q.re - p.re)};
+                ASSERT_TRUE(same(x[j].re, wx.re) && same(x[j].im, wx.im)) << "n " << n << " k " << k;
+                ASSERT_TRUE(same(y[j].re, wy.re) && same(y[j].im, wy.im)) << "n " << n << " k " << k;
+            }
+            ASSERT_EQ(x[len].re, -7.0) << "wrote past the end";
+            ASSERT_EQ(y[len].re, -7.0) << "wrote past the end";
+        }
+        Ipp64fc o[2];
+        EXPECT_EQ(ippsSplitPair_64fc(z.get(), n, n / 2, o, o + 1, 2), ippStsSizeErr);  // past the Nyquist bin
+    }
+}
+
 TEST_P(IppKernels64, Convert16sTo64fIsExactForEveryValue) {
     std::vector<Ipp16s> v(65536 + 3);
     for (size_t i = 0; i < v.size(); ++i) v[i] = Ipp16s(int(i % 65536) - 32768);
