@@ -51,10 +51,7 @@ Device::Device(CypressInterface* usb, const ModelRecord& model) : m_model(model)
 
 Device::~Device() {
     // The models have aborted by now; the transport goes before anything
-    // its thread might still touch. A command still in the mailbox (the
-    // preset of qsPresetFull, say) goes out first: stopped at once, the
-    // thread dropped it about half the time.
-    m_usb->WaitUntilSent();
+    // its thread might still touch; it sends what is left in its mailbox.
     delete m_settings;
     std::free(m_rawUnpacked);
     delete m_usb;

@@ -83,7 +83,7 @@ public:
     virtual qsStatus AddTimebaseCorrection(double ppm);
     virtual qsStatus ApplyRoughGains(const unsigned char* low, const unsigned char* high);
     // Changes the port mask; sends it when it changed or when forced.
-    virtual qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
+    qsStatus ConfigurePortIO(unsigned p1, unsigned p2, bool force);
 
     // Ends what runs, copies the staging settings over the active ones and
     // runs the mode's set-up. qsDeviceInvalidErr on a device whose flash

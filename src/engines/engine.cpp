@@ -5,8 +5,8 @@
 namespace qs {
 
 // A fetch that the running mode does not offer: nothing of that kind runs.
-qsStatus Engine::GetSweep(float*, float*, const std::vector<double>&) { return qsDeviceNotConfiguredErr; }
-qsStatus Engine::GetSweep(double*, double*, const std::vector<double>&) { return qsDeviceNotConfiguredErr; }
+qsStatus Engine::GetSweep(float*, float*, const VecDouble&) { return qsDeviceNotConfiguredErr; }
+qsStatus Engine::GetSweep(double*, double*, const VecDouble&) { return qsDeviceNotConfiguredErr; }
 qsStatus Engine::GetFrame(float*, float*, float*, float*) { return qsDeviceNotConfiguredErr; }
 qsStatus Engine::GetPoi(double&) const { return qsDeviceNotConfiguredErr; }
 qsStatus Engine::GetIQ(float*, int*) { return qsDeviceNotConfiguredErr; }

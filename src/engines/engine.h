@@ -19,7 +19,6 @@
 #include <cstdint>
 #include <vector>
 
-#include <vector>
 #include "qs_api.h"
 
 namespace qs {
@@ -71,8 +70,8 @@ public:
 
     // Swept traces (sweep, narrow sweep, generator sweep). corr holds the
     // plan's correction array.
-    virtual qsStatus GetSweep(float* min, float* max, const std::vector<double>& corr);
-    virtual qsStatus GetSweep(double* min, double* max, const std::vector<double>& corr);
+    virtual qsStatus GetSweep(float* min, float* max, const VecDouble& corr);
+    virtual qsStatus GetSweep(double* min, double* max, const VecDouble& corr);
     // Real-time frames and the probability-of-intercept time.
     virtual qsStatus GetFrame(float* min, float* max, float* color, float* alpha);
     virtual qsStatus GetPoi(double& seconds) const;

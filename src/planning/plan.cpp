@@ -336,8 +336,7 @@ int PlanTgSweep(Settings& set, SweepInfo& si) {
 
     // Each point's chunk holds enough transforms for the video filter, in
     // pairs of packets.
-    const double v = std::ceil(1.0 / ((si.fftSize / 3.2e8) * set.m_vbw));
-    const float need = static_cast<float>(si.fftSize + (static_cast<int>(v) - 1) * (si.fftSize / 4));
+    const int need = SamplesForVideo(si.fftSize, set.m_vbw);
     const int w = static_cast<int>(std::ceil(need * 0.5 / QS_SAMPLES_PER_PACKET));
     si.ppf = w * 2;
     si.chunkSize = w * 2 * QS_SAMPLES_PER_PACKET;

@@ -169,6 +169,10 @@ CypressInterface::CypressInterface(int serialNumber) : desiredSerialNumber(seria
 }
 
 CypressInterface::~CypressInterface() {
+    // A command still in the mailbox (the preset of a close-and-reopen, say)
+    // goes out first: the thread takes it while it runs, and stopped at
+    // once it dropped it about half the time.
+    if (state.load() == USB_OPEN) WaitUntilSent();
     {
         std::lock_guard<std::mutex> lock(mailboxMutex);
         threadRunning = false;
